@@ -1,0 +1,2 @@
+// riverles: the solver's entry point.
+int main() { return 0; }

@@ -1,0 +1,9 @@
+#include "flow/smagorinsky.hpp"
+
+#include "driver/fields.hpp"
+
+namespace rl {
+
+void SMAGORINSKY() {}
+
+}  // namespace rl

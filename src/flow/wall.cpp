@@ -1,0 +1,10 @@
+#include "flow/wall.hpp"
+
+#include "driver/fields.hpp"
+
+namespace rl {
+
+void WALLS() {}
+void WALLN() {}
+
+}  // namespace rl

@@ -1,0 +1,9 @@
+#include "flow/yvelocity.hpp"
+
+#include "driver/fields.hpp"
+
+namespace rl {
+
+void YVELOCITY() {}
+
+}  // namespace rl

@@ -1,0 +1,9 @@
+#include "immersed/immersing.hpp"
+
+#include "driver/fields.hpp"
+
+namespace rl {
+
+void IMMERSING() {}
+
+}  // namespace rl

@@ -1,0 +1,82 @@
+// orvalib: the host's case library, over the CGNS library.
+//
+// The solver side: open the case, attach, read the 2-D grid, node attributes
+// and calculation conditions by key, write the 3-D node grid and a time
+// series of results.  Every call reports a status in `ier`: 0 on success,
+// non-zero on failure (a missing key, a failed read or write).  Only one case
+// is attached at a time; the library keeps its own state.
+//
+// The file is not held open while the solver computes: a flush and the end of
+// a result close it, and the next call that needs it reopens it.  While a
+// result is being written, a lock file "<case>.lock" exists.  A host asks the
+// run to stop by creating "<case>.cancel".
+//
+// Layout of the case (bases, zones, node names) and the behaviour above are
+// those the host platform and ParaView expect; see the README of the case
+// library for details.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace orva {
+
+// CGNS open modes.
+constexpr int CG_MODE_READ = 0;
+constexpr int CG_MODE_WRITE = 1;
+constexpr int CG_MODE_MODIFY = 2;
+
+// Opens a CGNS file; retries for a few seconds while another process holds
+// the file open.
+void CG_OPEN_F(const std::string& path, int mode, int& fileid, int& ier);
+void CG_CLOSE_F(int fileid, int& ier);
+
+// Attaches the library to an open case and clears the results of any earlier
+// run, compacting the file so that re-runs do not grow it.
+void CG_ORVA_INIT_F(int fileid, int& ier);
+
+// Selects the 2-D input grid and gives its node counts.
+void CG_ORVA_GOTOGRIDCOORD2D_F(int& isize, int& jsize, int& ier);
+// Fills isize*jsize node coordinates, i fastest.
+void CG_ORVA_GETGRIDCOORD2D_F(double* x, double* y, int& ier);
+// Fills a real attribute given at the grid's nodes, i fastest.
+void CG_ORVA_READ_GRID_REAL_NODE_F(const std::string& name, double* array, int& ier);
+
+// Calculation conditions by key; a missing key gives ier != 0.
+void CG_ORVA_READ_INTEGER_F(const std::string& key, int& value, int& ier);
+void CG_ORVA_READ_REAL_F(const std::string& key, double& value, int& ier);
+// The value comes back blank padded to 200 characters.
+void CG_ORVA_READ_STRING_F(const std::string& key, std::string& value, int& ier);
+
+// Stores the 3-D node grid on which results lie (arrays i fastest).
+void CG_ORVA_WRITEGRIDCOORD3D_F(int isize, int jsize, int ksize, const double* x, const double* y,
+                                const double* z, int& ier);
+
+// Results: a time starts a new solution; arrays follow on the 3-D nodes.
+void CG_ORVA_WRITE_SOL_TIME_F(double time, int& ier);
+void CG_ORVA_WRITE_SOL_REAL_F(const std::string& name, const double* array, int& ier);
+void ORVA_WRITE_SOL_START_F(const std::string& casepath, int& ier);
+void ORVA_WRITE_SOL_END_F(const std::string& casepath, int& ier);
+void CG_ORVA_FLUSH_F(const std::string& casepath, int fileid, int& ier);
+
+// 1 when the host asks the run to stop, else 0.
+void ORVA_CHECK_CANCEL_F(int& cancel);
+
+// ---- Case authoring (what a host needs to write a new case) ----
+
+struct Condition {
+  enum Kind { Integer, Real, String } kind;
+  std::string key;
+  int ivalue = 0;
+  double rvalue = 0.0;
+  std::string svalue;
+};
+
+// Writes a complete new case file: the empty results base first, then the
+// 2-D grid of ni*nj nodes (i fastest) with its Elevation, and the conditions.
+// Returns 0 on success; on failure a message in `error`.
+int write_case(const std::string& path, int ni, int nj, const std::vector<double>& x,
+               const std::vector<double>& y, const std::vector<double>& elevation,
+               const std::vector<Condition>& conditions, std::string& error);
+
+}  // namespace orva

@@ -1,0 +1,8 @@
+// Velocity correction and pressure accumulation.
+#pragma once
+
+namespace rl {
+
+void CORRECTION();
+
+}  // namespace rl

@@ -1,0 +1,9 @@
+#include "pressure/divergence.hpp"
+
+#include "driver/fields.hpp"
+
+namespace rl {
+
+void DIVERGENCE() {}
+
+}  // namespace rl

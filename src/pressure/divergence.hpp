@@ -1,0 +1,8 @@
+// Divergence of the corrected velocity.
+#pragma once
+
+namespace rl {
+
+void DIVERGENCE();
+
+}  // namespace rl

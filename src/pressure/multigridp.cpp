@@ -1,0 +1,9 @@
+#include "pressure/multigridp.hpp"
+
+#include "driver/fields.hpp"
+
+namespace rl {
+
+int POISSONP() { return 0; }
+
+}  // namespace rl

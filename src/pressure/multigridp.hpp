@@ -1,0 +1,8 @@
+// Geometric multigrid solver of the pressure-correction equation.
+#pragma once
+
+namespace rl {
+
+int POISSONP();
+
+}  // namespace rl
