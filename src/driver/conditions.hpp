@@ -1,0 +1,24 @@
+// Calculation conditions: reading keys of the case and the boundary table.
+//
+// Every read is a library call whose status is tested at once; a failure
+// prints the fixed line of a read error, waits for the operator and stops.
+#pragma once
+
+#include <string>
+
+namespace rl {
+
+int read_integer(const char* key);
+double read_real(const char* key);
+// The value as the library gives it: 200 characters, blank padded.
+std::string read_string(const char* key);
+
+// The stops after a failed library read or write.
+[[noreturn]] void stop_read_error();
+[[noreturn]] void stop_write_error();
+
+// Sets ibcu, ibcv, ibcw, ibcp and bcu, bcv, bcw from the three boundary
+// switches.  The x switch has no effect: the x faces stay periodic.
+void set_boundary_types(int xbound, int ybound, int zbound);
+
+}  // namespace rl

@@ -1,0 +1,17 @@
+// Domain and grid: the plan from the case's 2-D grid, the height from two
+// keys, the 3-D node grid written back to the case, and the bed.
+#pragma once
+
+namespace rl {
+
+// Reads the 2-D node coordinates into layer k = 0 of xg3/yg3 and Elevation
+// into elev, reads zminItm/zmaxItm, sets the corners and cell sizes, fills
+// the 3-D node coordinates and writes them to the case.
+void READGRID();
+
+// Builds bed from elev: the mean of each cell's four corner nodes, then the
+// ghost rows in y and, after them (so the corners follow), the ghost columns
+// in x, each by the blend |ibcp| * nearest + (1 - |ibcp|) * opposite.
+void BUILDBED();
+
+}  // namespace rl

@@ -1,0 +1,23 @@
+// Initial state: a uniform flow, optionally with uniform noise, and the
+// optional perturbation of the bed's node elevations.
+#pragma once
+
+#include <random>
+
+namespace rl {
+
+// The run's one random generator, in its default state: a run repeats its
+// noise.  Velocity draws come first, bed draws after them.
+std::mt19937_64& random_generator();
+// One uniform number in [0, 1) of double precision.
+double uniform_draw();
+
+// Gives every field a defined start (velocities, old velocities, pressure,
+// multigrid corrections, right-hand sides, eddy viscosity, work arrays, slot
+// list) and adds the velocity noise when iperturb is not 0.
+void INITFIELDS();
+
+// Adds uniform noise of half-width bamplitude to every node of elev.
+void PERTURBBED();
+
+}  // namespace rl

@@ -1,0 +1,256 @@
+#include "driver/mainprogram.hpp"
+
+#include <xmmintrin.h>
+
+#include <cmath>
+#include <string>
+
+#include "common/console.hpp"
+#include "driver/conditions.hpp"
+#include "driver/domain.hpp"
+#include "driver/fields.hpp"
+#include "driver/initfields.hpp"
+#include "flow/forces.hpp"
+#include "flow/smagorinsky.hpp"
+#include "flow/tecplot.hpp"
+#include "flow/timestep.hpp"
+#include "flow/vorticity.hpp"
+#include "flow/wall.hpp"
+#include "flow/xvelocity.hpp"
+#include "flow/yvelocity.hpp"
+#include "flow/zvelocity.hpp"
+#include "immersed/flagdeter.hpp"
+#include "immersed/immersing.hpp"
+#include "immersed/stepend.hpp"
+#include "orvalib/orvalib.hpp"
+#include "pressure/boundary.hpp"
+#include "pressure/correction.hpp"
+#include "pressure/divergence.hpp"
+#include "pressure/multigridp.hpp"
+#include "results/caseresults.hpp"
+#include "results/saved.hpp"
+
+namespace rl {
+
+namespace {
+
+constexpr double DTCLEAN = 0.0008;
+
+// Local state of the main program.
+struct MainState {
+  std::string casepath, outpath, outfile, startfile;
+  int fileid = 0, ier = 0, timetype = 0, hotout = 0, tecplot = 0, hotstart = 0, timeinitial = 0, cancel = 0,
+      npoisson = 0;
+  double otime = 0, dthotout = 0, dttecplot = 0, timeold = 0;
+};
+
+// Denormal operands and results count as zero for the whole run.
+void flush_denormals() { _mm_setcsr(_mm_getcsr() | 0x8040); }
+
+// 2 to the power e as a 32-bit integer; exponents outside 0..31 give 0, and
+// 31 wraps to the smallest 32-bit integer.
+int power_of_two(int e) {
+  if (e < 0 || e > 31) return 0;
+  return static_cast<std::int32_t>(static_cast<std::uint32_t>(1u) << e);
+}
+
+// Both side walls get the wall law exactly when their three velocity types
+// are all "given value".
+void wall_pass() {
+  if (ibcu(3) == -1 && ibcv(3) == -1 && ibcw(3) == -1) WALLS();
+  if (ibcu(4) == -1 && ibcv(4) == -1 && ibcw(4) == -1) WALLN();
+}
+
+void boundaries() {
+  BOUNDARYU();
+  BOUNDARYV();
+  BOUNDARYW();
+}
+
+void startup(MainState& m) {
+  int ier = 0;
+  orva::CG_OPEN_F(m.casepath, orva::CG_MODE_MODIFY, m.fileid, ier);
+  if (ier != 0) stop_run("*** Open error of CGNS file ***");
+
+  orva::CG_ORVA_INIT_F(m.fileid, ier);
+  if (ier != 0) {
+    say("B1");
+    wait_operator();
+  }
+
+  // Cell counts: node counts of the case grid, and a power of two in z.
+  orva::CG_ORVA_GOTOGRIDCOORD2D_F(imax, jmax, ier);
+  if (ier != 0) stop_read_error();
+  kmax = read_integer("kmaxItm");
+  kmax = power_of_two(kmax);
+  imax = imax - 1;
+  jmax = jmax - 1;
+
+  ALLOCNODEARRAYS();
+  READGRID();
+
+  visc = read_real("viscItm");
+  dens = read_real("densItm");
+  gravity = read_real("gravityItm");
+  discharge = read_real("dischargeItm");
+  m.timetype = read_integer("timetypeItm");
+  if (m.timetype == 1) dt = read_real("timestepItm");
+  if (m.timetype == 0) cfl = read_real("cflItm");
+
+  const int xbound = read_integer("xBoundItm");
+  const int ybound = read_integer("yBoundItm");
+  const int zbound = read_integer("zBoundItm");
+  set_boundary_types(xbound, ybound, zbound);
+
+  LEVELCOUNT();
+  ALLOCFIELDS();
+
+  initial = read_integer("InitialItm");
+  if (initial == 1) {
+    xinit = read_real("xInitItm");
+    yinit = read_real("yInitItm");
+    zinit = read_real("zInitItm");
+  }
+  iperturb = read_integer("iPerturbItm");
+  if (iperturb == 1) amplitude = read_real("amplitudeItm");
+  INITFIELDS();
+
+  if (read_integer("iBedPerturbItm") == 1) {
+    bamplitude = read_real("BAmplitudeItm");
+    PERTURBBED();
+  }
+  BUILDBED();
+
+  nstep = 0;
+  time = read_real("starttimeItm");
+  endtime = read_real("endtimeItm");
+
+  m.hotstart = read_integer("HotstartItm");
+  if (m.hotstart == 1) {
+    m.startfile = read_string("StartfileItm");
+    READSAVED(m.startfile);
+    m.timeinitial = read_integer("TimeInitialItm");
+    if (m.timeinitial == 0) {
+      nstep = 0;
+      time = 0.0;
+    }
+  }
+
+  m.otime = read_real("OTimeItm");
+  m.hotout = read_integer("HotoutItm");
+  if (m.hotout == 1) m.dthotout = read_real("dtHotoutItm");
+  m.tecplot = read_integer("TecplotItm");
+  if (m.tecplot == 1) m.dttecplot = read_real("dtTecplotItm");
+  m.outpath = read_string("outpathItm");
+  m.outfile = read_string("outfileItm");
+
+  FLAGDETER();
+
+  rough = 1.0;
+  ibed = read_integer("BedItm");
+  if (ibed == 1) rough = read_real("SedimentItm");
+  if (ibed == 2) rough = read_real("RoughItm") / 2.5;
+
+  VORTICITY();
+  NODEVALUES();
+  WRITEFIRSTRESULT(m.casepath, m.fileid);
+
+  smagorinsky = read_real("smagorinskyItm");
+  iibm = read_integer("iIBMItm");
+  if (read_integer("iCycleItm") == 1)
+    igamma = 1;
+  else
+    igamma = read_integer("igammaItm");
+  ipres = read_integer("ipresItm");
+  iposts = read_integer("ipostsItm");
+  kpoismax = read_integer("kpoismaxItm");
+  eps = read_real("epsItm");
+}
+
+// One pass of the time loop; returns false when the loop ends.
+bool time_step(MainState& m) {
+  m.timeold = time;
+  nstep = nstep + 1;
+  if (m.timetype == 0) TIMESTEP();
+  time = time + dt;
+
+  SMAGORINSKY();
+  FORCES();
+  XVELOCITY();
+  YVELOCITY();
+  ZVELOCITY();
+  wall_pass();
+  IMMERSING();
+  if (DTCLEAN > dt) ZEROFLAGGED();
+  boundaries();
+  m.npoisson = POISSONP();
+  CORRECTION();
+  boundaries();
+  DIVERGENCE();
+  wall_pass();
+  IMMERSING();
+  boundaries();
+  SMAGORINSKY();
+  FLAGDETER();
+  SAVEOLD();
+
+  print_status(m.npoisson);
+
+  if (output_due(time, m.timeold, m.otime)) {
+    VORTICITY();
+    NODEVALUES();
+    WRITERESULTS(m.casepath);
+  }
+  if (m.hotout == 1 && output_due(time, m.timeold, m.dthotout)) WRITESAVED(nstep, time, m.outpath, m.outfile);
+  if (m.tecplot == 1 && output_due(time, m.timeold, m.dttecplot)) {
+    VORTICITY();
+    WRITETECPLOT(m.outpath, m.outfile, trunc_i32(time / m.dttecplot));
+  }
+
+  if (time >= endtime) return false;
+  orva::ORVA_CHECK_CANCEL_F(m.cancel);
+  return m.cancel != 1;
+}
+
+}  // namespace
+
+std::int32_t trunc_i32(double x) {
+  if (!(x > -2147483649.0 && x < 2147483648.0)) return INT32_MIN;
+  return static_cast<std::int32_t>(x);
+}
+
+bool output_due(double time, double timeold, double interval) {
+  return trunc_i32(time / interval) != trunc_i32(timeold / interval);
+}
+
+void print_status(int npoisson) {
+  say("Step Number        = " + std::to_string(nstep));
+  say("Time Step          = " + free_real(dt));
+  say("Time               = " + free_real(time));
+  say("Number of Poisson  = " + std::to_string(npoisson));
+  say("Maximum divergence = " + free_real(divmax));
+  say("Total divergence   = " + free_real(divsum));
+  say("--------------------------------------------------------");
+}
+
+int RIVERLES(int argc, char** argv) {
+  try {
+    flush_denormals();
+    if (argc != 2) stop_run("Input File not specified");
+    MainState m;
+    m.casepath = argv[1];
+    startup(m);
+    while (time_step(m)) {
+    }
+    int ier = 0;
+    orva::CG_CLOSE_F(m.fileid, ier);
+    return 0;
+  } catch (const RunStopped& s) {
+    return s.status;
+  } catch (const std::exception& e) {
+    say(std::string("riverles: internal error: ") + e.what());
+    return 2;
+  }
+}
+
+}  // namespace rl

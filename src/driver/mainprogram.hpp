@@ -1,0 +1,23 @@
+// The main program: start-up in its fixed order, the time loop, shutdown.
+#pragma once
+
+#include <cstdint>
+
+namespace rl {
+
+// Truncates a quotient towards zero into a 32-bit integer.  A value that is
+// not finite or lies outside the 32-bit range gives the smallest 32-bit
+// integer, as the hardware conversion does, without undefined behaviour.
+std::int32_t trunc_i32(double x);
+
+// An output is due when the step from timeold to time crossed a whole
+// multiple of its interval.
+bool output_due(double time, double timeold, double interval);
+
+// Prints the status block of a step.
+void print_status(int npoisson);
+
+// Runs the solver on the command line's arguments; returns the exit status.
+int RIVERLES(int argc, char** argv);
+
+}  // namespace rl
