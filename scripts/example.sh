@@ -1,0 +1,29 @@
+#!/bin/bash
+# Sets everything up, writes an example case and runs it end to end.
+#   scripts/example.sh [flat-channel|dune-bed]
+set -euo pipefail
+cd "$(dirname "$0")/.."
+example=${1:-flat-channel}
+
+scripts/setup.sh Release build
+
+mkdir -p out
+rm -f "out/$example.cgn"
+build/riverles-case "examples/$example.txt" "out/$example.cgn"
+echo "Running riverles on out/$example.cgn ..."
+start=$(date +%s%N)
+(cd out && ../build/riverles "$example.cgn" < /dev/null > "$example.log")
+end=$(date +%s%N)
+tail -n 7 "out/$example.log"
+ms=$(( (end - start) / 1000000 ))
+printf 'Run time: %d.%03d s; console log in out/%s.log\n' $((ms / 1000)) $((ms % 1000)) "$example"
+ls -l "out/$example.cgn"
+cat <<MSG
+
+The results are in out/$example.cgn: a time series of the velocity (VelocityX/Y/Z,
+shown by ParaView as the vector Velocity), Pressure, Vorticity and Coherent (the Q
+criterion) on the 3-D node grid, beside the input grid and its Elevation.
+To look at them: paraview out/$example.cgn  (Debian package 'paraview'); in the
+reader's properties keep the base ResultBase selected, press Apply, and step
+through time with the VCR controls.
+MSG

@@ -1,0 +1,28 @@
+#!/bin/bash
+# Installs what riverles needs on a Debian machine (as root) and builds it.
+#   scripts/setup.sh [--tests] [BUILD_TYPE] [BUILD_DIR]
+# --tests also installs the outside readers the tests use (cgnscheck,
+# ParaView's Python, a virtual X server).
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+with_tests=0
+if [ "${1:-}" = "--tests" ]; then with_tests=1; shift; fi
+build_type=${1:-Release}
+build_dir=${2:-build}
+
+pkgs="g++ cmake make libcgns-dev libhdf5-dev libgtest-dev googletest"
+[ $with_tests = 1 ] && pkgs="$pkgs cgns-convert python3-paraview xvfb xauth"
+missing=""
+for p in $pkgs; do
+  dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing="$missing $p"
+done
+if [ -n "$missing" ]; then
+  echo "Installing:$missing"
+  export DEBIAN_FRONTEND=noninteractive
+  apt-get update -qq
+  apt-get install -y -qq --no-install-recommends $missing > /dev/null
+fi
+
+cmake -S . -B "$build_dir" -DCMAKE_BUILD_TYPE="$build_type" > /dev/null
+cmake --build "$build_dir" -j"$(nproc)"

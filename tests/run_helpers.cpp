@@ -1,0 +1,154 @@
+#include "run_helpers.hpp"
+
+#include <cgnslib.h>
+#include <sys/wait.h>
+
+#include <atomic>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
+
+namespace fs = std::filesystem;
+
+namespace rltest {
+
+std::string temp_dir(const std::string& tag) {
+  static std::atomic<int> counter{0};
+  fs::path d = fs::temp_directory_path() /
+               ("riverles-" + tag + "-" + std::to_string(::getpid()) + "-" + std::to_string(counter++));
+  fs::remove_all(d);
+  fs::create_directories(d);
+  return d.string();
+}
+
+CaseSpec::CaseSpec() {
+  set("kmaxItm", 3);
+  set("zminItm", 0.0);
+  set("zmaxItm", 0.2);
+  set("viscItm", 1e-6);
+  set("densItm", 1000.0);
+  set("gravityItm", 9.81);
+  set("dischargeItm", 0.008);
+  set("timetypeItm", 1);
+  set("timestepItm", 0.01);
+  set("cflItm", 0.3);
+  set("xBoundItm", 0);
+  set("yBoundItm", 1);
+  set("zBoundItm", 0);
+  set("InitialItm", 0);
+  set("xInitItm", 0.0);
+  set("yInitItm", 0.0);
+  set("zInitItm", 0.0);
+  set("iPerturbItm", 0);
+  set("amplitudeItm", 0.0);
+  set("iBedPerturbItm", 0);
+  set("BAmplitudeItm", 0.0);
+  set("starttimeItm", 0.0);
+  set("endtimeItm", 0.05);
+  set("HotstartItm", 0);
+  set("StartfileItm", std::string(""));
+  set("TimeInitialItm", 0);
+  set("OTimeItm", 0.1);
+  set("HotoutItm", 0);
+  set("dtHotoutItm", 1.0);
+  set("TecplotItm", 0);
+  set("dtTecplotItm", 1.0);
+  set("outpathItm", std::string("."));
+  set("outfileItm", std::string("run"));
+  set("BedItm", 0);
+  set("SedimentItm", 1.0);
+  set("RoughItm", 2.5);
+  set("smagorinskyItm", 0.1);
+  set("iIBMItm", 0);
+  set("iCycleItm", 1);
+  set("igammaItm", 1);
+  set("ipresItm", 2);
+  set("ipostsItm", 2);
+  set("kpoismaxItm", 20);
+  set("epsItm", 1e-4);
+}
+
+CaseSpec& CaseSpec::set(const std::string& key, int v) {
+  orva::Condition c{orva::Condition::Integer, key};
+  c.ivalue = v;
+  keys[key] = c;
+  return *this;
+}
+CaseSpec& CaseSpec::set(const std::string& key, double v) {
+  orva::Condition c{orva::Condition::Real, key};
+  c.rvalue = v;
+  keys[key] = c;
+  return *this;
+}
+CaseSpec& CaseSpec::set(const std::string& key, const std::string& v) {
+  orva::Condition c{orva::Condition::String, key};
+  c.svalue = v;
+  keys[key] = c;
+  return *this;
+}
+
+void CaseSpec::write(const std::string& path, double (*elevation)(double, double)) const {
+  std::vector<double> x(ni * nj), y(ni * nj), e(ni * nj);
+  for (int j = 0; j < nj; ++j)
+    for (int i = 0; i < ni; ++i) {
+      const int n = i + ni * j;
+      x[n] = lx * i / (ni - 1);
+      y[n] = ly * j / (nj - 1);
+      e[n] = elevation ? elevation(x[n], y[n]) : bed;
+    }
+  std::vector<orva::Condition> conds;
+  for (const auto& [k, c] : keys)
+    if (!omit.count(k)) conds.push_back(c);
+  std::string error;
+  if (orva::write_case(path, ni, nj, x, y, e, conds, error) != 0)
+    throw std::runtime_error("write_case: " + error);
+}
+
+RunResult run_solver(const std::string& dir, const std::vector<std::string>& args, int threads) {
+  std::string cmd = "cd '" + dir + "' && OMP_NUM_THREADS=" + std::to_string(threads) + " '" RIVERLES_EXE "'";
+  for (const auto& a : args) cmd += " '" + a + "'";
+  cmd += " < /dev/null > console.log 2>&1";
+  RunResult r;
+  const int s = std::system(cmd.c_str());
+  r.status = WIFEXITED(s) ? WEXITSTATUS(s) : -1;
+  std::ifstream in(dir + "/console.log");
+  std::stringstream ss;
+  ss << in.rdbuf();
+  r.out = ss.str();
+  return r;
+}
+
+int count_lines_starting(const std::string& text, const std::string& prefix) {
+  int n = 0;
+  std::istringstream in(text);
+  for (std::string line; std::getline(in, line);)
+    if (line.rfind(prefix, 0) == 0) ++n;
+  return n;
+}
+
+std::string last_line(const std::string& text) {
+  std::istringstream in(text);
+  std::string last;
+  for (std::string line; std::getline(in, line);)
+    if (!line.empty()) last = line;
+  return last;
+}
+
+int stored_results(const std::string& casefile) {
+  int fn = 0;
+  if (cg_open(casefile.c_str(), CG_MODE_READ, &fn) != CG_OK) return -1;
+  int n = 0;
+  char name[33];
+  int nbases = 0;
+  cg_nbases(fn, &nbases);
+  if (nbases >= 1 && cg_biter_read(fn, 1, name, &n) != CG_OK) n = 0;
+  int nsols = 0;
+  int nzones = 0;
+  cg_nzones(fn, 1, &nzones);
+  if (nzones >= 1) cg_nsols(fn, 1, 1, &nsols);
+  cg_close(fn);
+  return n == nsols ? n : -2;
+}
+
+}  // namespace rltest

@@ -1,0 +1,188 @@
+// Whole runs of small generated cases: key reads, failure paths, the output
+// rule, the cancel request and re-running a case.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+
+#include "run_helpers.hpp"
+
+using rltest::CaseSpec;
+using rltest::count_lines_starting;
+using rltest::last_line;
+using rltest::run_solver;
+using rltest::stored_results;
+
+namespace {
+
+constexpr const char* kReadError = "Error in reading the cgn file ...";
+
+struct Run {
+  std::string dir, file;
+  rltest::RunResult r;
+};
+
+Run run_case(const CaseSpec& spec, const std::string& tag) {
+  Run run;
+  run.dir = rltest::temp_dir(tag);
+  run.file = run.dir + "/case.cgn";
+  spec.write(run.file);
+  run.r = run_solver(run.dir, {"case.cgn"});
+  return run;
+}
+
+}  // namespace
+
+TEST(Runs, ConditionalKeyReads) {
+  // Keys that are read only under a condition may be absent otherwise.
+  {
+    CaseSpec s;
+    s.set("timetypeItm", 0);
+    s.omit = {"timestepItm", "dtHotoutItm", "dtTecplotItm", "igammaItm", "xInitItm", "amplitudeItm",
+              "BAmplitudeItm", "StartfileItm", "TimeInitialItm", "SedimentItm", "RoughItm"};
+    auto run = run_case(s, "keys-cfl");
+    EXPECT_EQ(run.r.status, 0) << run.r.out;
+    EXPECT_GE(count_lines_starting(run.r.out, "Step Number"), 1);
+  }
+  {
+    CaseSpec s;
+    s.omit = {"cflItm", "yInitItm"};
+    auto run = run_case(s, "keys-fixed");
+    EXPECT_EQ(run.r.status, 0) << run.r.out;
+    EXPECT_EQ(count_lines_starting(run.r.out, "Step Number"), 5);
+    EXPECT_EQ(count_lines_starting(run.r.out, "Time Step          = 0.01"), 5);
+  }
+  // The keys that are read must be there.
+  for (const char* key : {"timestepItm", "outfileItm", "outpathItm", "zmaxItm", "kmaxItm", "epsItm"}) {
+    CaseSpec s;
+    s.omit = {key};
+    auto run = run_case(s, "keys-missing");
+    EXPECT_NE(run.r.status, 0) << key;
+    EXPECT_EQ(last_line(run.r.out), kReadError) << key;
+    EXPECT_EQ(count_lines_starting(run.r.out, "Step Number"), 0) << key;
+  }
+  {
+    // Absent output names stop the run before the first result even with
+    // saved states and Tecplot off.
+    CaseSpec s;
+    s.omit = {"outfileItm"};
+    auto run = run_case(s, "keys-outfile");
+    EXPECT_EQ(stored_results(run.file), 0);
+  }
+  {
+    // Solver keys come after the first result: a failure leaves one result.
+    CaseSpec s;
+    s.set("iCycleItm", 2);
+    s.omit = {"igammaItm"};
+    auto run = run_case(s, "keys-igamma");
+    EXPECT_EQ(last_line(run.r.out), kReadError);
+    EXPECT_EQ(stored_results(run.file), 1);
+  }
+  {
+    CaseSpec s;
+    s.set("BedItm", 1);
+    s.omit = {"SedimentItm"};
+    auto run = run_case(s, "keys-sediment");
+    EXPECT_EQ(last_line(run.r.out), kReadError);
+  }
+}
+
+TEST(Runs, CommandLineAndOpenFailures) {
+  const std::string dir = rltest::temp_dir("args");
+  for (const auto& args : std::vector<std::vector<std::string>>{{}, {"a.cgn", "b.cgn"}}) {
+    auto r = run_solver(dir, args);
+    EXPECT_NE(r.status, 0);
+    EXPECT_EQ(r.out, "Input File not specified\n");
+  }
+  auto r = run_solver(dir, {"no-such-case.cgn"});
+  EXPECT_NE(r.status, 0);
+  EXPECT_EQ(last_line(r.out), "*** Open error of CGNS file ***");
+}
+
+TEST(Runs, ResultsAtCrossedMultiplesOfTheInterval) {
+  {
+    // Steps of 1/16 and results every 1/4: due at steps 4, 8, 12, 16.
+    CaseSpec s;
+    s.set("timestepItm", 0.0625).set("OTimeItm", 0.25).set("endtimeItm", 1.0);
+    auto run = run_case(s, "due");
+    EXPECT_EQ(run.r.status, 0) << run.r.out;
+    EXPECT_EQ(count_lines_starting(run.r.out, "Step Number"), 16);
+    EXPECT_EQ(count_lines_starting(run.r.out, "Writing Orva output ..."), 4);
+    EXPECT_EQ(stored_results(run.file), 5);
+    // The result is written after the status block of its step.
+    const auto at = run.r.out.find("Writing Orva output ...");
+    EXPECT_NE(run.r.out.rfind("Step Number        = 4\n", at), std::string::npos);
+    EXPECT_EQ(run.r.out.rfind("Step Number        = 5\n", at), std::string::npos);
+  }
+  {
+    // A step larger than the interval writes once per step.
+    CaseSpec s;
+    s.set("timestepItm", 0.75).set("OTimeItm", 0.25).set("endtimeItm", 1.5);
+    auto run = run_case(s, "due-big");
+    EXPECT_EQ(count_lines_starting(run.r.out, "Step Number"), 2);
+    EXPECT_EQ(count_lines_starting(run.r.out, "Writing Orva output ..."), 2);
+    EXPECT_EQ(stored_results(run.file), 3);
+  }
+  {
+    // An interval of 0: nothing after the first result.  An end time not
+    // above the start still computes one step.
+    CaseSpec s;
+    s.set("OTimeItm", 0.0).set("starttimeItm", 2.0).set("endtimeItm", 1.0);
+    auto run = run_case(s, "due-zero");
+    EXPECT_EQ(run.r.status, 0);
+    EXPECT_EQ(count_lines_starting(run.r.out, "Step Number"), 1);
+    EXPECT_EQ(count_lines_starting(run.r.out, "Time               = 2.0099999999999998"), 1);
+    EXPECT_EQ(stored_results(run.file), 1);
+  }
+}
+
+TEST(Runs, CancelEndsTheRunAfterThatPassOutputs) {
+  CaseSpec s;
+  // A time type other than 0 or 1: dt stays 0, time never advances, and
+  // only the host's cancel ends the run.
+  s.set("timetypeItm", 2).set("endtimeItm", 1.0).set("OTimeItm", 0.25);
+  const std::string dir = rltest::temp_dir("cancel");
+  s.write(dir + "/case.cgn");
+  std::ofstream(dir + "/case.cgn.cancel") << "stop\n";
+  auto r = run_solver(dir, {"case.cgn"});
+  EXPECT_EQ(r.status, 0);
+  EXPECT_EQ(count_lines_starting(r.out, "Step Number"), 1);
+  EXPECT_NE(r.out.find("Time Step          = 0\n"), std::string::npos);
+  EXPECT_EQ(stored_results(dir + "/case.cgn"), 1);
+
+  // The pass that sees the cancel still writes the outputs due in it.
+  s.set("timetypeItm", 1).set("timestepItm", 0.5).set("endtimeItm", 2.0).set("OTimeItm", 0.5);
+  s.write(dir + "/case.cgn");
+  r = run_solver(dir, {"case.cgn"});
+  EXPECT_EQ(count_lines_starting(r.out, "Step Number"), 1);
+  EXPECT_EQ(stored_results(dir + "/case.cgn"), 2);
+}
+
+TEST(Runs, RerunReplacesResultsWithoutGrowingTheFile) {
+  CaseSpec s;
+  s.set("timestepItm", 0.0625).set("OTimeItm", 0.125).set("endtimeItm", 0.5);
+  auto run = run_case(s, "rerun");
+  ASSERT_EQ(run.r.status, 0);
+  const auto size1 = std::filesystem::file_size(run.file);
+  EXPECT_EQ(stored_results(run.file), 5);
+  for (int n = 0; n < 3; ++n) {
+    auto r = run_solver(run.dir, {"case.cgn"});
+    ASSERT_EQ(r.status, 0);
+    EXPECT_EQ(r.out, run.r.out);
+    EXPECT_EQ(stored_results(run.file), 5);
+  }
+  const auto size2 = std::filesystem::file_size(run.file);
+  EXPECT_LE(size2, size1 + size1 / 20) << size1 << " -> " << size2;
+  EXPECT_FALSE(std::filesystem::exists(run.file + ".lock"));
+}
+
+TEST(Runs, OneThreadIsDeterministic) {
+  CaseSpec s;
+  s.set("iPerturbItm", 1).set("amplitudeItm", 0.01).set("iBedPerturbItm", 1).set("BAmplitudeItm", 0.01);
+  s.set("timetypeItm", 0).set("endtimeItm", 0.1);
+  auto a = run_case(s, "det");
+  auto b = run_case(s, "det");
+  ASSERT_EQ(a.r.status, 0);
+  EXPECT_EQ(a.r.out, b.r.out);
+  EXPECT_GE(count_lines_starting(a.r.out, "Step Number"), 1);
+}
