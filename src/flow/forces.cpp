@@ -4,6 +4,32 @@
 
 namespace rl {
 
-void FORCES() {}
+// Body accelerations of the step.  The streamwise force is a proportional
+// controller on the discharge through the first x face plane (i = 0),
+// measured from the velocities at the end of the previous step: every
+// position not below the bed adds u*dy times its wet height, the height
+// from the bed (mean of the two columns at the face) to the top of the cell,
+// limited to one cell.  Gravity acts on z.
+void FORCES() {
+  const int J = jmax, K = kmax;
+  const double z0 = zmin, h0 = dz, wy = dy;
+  double sum = 0.0;
+
+#pragma omp parallel for default(shared) schedule(dynamic, 1) reduction(+ : sum)
+  for (int j = 1; j <= J; ++j) {
+    const double Hb = (bed(0, j) + bed(1, j)) * 0.5;
+    for (int k = 1; k <= K; ++k) {
+      if (flagu(0, j, k) != -1) {
+        double h = (z0 - Hb) + static_cast<double>(k) * h0;
+        h = h < h0 ? h : h0;
+        sum += (uo(0, j, k) * wy) * h;
+      }
+    }
+  }
+
+  forcex = (discharge - sum) * 100.0;
+  forcey = 0.0;
+  forcez = -gravity;
+}
 
 }  // namespace rl

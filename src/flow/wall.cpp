@@ -1,10 +1,80 @@
 #include "flow/wall.hpp"
 
+#include <cmath>
+
 #include "driver/fields.hpp"
 
 namespace rl {
 
-void WALLS() {}
-void WALLN() {}
+namespace {
+
+// The log law between the row read (taken as 2*dy from the wall) and the
+// row written (half a cell from the wall).
+struct SideWallLaw {
+  double lnear, lfar;
+  SideWallLaw() {
+    const double z0 = 0.0833333333333333 * rough / 1000.0;
+    lnear = std::log(0.5 * dy / z0);
+    lfar = std::log((0.5 * dy + 0.5 * dy + dy) / z0);
+  }
+  // Value in the wall row for the component c of the far row, whose speed
+  // with the other wall-parallel component is vel.
+  double operator()(double c, double vel) const {
+    if (1e-8 > vel) return 0.0;
+    const double ustar = vel * 0.4 / lfar;
+    return (c / vel) * (ustar / 0.4) * lnear;
+  }
+};
+
+}  // namespace
+
+// Low-y side wall: u and w of row 1 from row 2.  The w row is scaled from v
+// of row 2, not from w: the two side walls differ on purpose.
+void WALLS() {
+  const SideWallLaw law;
+  const int r = 2, s = 1;
+#pragma omp parallel
+  {
+#pragma omp for schedule(static)
+    for (int k = 1; k <= kmax; ++k)
+      for (int i = 1; i <= imax; ++i) {
+        const double wm = (w(i, r, k) + w(i + 1, r, k) + w(i, r, k - 1) + w(i + 1, r, k - 1)) * 0.25;
+        const double vel = std::sqrt(u(i, r, k) * u(i, r, k) + wm * wm);
+        u(i, s, k) = law(u(i, r, k), vel);
+      }
+
+#pragma omp for schedule(static)
+    for (int k = 1; k <= kmax; ++k)
+      for (int i = 1; i <= imax; ++i) {
+        const double um = (u(i, r, k) + u(i, r, k + 1) + u(i - 1, r, k) + u(i - 1, r, k + 1)) * 0.25;
+        const double vel = std::sqrt(um * um + v(i, r, k) * v(i, r, k));
+        w(i, s, k) = law(v(i, r, k), vel);
+      }
+  }
+}
+
+// High-y side wall: u and w of row jmax from row jmax-1.
+void WALLN() {
+  const SideWallLaw law;
+  const int r = jmax - 1, s = jmax;
+#pragma omp parallel
+  {
+#pragma omp for schedule(static)
+    for (int k = 1; k <= kmax; ++k)
+      for (int i = 1; i <= imax; ++i) {
+        const double wm = (w(i, r, k) + w(i + 1, r, k) + w(i, r, k - 1) + w(i + 1, r, k - 1)) * 0.25;
+        const double vel = std::sqrt(u(i, r, k) * u(i, r, k) + wm * wm);
+        u(i, s, k) = law(u(i, r, k), vel);
+      }
+
+#pragma omp for schedule(static)
+    for (int k = 1; k <= kmax; ++k)
+      for (int i = 1; i <= imax; ++i) {
+        const double um = (u(i, r, k) + u(i, r, k + 1) + u(i - 1, r, k) + u(i - 1, r, k + 1)) * 0.25;
+        const double vel = std::sqrt(um * um + w(i, r, k) * w(i, r, k));
+        w(i, s, k) = law(w(i, r, k), vel);
+      }
+  }
+}
 
 }  // namespace rl

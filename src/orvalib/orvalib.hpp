@@ -12,8 +12,8 @@
 // run to stop by creating "<case>.cancel".
 //
 // Layout of the case (bases, zones, node names) and the behaviour above are
-// those the host platform and ParaView expect; see the README of the case
-// library for details.
+// those the host platform and ParaView expect; docs/case-file.md describes
+// them for users of the library.
 #pragma once
 
 #include <string>

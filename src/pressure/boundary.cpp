@@ -1,12 +1,157 @@
 #include "pressure/boundary.hpp"
 
+#include <cstdint>
+#include <cstdlib>
+
 #include "driver/fields.hpp"
 
 namespace rl {
 
-void BOUNDARYU() {}
-void BOUNDARYV() {}
-void BOUNDARYW() {}
-void BOUNDARYP() {}
+namespace {
+
+// Calls op(e) for every line of the field along axis ax (0 x, 1 y, 2 z),
+// e pointing at the line's element of index 0 on that axis, over 0..n+1 of
+// the two other directions.  x lines are shared among threads by k, with j
+// inside; y lines by k and z lines by j, each with i innermost so that
+// neighbouring lines are neighbours in memory.  Must be called inside a
+// parallel region; the loop ends with a barrier.
+template <class Op>
+void LINES(Array3<double>& f, int ax, Op op) {
+  const int I = imax, J = jmax, K = kmax;
+  if (ax == 0) {
+#pragma omp for schedule(static)
+    for (int k = 0; k <= K + 1; ++k)
+      for (int j = 0; j <= J + 1; ++j) op(f.at(0, j, k));
+  } else if (ax == 1) {
+#pragma omp for schedule(static)
+    for (int k = 0; k <= K + 1; ++k) {
+      double* e = f.at(0, 0, k);
+      for (int i = 0; i <= I + 1; ++i) op(e + i);
+    }
+  } else {
+#pragma omp for schedule(static)
+    for (int j = 0; j <= J + 1; ++j) {
+      double* e = f.at(0, j, 0);
+      for (int i = 0; i <= I + 1; ++i) op(e + i);
+    }
+  }
+}
+
+std::int64_t axis_stride(const Array3<double>& f, int ax) { return ax == 0 ? 1 : (ax == 1 ? f.sj() : f.sk()); }
+
+// One face of a velocity component, by a single formula in which the type
+// t enters as a number: with h = (t+1)/2, m = (1-t)/2, g = (t+2)/2 (integer
+// division) it gives a given value (t = -1), a periodic copy (t = 0) or a
+// given gradient (t = 1).  On a normal face (the component crosses it) the
+// given value sits on the face itself; on a tangential face the ghost is
+// mirrored so that the mean of ghost and first cell is the value.
+void FACE(Array3<double>& f, int own, int face, int t, double bc) {
+  const int ax = (face - 1) / 2;
+  const bool high = face % 2 == 0;
+  const bool normal = ax == own;
+  const double d = ax == 0 ? dx : (ax == 1 ? dy : dz);
+  const int n = ax == 0 ? imax : (ax == 1 ? jmax : kmax);
+  const std::int64_t s = axis_stride(f, ax);
+  const int h = (t + 1) / 2, m = (1 - t) / 2, g = (t + 2) / 2;
+  const int at = std::abs(t);
+  const double cn = 1 - at;  // weight of the far end of the row
+  const double ch = h;
+  const double ct = t;
+
+  if (normal && !high) {
+    const double cb = m - 2 * h * d;
+    const std::int64_t o = -h * s, on = n * s;
+    LINES(f, ax, [=](double* e) { e[o] = cn * e[on] + cb * bc + ch * e[s]; });
+  } else if (normal) {
+    const double cb = 1 - g + 2 * h * d;
+    const std::int64_t o = (n + g) * s, on1 = (n - 1) * s;
+    LINES(f, ax, [=](double* e) { e[o] = cn * e[s] + cb * bc + ch * e[on1]; });
+  } else if (!high) {
+    const double cb = 2 * m - h * d;
+    const std::int64_t on = n * s;
+    LINES(f, ax, [=](double* e) { e[0] = ct * e[s] + cn * e[on] + cb * bc; });
+  } else {
+    const double cb = 2 * m + h * d;
+    const std::int64_t o = (n + 1) * s, on = n * s;
+    LINES(f, ax, [=](double* e) { e[o] = ct * e[on] + cn * e[s] + cb * bc; });
+  }
+}
+
+// The six faces of one component in the given order, then the passes over
+// the layers of its own (normal) direction: a wall extrapolates the layer
+// beyond it linearly, and a periodic low face fills layer -1 from n-1.
+void BOUNDARYFIELD(Array3<double>& f, int own, const Faces<int>& ibc, const Faces<double>& bc,
+                   const int (&order)[6]) {
+  const int lo = ibc(2 * own + 1), hi = ibc(2 * own + 2);
+  const int n = own == 0 ? imax : (own == 1 ? jmax : kmax);
+  const std::int64_t s = axis_stride(f, own);
+  const std::int64_t on = n * s, on1 = (n - 1) * s, onp = (n + 1) * s;
+#pragma omp parallel default(shared)
+  {
+    for (int face : order) FACE(f, own, face, ibc(face), bc(face));
+    if (lo == -1) LINES(f, own, [=](double* e) { e[-s] = 2 * e[0] - e[s]; });
+    if (hi == -1) LINES(f, own, [=](double* e) { e[onp] = 2 * e[on] - e[on1]; });
+    if (lo == 0) LINES(f, own, [=](double* e) { e[-s] = e[on1]; });
+  }
+}
+
+}  // namespace
+
+// Outer layers of u: faces low x, high x, low y, high y, low z, high z.
+void BOUNDARYU() {
+  static const int order[6] = {1, 2, 3, 4, 5, 6};
+  BOUNDARYFIELD(u, 0, ibcu, bcu, order);
+}
+
+// Outer layers of v: faces low y, high y, low z, high z, low x, high x.
+void BOUNDARYV() {
+  static const int order[6] = {3, 4, 5, 6, 1, 2};
+  BOUNDARYFIELD(v, 1, ibcv, bcv, order);
+}
+
+// Outer layers of w: faces low z, high z, low x, high x, low y, high y.
+void BOUNDARYW() {
+  static const int order[6] = {5, 6, 1, 2, 3, 4};
+  BOUNDARYFIELD(w, 2, ibcw, bcw, order);
+}
+
+// Ghost layer of p: ghost = t*(adjacent inner cell) + (1-|t|)*(inner cell
+// at the far end of the row), first the x faces, then z, then y, each step
+// widening its extent by the layers already filled, so that edges and
+// corners are reached too.
+void BOUNDARYP() {
+  const int I = imax, J = jmax, K = kmax;
+  const std::int64_t sj = p.sj(), sk = p.sk();
+  const double t1 = ibcp(1), t2 = ibcp(2), t3 = ibcp(3), t4 = ibcp(4), t5 = ibcp(5), t6 = ibcp(6);
+  const double c1 = 1 - std::abs(ibcp(1)), c2 = 1 - std::abs(ibcp(2));
+  const double c3 = 1 - std::abs(ibcp(3)), c4 = 1 - std::abs(ibcp(4));
+  const double c5 = 1 - std::abs(ibcp(5)), c6 = 1 - std::abs(ibcp(6));
+#pragma omp parallel default(shared)
+  {
+#pragma omp for schedule(static)
+    for (int k = 1; k <= K; ++k)
+      for (int j = 1; j <= J; ++j) {
+        double* e = p.at(0, j, k);
+        e[0] = t1 * e[1] + c1 * e[I];
+        e[I + 1] = t2 * e[I] + c2 * e[1];
+      }
+#pragma omp for schedule(static)
+    for (int j = 1; j <= J; ++j) {
+      double* e = p.at(0, j, 0);
+      for (int i = 0; i <= I + 1; ++i) {
+        e[i] = t5 * e[i + sk] + c5 * e[i + K * sk];
+        e[i + (K + 1) * sk] = t6 * e[i + K * sk] + c6 * e[i + sk];
+      }
+    }
+#pragma omp for schedule(static)
+    for (int k = 0; k <= K + 1; ++k) {
+      double* e = p.at(0, 0, k);
+      for (int i = 0; i <= I + 1; ++i) {
+        e[i] = t3 * e[i + sj] + c3 * e[i + J * sj];
+        e[i + (J + 1) * sj] = t4 * e[i + J * sj] + c4 * e[i + sj];
+      }
+    }
+  }
+}
 
 }  // namespace rl

@@ -1,9 +1,487 @@
 #include "pressure/multigridp.hpp"
 
+#include <omp.h>
+
+#include <algorithm>
+#include <cfloat>
+#include <cmath>
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
 #include "driver/fields.hpp"
 
 namespace rl {
 
-int POISSONP() { return 0; }
+namespace {
+
+// Cell sizes of level l are the flow grid's times 2^-l.
+inline double level_fac(int l) { return std::ldexp(1.0, -l); }
+
+// Squares of the cell sizes of a level: the size is formed first, then
+// squared.
+struct LevelSteps {
+  double dx2, dy2, dz2;
+};
+
+inline LevelSteps level_steps(int l) {
+  const double fac = level_fac(l);
+  const double hx = dx * fac, hy = dy * fac, hz = dz * fac;
+  return {hx * hx, hy * hy, hz * hz};
+}
+
+// The calling thread's share of lo..hi under a static schedule without chunk
+// size: equal contiguous pieces, the first (n mod threads) one longer.
+inline void static_share(int lo, int hi, int& b, int& e) {
+  const int n = hi - lo + 1;
+  const int nt = omp_get_num_threads(), t = omp_get_thread_num();
+  if (n <= 0) {
+    b = lo;
+    e = lo - 1;
+    return;
+  }
+  const int q = n / nt, r = n % nt;
+  b = lo + t * q + std::min(t, r);
+  e = b + q + (t < r ? 1 : 0) - 1;
+}
+
+// Weights of the ghost rule for one face: ghost = t*adjacent + o*far end.
+struct GhostWeights {
+  double t, o;
+};
+
+inline GhostWeights ghost_weights(int face) {
+  const int t = ibcp(face);
+  return {static_cast<double>(t), static_cast<double>(1 - std::abs(t))};
+}
+
+// The three face groups of the ghost rule on an array of a level, as
+// worksharing loops inside an enclosing parallel region; each loop ends with
+// a barrier so a later group may read what an earlier one wrote.  Only the
+// interior ranges of the faces are written: edges and corners stay.
+void face_ghosts(Array3<double>& f, int nx, int ny, int nz) {
+  const GhostWeights w1 = ghost_weights(1), w2 = ghost_weights(2);
+  const GhostWeights w3 = ghost_weights(3), w4 = ghost_weights(4);
+  const GhostWeights w5 = ghost_weights(5), w6 = ghost_weights(6);
+
+  // Group 1: x faces.
+#pragma omp for schedule(static)
+  for (int k = 1; k <= nz; ++k) {
+    for (int j = 1; j <= ny; ++j) {
+      double* r = f.at(0, j, k);
+      r[0] = w1.t * r[1] + w1.o * r[nx];
+      r[nx + 1] = w2.t * r[nx] + w2.o * r[1];
+    }
+  }
+
+  // Group 2: y faces.
+#pragma omp for schedule(static)
+  for (int k = 1; k <= nz; ++k) {
+    double* g0 = f.at(0, 0, k);
+    const double* a1 = f.at(0, 1, k);
+    const double* an = f.at(0, ny, k);
+    double* gn = f.at(0, ny + 1, k);
+    for (int i = 1; i <= nx; ++i) {
+      g0[i] = w3.t * a1[i] + w3.o * an[i];
+      gn[i] = w4.t * an[i] + w4.o * a1[i];
+    }
+  }
+
+  // Group 3: z faces.
+#pragma omp for schedule(static)
+  for (int j = 1; j <= ny; ++j) {
+    double* g0 = f.at(0, j, 0);
+    const double* a1 = f.at(0, j, 1);
+    const double* an = f.at(0, j, nz);
+    double* gn = f.at(0, j, nz + 1);
+    for (int i = 1; i <= nx; ++i) {
+      g0[i] = w5.t * a1[i] + w5.o * an[i];
+      gn[i] = w6.t * an[i] + w6.o * a1[i];
+    }
+  }
+}
+
+// Work storage of the line smoother, taken once and grown only when a
+// larger column or more threads appear (a new field store): slot 0 holds the
+// eliminated diagonal shared by all columns, slot 1+t the right-hand side of
+// thread t.  Nothing is allocated inside a solve.
+std::vector<double> smooth_work;
+std::size_t smooth_stride = 0;
+int smooth_threads = 0;
+
+void ensure_smooth_work(int nz) {
+  const int nt = omp_get_max_threads();
+  // Room for indices 0..n, rounded to whole cache lines plus one line of
+  // padding so two threads never share a line.
+  const std::size_t n = static_cast<std::size_t>(std::max(kmax, nz)) + 1;
+  const std::size_t stride = (n + 7) / 8 * 8 + 8;
+  if (stride > smooth_stride || nt > smooth_threads) {
+    smooth_stride = std::max(stride, smooth_stride);
+    smooth_threads = std::max(nt, smooth_threads);
+    smooth_work.assign(smooth_stride * static_cast<std::size_t>(smooth_threads + 1), 0.0);
+  }
+}
+
+}  // namespace
+
+void SOURCEP() {
+  MGLEVEL& g = pmg(0);
+  const double f = dens / dt;
+  const double hx = dx, hy = dy, hz = dz;
+  const int ni = imax, nj = jmax, nk = kmax;
+#pragma omp parallel for schedule(static)
+  for (int k = 1; k <= nk; ++k) {
+    for (int j = 1; j <= nj; ++j) {
+      const double* ur = u.at(0, j, k);
+      const double* vr = v.at(0, j, k);
+      const double* vm = v.at(0, j - 1, k);
+      const double* wr = w.at(0, j, k);
+      const double* wm = w.at(0, j, k - 1);
+      double* s = g.src.at(0, j, k);
+      for (int i = 1; i <= ni; ++i) {
+        s[i] = ((ur[i] - ur[i - 1]) / hx + (vr[i] - vm[i]) / hy + (wr[i] - wm[i]) / hz) * f;
+      }
+    }
+  }
+}
+
+namespace {
+
+// Square root of the sum of squares of the interior of a level's array.
+double interior_norm(Array3<double>& a, int nx, int ny, int nz) {
+  double sum = 0.0;
+#pragma omp parallel for schedule(static) reduction(+ : sum)
+  for (int k = 1; k <= nz; ++k) {
+    for (int j = 1; j <= ny; ++j) {
+      const double* r = a.at(0, j, k);
+      for (int i = 1; i <= nx; ++i) sum += r[i] * r[i];
+    }
+  }
+  return std::sqrt(sum);
+}
+
+}  // namespace
+
+void DIVNORMP(int l, double& result) {
+  MGLEVEL& g = pmg(l);
+  result = 0.0;
+  result = interior_norm(g.src, g.nx, g.ny, g.nz);
+}
+
+void RESNORMP(int l, double& result) {
+  MGLEVEL& g = pmg(l);
+  result = 0.0;
+  result = interior_norm(g.res, g.nx, g.ny, g.nz);
+}
+
+void BOUNDARYP(int l) {
+  MGLEVEL& g = pmg(l);
+#pragma omp parallel
+  face_ghosts(g.phi, g.nx, g.ny, g.nz);
+}
+
+void BOUNDARYPRES(int l) {
+  MGLEVEL& g = pmg(l);
+  Array3<double>& r = g.res;
+  const int nx = g.nx, ny = g.ny, nz = g.nz;
+#pragma omp parallel
+  {
+    face_ghosts(r, nx, ny, nz);
+
+    // Group 4: the four edges along x.
+#pragma omp for schedule(static)
+    for (int i = 1; i <= nx; ++i) {
+      r(i, 0, 0) = r(i, 0, 1) - r(i, 1, 1) + r(i, 1, 0);
+      r(i, ny + 1, 0) = r(i, ny + 1, 1) - r(i, ny, 1) + r(i, ny, 0);
+      r(i, 0, nz + 1) = r(i, 0, nz) - r(i, 1, nz) + r(i, 1, nz + 1);
+      r(i, ny + 1, nz + 1) = r(i, ny + 1, nz) - r(i, ny, nz) + r(i, ny, nz + 1);
+    }
+
+    // Group 5: the four edges along y.
+#pragma omp for schedule(static)
+    for (int j = 1; j <= ny; ++j) {
+      r(0, j, 0) = r(1, j, 0) - r(1, j, 1) + r(0, j, 1);
+      r(0, j, nz + 1) = r(1, j, nz + 1) - r(1, j, nz) + r(0, j, nz);
+      r(nx + 1, j, 0) = r(nx, j, 0) - r(nx, j, 1) + r(nx + 1, j, 1);
+      r(nx + 1, j, nz + 1) = r(nx, j, nz + 1) - r(nx, j, nz) + r(nx + 1, j, nz);
+    }
+
+    // Group 6: the four edges along z.
+#pragma omp for schedule(static)
+    for (int k = 1; k <= nz; ++k) {
+      r(0, 0, k) = r(0, 1, k) - r(1, 1, k) + r(1, 0, k);
+      r(nx + 1, 0, k) = r(nx + 1, 1, k) - r(nx, 1, k) + r(nx, 0, k);
+      r(0, ny + 1, k) = r(0, ny, k) - r(1, ny, k) + r(1, ny + 1, k);
+      r(nx + 1, ny + 1, k) = r(nx + 1, ny, k) - r(nx, ny, k) + r(nx, ny + 1, k);
+    }
+  }
+
+  // The eight corners, by the calling thread, in a fixed order.  For ghost
+  // indices (ci,cj,ck) and their interior neighbours (ii,ij,ik):
+  // r(c) = r(ii,ij,ck) + r(ci,ij,ik) + r(ii,cj,ik) - 2 r(ii,ij,ik).
+  const int cis[2] = {0, nx + 1}, iis[2] = {1, nx};
+  const int cjs[2] = {0, ny + 1}, ijs[2] = {1, ny};
+  const int cks[2] = {0, nz + 1}, iks[2] = {1, nz};
+  for (int zk = 0; zk < 2; ++zk) {
+    for (int yj = 0; yj < 2; ++yj) {
+      for (int xi = 0; xi < 2; ++xi) {
+        const int ci = cis[xi], ii = iis[xi];
+        const int cj = cjs[yj], ij = ijs[yj];
+        const int ck = cks[zk], ik = iks[zk];
+        r(ci, cj, ck) = r(ii, ij, ck) + r(ci, ij, ik) + r(ii, cj, ik) - 2.0 * r(ii, ij, ik);
+      }
+    }
+  }
+}
+
+void OPERATORP(int l) {
+  BOUNDARYP(l);
+  MGLEVEL& g = pmg(l);
+  const int nx = g.nx, ny = g.ny, nz = g.nz;
+  const LevelSteps h = level_steps(l);
+  const double dx2 = h.dx2, dy2 = h.dy2, dz2 = h.dz2;
+  const std::ptrdiff_t sj = g.phi.sj(), sk = g.phi.sk();
+#pragma omp parallel for schedule(static)
+  for (int k = 1; k <= nz; ++k) {
+    for (int j = 1; j <= ny; ++j) {
+      const double* p = g.phi.at(0, j, k);
+      double* lp = g.lap.at(0, j, k);
+      for (int i = 1; i <= nx; ++i) {
+        lp[i] = (p[i + 1] - p[i] - p[i] + p[i - 1]) / dx2 +
+                (p[i + sj] - p[i] - p[i] + p[i - sj]) / dy2 +
+                (p[i + sk] - p[i] - p[i] + p[i - sk]) / dz2;
+      }
+    }
+  }
+}
+
+void TRIDIAGP(int n, double* a, double* b, double* c, double* d, double* x) {
+  // Indices below are 1-based as in the textbook form: element k is [k-1].
+  if (n >= 2) {
+    for (int k = 1; k <= n - 1; ++k) b[k] = b[k] - a[k] * c[k - 1] / b[k - 1];
+    for (int k = 1; k <= n - 1; ++k) d[k] = d[k] - a[k] * d[k - 1] / b[k - 1];
+  }
+  x[n - 1] = d[n - 1] / b[n - 1];
+  if (n >= 2) {
+    for (int k = n - 1; k >= 1; --k) x[k - 1] = (d[k - 1] - c[k - 1] * x[k]) / b[k - 1];
+  }
+}
+
+void SMOOTHINGP(int l, int n) {
+  if (n < 1) return;
+  MGLEVEL& g = pmg(l);
+  const int nx = g.nx, ny = g.ny, nz = g.nz;
+  const LevelSteps h = level_steps(l);
+  const double cx = 1.0 / h.dx2, cy = 1.0 / h.dy2, cz = 1.0 / h.dz2;
+  const double diag = (cx + cy + cz) * -2.0;
+
+  ensure_smooth_work(nz);
+  const std::size_t stride = smooth_stride;
+  double* const work = smooth_work.data();
+
+  // Every column has the same matrix: a = c = cz off the diagonal, diag on
+  // it, the end rows folded with the bottom and top pressure types (the z
+  // ghosts of phi are not used here).  The first elimination pass of the
+  // Thomas algorithm depends on the matrix alone, so it is done once here,
+  // with exactly the operations it takes for each column:
+  //   b(k+1) = b(k+1) - a(k+1) * c(k) / b(k).
+  double* be = work;  // be[1..nz]
+  for (int k = 1; k <= nz; ++k) be[k] = diag;
+  if (nz >= 1) {
+    be[1] = be[1] + cz * static_cast<double>(ibcp(5));
+    be[nz] = be[nz] + cz * static_cast<double>(ibcp(6));
+  }
+  for (int k = 1; k <= nz - 1; ++k) be[k + 1] = be[k + 1] - cz * cz / be[k];
+
+  Array3<double>& phi = g.phi;
+  Array3<double>& src = g.src;
+  const std::ptrdiff_t sj = phi.sj(), sk = phi.sk();
+
+  for (int sweep = 1; sweep <= n; ++sweep) {
+    BOUNDARYP(l);
+#pragma omp parallel
+    {
+      double* d = work + stride * static_cast<std::size_t>(1 + omp_get_thread_num());
+#pragma omp for schedule(static)
+      for (int j = 1; j <= ny; ++j) {
+        for (int i = 1; i <= nx && nz >= 1; ++i) {
+          // Column (i, j): phi(i,j,k) = pc[k*sk].  The column (i-1, j) is
+          // already new, so the sweep is Gauss-Seidel in i and j.
+          double* pc = phi.at(i, j, 0);
+          const double* sc = src.at(i, j, 0);
+          // Right-hand side with the four neighbouring columns, fused with
+          // the second elimination pass d(k) = d(k) - a(k) * d(k-1) / b(k-1).
+          {
+            const double* q = pc + sk;
+            d[1] = sc[sk] - (q[-1] + q[1]) * cx - (q[-sj] + q[sj]) * cy;
+          }
+          for (int k = 2; k <= nz; ++k) {
+            const double* q = pc + k * sk;
+            const double dk = sc[k * sk] - (q[-1] + q[1]) * cx - (q[-sj] + q[sj]) * cy;
+            d[k] = dk - cz * d[k - 1] / be[k - 1];
+          }
+          // Back substitution, storing the line solution into phi at once.
+          double x = d[nz] / be[nz];
+          pc[nz * sk] = x;
+          for (int k = nz - 1; k >= 1; --k) {
+            x = (d[k] - cz * x) / be[k];
+            pc[k * sk] = x;
+          }
+        }
+      }
+    }
+  }
+}
+
+void RESIDUALP(int l) {
+  MGLEVEL& g = pmg(l);
+  const int nx = g.nx, ny = g.ny, nz = g.nz;
+  // Parallel over i: each thread takes its contiguous share of every row,
+  // so that memory is still walked with i innermost.
+#pragma omp parallel
+  {
+    int ib, ie;
+    static_share(1, nx, ib, ie);
+    for (int k = 1; k <= nz; ++k) {
+      for (int j = 1; j <= ny; ++j) {
+        const double* s = g.src.at(0, j, k);
+        const double* lp = g.lap.at(0, j, k);
+        double* r = g.res.at(0, j, k);
+        for (int i = ib; i <= ie; ++i) r[i] = s[i] - lp[i];
+      }
+    }
+  }
+}
+
+void RESTRICTIONP(int l) {
+  MGLEVEL& f = pmg(l);
+  MGLEVEL& c = pmg(l - 1);
+  const int nx = c.nx, ny = c.ny, nz = c.nz;
+#pragma omp parallel for schedule(static)
+  for (int k = 1; k <= nz; ++k) {
+    for (int j = 1; j <= ny; ++j) {
+      const double* r00 = f.res.at(0, 2 * j - 1, 2 * k - 1);
+      const double* r10 = f.res.at(0, 2 * j, 2 * k - 1);
+      const double* r01 = f.res.at(0, 2 * j - 1, 2 * k);
+      const double* r11 = f.res.at(0, 2 * j, 2 * k);
+      double* s = c.src.at(0, j, k);
+      double* p = c.phi.at(0, j, k);
+      for (int i = 1; i <= nx; ++i) {
+        const int a = 2 * i - 1, b = 2 * i;
+        s[i] = 0.125 * (r00[a] + r00[b] + r10[a] + r10[b] + r01[a] + r01[b] + r11[a] + r11[b]);
+        p[i] = 0.0;
+      }
+    }
+  }
+}
+
+void PROLONGATIONP(int l) {
+  // The ghosts of res of the coarse level are refreshed, but the
+  // interpolation reads phi of the coarse level: its face ghosts are those
+  // of the last BOUNDARYP there, one sweep behind the interior, on purpose.
+  BOUNDARYPRES(l - 1);
+  MGLEVEL& c = pmg(l - 1);
+  MGLEVEL& f = pmg(l);
+  const int nx = c.nx, ny = c.ny, nz = c.nz;
+  const Array3<double>& P = c.phi;
+#pragma omp parallel for schedule(static)
+  for (int k = 1; k <= nz; ++k) {
+    for (int sk = -1; sk <= 1; sk += 2) {
+      const int fk = sk < 0 ? 2 * k - 1 : 2 * k;
+      for (int j = 1; j <= ny; ++j) {
+        for (int sj = -1; sj <= 1; sj += 2) {
+          const int fj = sj < 0 ? 2 * j - 1 : 2 * j;
+          const double* pc = P.at(0, j, k);
+          const double* pj = P.at(0, j + sj, k);
+          const double* pk = P.at(0, j, k + sk);
+          double* fr = f.res.at(0, fj, fk);
+          double* fp = f.phi.at(0, fj, fk);
+          for (int i = 1; i <= nx; ++i) {
+            // Mean of the coarse cell and its three neighbours nearest to
+            // the fine cell, each weighted one quarter; the result is added.
+            const double lo = 0.25 * (pc[i] + pc[i - 1] + pj[i] + pk[i]);
+            fr[2 * i - 1] = lo;
+            fp[2 * i - 1] = fp[2 * i - 1] + lo;
+            const double hi = 0.25 * (pc[i] + pc[i + 1] + pj[i] + pk[i]);
+            fr[2 * i] = hi;
+            fp[2 * i] = fp[2 * i] + hi;
+          }
+        }
+      }
+    }
+  }
+}
+
+void SOLVERP(int l, int ncoarse) {
+  MGLEVEL& g = pmg(l);
+  const int nx = g.nx, ny = g.ny, nz = g.nz;
+  const LevelSteps h = level_steps(l);
+  const double dx2 = h.dx2, dy2 = h.dy2, dz2 = h.dz2;
+  const double c = 2.0 / dx2 + 2.0 / dy2 + 2.0 / dz2;
+  if (ncoarse <= 0) return;
+  const std::ptrdiff_t sj = g.phi.sj(), sk = g.phi.sk();
+  for (int it = 1; it <= ncoarse; ++it) {
+    double change = 0.0;
+    BOUNDARYP(l);
+#pragma omp parallel
+    {
+      double mine = -DBL_MAX;
+#pragma omp for schedule(static)
+      for (int k = 1; k <= nz; ++k) {
+        for (int j = 1; j <= ny; ++j) {
+          double* p = g.phi.at(0, j, k);
+          const double* s = g.src.at(0, j, k);
+          for (int i = 1; i <= nx; ++i) {
+            const double old = p[i];
+            const double nw =
+                ((p[i + 1] + p[i - 1]) / dx2 + (p[i + sj] + p[i - sj]) / dy2 + (p[i + sk] + p[i - sk]) / dz2 - s[i]) /
+                c;
+            if (nw != 0.0) mine = std::max(mine, std::fabs((nw - old) / nw));
+            p[i] = nw;
+          }
+        }
+      }
+#pragma omp critical(riverles_solverp_change)
+      change = std::max(change, mine);
+    }
+    if (change < 1e-8) break;
+  }
+}
+
+void MULTIGRIDP(int l, int gamma, int npre, int npost, int ncoarse) {
+  if (l == lmin) {
+    SOLVERP(l, ncoarse);
+    return;
+  }
+  SMOOTHINGP(l, npre);
+  OPERATORP(l);
+  RESIDUALP(l);
+  RESTRICTIONP(l);
+  for (int n = 1; n <= gamma; ++n) MULTIGRIDP(l - 1, gamma, npre, npost, ncoarse);
+  PROLONGATIONP(l);
+  SMOOTHINGP(l, npost);
+}
+
+int POISSONP() {
+  SOURCEP();
+  double divnorm = 0.0, resnorm = 0.0;
+  DIVNORMP(0, divnorm);
+  int npoisson = 0;
+  for (;;) {
+    npoisson = npoisson + 1;
+    MULTIGRIDP(0, igamma, ipres, iposts, 100);
+    OPERATORP(0);
+    RESIDUALP(0);
+    RESNORMP(0, resnorm);
+    // The order of the tests matters: the limit first (strict, so kpoismax
+    // allows one cycle more), then the ratio (strict, so a ratio that is not
+    // a number counts as converged), then at least two cycles.
+    if (npoisson > kpoismax) break;
+    if (resnorm / divnorm > eps) continue;
+    if (npoisson < 2) continue;
+    break;
+  }
+  return npoisson;
+}
 
 }  // namespace rl

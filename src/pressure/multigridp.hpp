@@ -1,8 +1,64 @@
 // Geometric multigrid solver of the pressure-correction equation.
+//
+// Cell-centred multigrid on the uniform box: full coarsening by 2 in all
+// three directions, a recursive cycle (igamma = 1 a V, 2 a W cycle), vertical
+// line Gauss-Seidel as smoother, point Gauss-Seidel on the coarsest level and
+// a stop rule on the ratio of the residual norm to the norm of the source.
+// Every routine works on the levels of pmg (the field store); l is the level
+// number, 0 the flow grid and lmin the coarsest.  No flag is read: every cell
+// of the box is an unknown, the outer faces enter through the ghost layer.
 #pragma once
 
 namespace rl {
 
+// Right-hand side of level 0: dens/dt times the divergence of u, v, w.
+void SOURCEP();
+
+// L2 norms (square root of the plain sum of squares over the interior) of
+// src and of res of level l.
+void DIVNORMP(int l, double& result);
+void RESNORMP(int l, double& result);
+
+// Face ghosts of phi of level l from ibcp: ghost = t*adjacent + (1-|t|)*far
+// end of the row.  Edges and corners of the ghost layer are left as they are.
+// (BOUNDARY_M has a BOUNDARYP() without arguments for p.)
+void BOUNDARYP(int l);
+
+// All ghosts of res of level l: the faces as BOUNDARYP, then the twelve
+// edges and the eight corners by extrapolation.
+void BOUNDARYPRES(int l);
+
+// Ghosts of phi, then lap = seven-point Laplacian of phi on level l.
+void OPERATORP(int l);
+
+// n sweeps of vertical line Gauss-Seidel on phi of level l.
+void SMOOTHINGP(int l, int n);
+
+// Thomas algorithm for a tridiagonal system of n rows.  The vectors are
+// passed by their first element: a[0] is a(1), ..., a[n-1] is a(n).  a holds
+// the subdiagonal, b the diagonal, c the superdiagonal, d the right-hand
+// side; b and d are overwritten, x receives the solution.
+void TRIDIAGP(int n, double* a, double* b, double* c, double* d, double* x);
+
+// res = src - lap on level l.
+void RESIDUALP(int l);
+
+// src of level l-1 = mean of res over each coarse cell; phi of l-1 cleared
+// in the interior.
+void RESTRICTIONP(int l);
+
+// Adds the interpolated correction phi of level l-1 to phi of level l.
+void PROLONGATIONP(int l);
+
+// One cycle from level l downwards.
+void MULTIGRIDP(int l, int gamma, int npre, int npost, int ncoarse);
+
+// Point Gauss-Seidel on level l, at most ncoarse sweeps, until the largest
+// relative change of a sweep is below 1e-8.
+void SOLVERP(int l, int ncoarse);
+
+// Solves for pmg(0).phi from the predicted velocities; returns the number
+// of cycles performed.
 int POISSONP();
 
 }  // namespace rl

@@ -1,0 +1,406 @@
+// Parsing and checking of a case description, and the bed it describes.
+#include "casetool/case_description.hpp"
+
+#include <algorithm>
+#include <charconv>
+#include <cmath>
+#include <filesystem>
+#include <fstream>
+#include <limits>
+#include <numbers>
+#include <sstream>
+
+namespace rlcase {
+
+namespace {
+
+using Kind = orva::Condition::Kind;
+
+std::string where(const std::string& file, int line) {
+  return file + ":" + std::to_string(line) + ": ";
+}
+
+[[noreturn]] void fail(const std::string& file, int line, const std::string& msg) {
+  throw DescriptionError(where(file, line) + msg);
+}
+
+// Splits a line into blank-separated tokens; a double-quoted token may hold
+// blanks (and "" is the empty string); a token starting with '#' ends the line.
+std::vector<std::string> tokenize(const std::string& line, const std::string& file, int lineno) {
+  std::vector<std::string> out;
+  std::size_t i = 0;
+  const std::size_t n = line.size();
+  while (i < n) {
+    while (i < n && (line[i] == ' ' || line[i] == '\t' || line[i] == '\r')) ++i;
+    if (i >= n || line[i] == '#') break;
+    if (line[i] == '"') {
+      const std::size_t close = line.find('"', i + 1);
+      if (close == std::string::npos) fail(file, lineno, "unterminated quoted string");
+      out.push_back(line.substr(i + 1, close - i - 1));
+      i = close + 1;
+      if (i < n && line[i] != ' ' && line[i] != '\t' && line[i] != '\r')
+        fail(file, lineno, "a blank must follow a quoted string");
+    } else {
+      std::size_t e = i;
+      while (e < n && line[e] != ' ' && line[e] != '\t' && line[e] != '\r') ++e;
+      out.push_back(line.substr(i, e - i));
+      i = e;
+    }
+  }
+  return out;
+}
+
+bool to_int(const std::string& s, int& v) {
+  const char* b = s.data();
+  const char* e = b + s.size();
+  if (b != e && *b == '+') ++b;
+  auto r = std::from_chars(b, e, v);
+  return !s.empty() && r.ec == std::errc() && r.ptr == e;
+}
+
+bool to_real(const std::string& s, double& v) {
+  const char* b = s.data();
+  const char* e = b + s.size();
+  if (b != e && *b == '+') ++b;
+  auto r = std::from_chars(b, e, v);
+  return !s.empty() && r.ec == std::errc() && r.ptr == e && std::isfinite(v);
+}
+
+int need_int(const std::string& s, const std::string& what, const std::string& file, int line) {
+  int v;
+  if (!to_int(s, v)) fail(file, line, what + " must be an integer, not '" + s + "'");
+  return v;
+}
+
+double need_real(const std::string& s, const std::string& what, const std::string& file, int line) {
+  double v;
+  if (!to_real(s, v)) fail(file, line, what + " must be a number, not '" + s + "'");
+  return v;
+}
+
+void need_count(const std::vector<std::string>& t, std::size_t lo, std::size_t hi, const std::string& usage,
+                const std::string& file, int line) {
+  if (t.size() < lo || t.size() > hi) fail(file, line, "usage: " + usage);
+}
+
+std::string lower(std::string s) {
+  for (char& c : s) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  return s;
+}
+
+// ---- Bed files ----
+
+// An ESRI ASCII grid, interpolated bilinearly between cell centres; nodes
+// beyond the outer centres take the value of the nearest edge.
+void bed_esri(const Description& d, const std::string& desc, const std::vector<double>& x,
+              const std::vector<double>& y, std::vector<double>& z) {
+  const int line = d.bedline;
+  std::ifstream in(d.bedfile);
+  if (!in) fail(desc, line, "cannot open '" + d.bedfile + "'");
+  const std::string tag = d.bedfile + ": ";
+  int ncols = 0, nrows = 0;
+  double xll = 0, yll = 0, cs = 0, nodata = 0;
+  bool xcorner = true, ycorner = true, have_nodata = false;
+  bool hx = false, hy = false, hc = false;
+  std::string word;
+  // Header: keyword-value pairs up to the first number.
+  for (;;) {
+    std::streampos pos = in.tellg();
+    if (!(in >> word)) fail(desc, line, tag + "ends inside its header");
+    double probe;
+    if (to_real(word, probe)) {
+      in.seekg(pos);
+      break;
+    }
+    std::string val;
+    if (!(in >> val)) fail(desc, line, tag + "header entry '" + word + "' has no value");
+    const std::string k = lower(word);
+    if (k == "ncols") ncols = need_int(val, tag + "ncols", desc, line);
+    else if (k == "nrows") nrows = need_int(val, tag + "nrows", desc, line);
+    else if (k == "xllcorner" || k == "xllcenter") {
+      xll = need_real(val, tag + k, desc, line);
+      xcorner = k == "xllcorner";
+      hx = true;
+    } else if (k == "yllcorner" || k == "yllcenter") {
+      yll = need_real(val, tag + k, desc, line);
+      ycorner = k == "yllcorner";
+      hy = true;
+    } else if (k == "cellsize") {
+      cs = need_real(val, tag + "cellsize", desc, line);
+      hc = true;
+    } else if (k == "nodata_value") {
+      nodata = need_real(val, tag + "NODATA_value", desc, line);
+      have_nodata = true;
+    } else {
+      fail(desc, line, tag + "unknown header entry '" + word + "'");
+    }
+  }
+  if (ncols < 1 || nrows < 1 || !hx || !hy || !hc || !(cs > 0))
+    fail(desc, line, tag + "header needs ncols, nrows, xllcorner, yllcorner and a positive cellsize");
+  std::vector<double> v(static_cast<std::size_t>(ncols) * nrows);
+  for (double& a : v) {
+    if (!(in >> word)) fail(desc, line, tag + "has fewer values than ncols*nrows");
+    a = need_real(word, tag + "value", desc, line);
+  }
+  if (in >> word) fail(desc, line, tag + "has more values than ncols*nrows");
+  // Centre of column 0 and of the bottom row.
+  const double xc0 = xll + (xcorner ? 0.5 * cs : 0.0);
+  const double yc0 = yll + (ycorner ? 0.5 * cs : 0.0);
+  // Value at column c, row r counted from the bottom (the file starts at the top).
+  auto at = [&](int c, int r) { return v[static_cast<std::size_t>(nrows - 1 - r) * ncols + c]; };
+  for (std::size_t n = 0; n < z.size(); ++n) {
+    const double fx = std::clamp((x[n] - xc0) / cs, 0.0, static_cast<double>(ncols - 1));
+    const double fy = std::clamp((y[n] - yc0) / cs, 0.0, static_cast<double>(nrows - 1));
+    const int c0 = std::min(static_cast<int>(std::floor(fx)), ncols - 1);
+    const int r0 = std::min(static_cast<int>(std::floor(fy)), nrows - 1);
+    const int c1 = std::min(c0 + 1, ncols - 1);
+    const int r1 = std::min(r0 + 1, nrows - 1);
+    const double tx = fx - c0, ty = fy - r0;
+    const double w[4] = {(1 - tx) * (1 - ty), tx * (1 - ty), (1 - tx) * ty, tx * ty};
+    const double a[4] = {at(c0, r0), at(c1, r0), at(c0, r1), at(c1, r1)};
+    double s = 0.0;
+    for (int q = 0; q < 4; ++q) {
+      if (w[q] == 0.0) continue;
+      if (have_nodata && a[q] == nodata) {
+        std::ostringstream m;
+        m << tag << "no data near the node at x=" << x[n] << " y=" << y[n];
+        fail(desc, line, m.str());
+      }
+      s += w[q] * a[q];
+    }
+    z[n] = s;
+  }
+}
+
+// Scattered "x y z" points, interpolated by inverse distance squared from
+// the (up to) four nearest points; a point on a node gives its value.
+void bed_xyz(const Description& d, const std::string& desc, const std::vector<double>& x,
+             const std::vector<double>& y, std::vector<double>& z) {
+  const int line = d.bedline;
+  std::ifstream in(d.bedfile);
+  if (!in) fail(desc, line, "cannot open '" + d.bedfile + "'");
+  struct P {
+    double x, y, z;
+  };
+  std::vector<P> pts;
+  std::string text;
+  int fl = 0;
+  while (std::getline(in, text)) {
+    ++fl;
+    const std::vector<std::string> t = tokenize(text, d.bedfile, fl);
+    if (t.empty()) continue;
+    const std::string tag = d.bedfile + ":" + std::to_string(fl) + ": ";
+    if (t.size() != 3) fail(desc, line, tag + "a point needs three numbers x y z");
+    pts.push_back({need_real(t[0], tag + "x", desc, line), need_real(t[1], tag + "y", desc, line),
+                   need_real(t[2], tag + "z", desc, line)});
+  }
+  if (pts.empty()) fail(desc, line, d.bedfile + ": holds no points");
+  const std::size_t k = std::min<std::size_t>(4, pts.size());
+  std::vector<std::pair<double, std::size_t>> dist(pts.size());
+  for (std::size_t n = 0; n < z.size(); ++n) {
+    for (std::size_t p = 0; p < pts.size(); ++p) {
+      const double ex = pts[p].x - x[n], ey = pts[p].y - y[n];
+      dist[p] = {ex * ex + ey * ey, p};
+    }
+    std::partial_sort(dist.begin(), dist.begin() + static_cast<std::ptrdiff_t>(k), dist.end());
+    if (dist[0].first <= 1e-24) {
+      z[n] = pts[dist[0].second].z;
+      continue;
+    }
+    double sw = 0.0, sz = 0.0;
+    for (std::size_t q = 0; q < k; ++q) {
+      const double w = 1.0 / dist[q].first;
+      sw += w;
+      sz += w * pts[dist[q].second].z;
+    }
+    z[n] = sz / sw;
+  }
+}
+
+}  // namespace
+
+const std::vector<KeyDefault>& key_defaults() {
+  static const std::vector<KeyDefault> keys = {
+      {"kmaxItm", Kind::Integer, "4"},
+      {"zminItm", Kind::Real, "0.0"},
+      {"zmaxItm", Kind::Real, "0.1"},
+      {"viscItm", Kind::Real, "1.0e-6"},
+      {"densItm", Kind::Real, "1000.0"},
+      {"gravityItm", Kind::Real, "9.81"},
+      {"dischargeItm", Kind::Real, "0.006"},
+      {"timetypeItm", Kind::Integer, "0"},
+      {"timestepItm", Kind::Real, "0.001"},
+      {"cflItm", Kind::Real, "0.3"},
+      {"xBoundItm", Kind::Integer, "0"},
+      {"yBoundItm", Kind::Integer, "1"},
+      {"zBoundItm", Kind::Integer, "0"},
+      {"InitialItm", Kind::Integer, "0"},
+      {"xInitItm", Kind::Real, "0.2"},
+      {"yInitItm", Kind::Real, "0.0"},
+      {"zInitItm", Kind::Real, "0.0"},
+      {"iPerturbItm", Kind::Integer, "1"},
+      {"amplitudeItm", Kind::Real, "0.02"},
+      {"iBedPerturbItm", Kind::Integer, "0"},
+      {"BAmplitudeItm", Kind::Real, "0.0"},
+      {"starttimeItm", Kind::Real, "0.0"},
+      {"endtimeItm", Kind::Real, "1.0"},
+      {"HotstartItm", Kind::Integer, "0"},
+      {"StartfileItm", Kind::String, ""},
+      {"TimeInitialItm", Kind::Integer, "0"},
+      {"OTimeItm", Kind::Real, "0.1"},
+      {"HotoutItm", Kind::Integer, "0"},
+      {"dtHotoutItm", Kind::Real, "1.0"},
+      {"TecplotItm", Kind::Integer, "0"},
+      {"dtTecplotItm", Kind::Real, "0.1"},
+      {"outpathItm", Kind::String, "."},
+      {"outfileItm", Kind::String, "riverles"},
+      {"BedItm", Kind::Integer, "1"},
+      {"SedimentItm", Kind::Real, "1.0"},
+      {"RoughItm", Kind::Real, "2.5"},
+      {"smagorinskyItm", Kind::Real, "0.1"},
+      {"iIBMItm", Kind::Integer, "0"},
+      {"iCycleItm", Kind::Integer, "1"},
+      {"igammaItm", Kind::Integer, "1"},
+      {"ipresItm", Kind::Integer, "2"},
+      {"ipostsItm", Kind::Integer, "2"},
+      {"kpoismaxItm", Kind::Integer, "20"},
+      {"epsItm", Kind::Real, "1.0e-4"},
+  };
+  return keys;
+}
+
+Description parse_description(const std::string& path) {
+  std::ifstream in(path);
+  if (!in) throw DescriptionError(path + ": cannot open the description");
+  Description d;
+  const auto& keys = key_defaults();
+  // Start from the defaults; `omitted` marks keys left out of the case.
+  std::vector<orva::Condition> conds;
+  std::vector<bool> omitted(keys.size(), false);
+  for (const KeyDefault& k : keys) {
+    orva::Condition c;
+    c.kind = k.kind;
+    c.key = k.key;
+    if (k.kind == Kind::Integer) to_int(k.value, c.ivalue);
+    else if (k.kind == Kind::Real) to_real(k.value, c.rvalue);
+    else c.svalue = k.value;
+    conds.push_back(c);
+  }
+  auto find_key = [&](const std::string& name) -> int {
+    for (std::size_t q = 0; q < keys.size(); ++q)
+      if (name == keys[q].key) return static_cast<int>(q);
+    return -1;
+  };
+  const std::filesystem::path base = std::filesystem::path(path).parent_path();
+
+  std::string text;
+  int ln = 0;
+  while (std::getline(in, text)) {
+    ++ln;
+    const std::vector<std::string> t = tokenize(text, path, ln);
+    if (t.empty()) continue;
+    const std::string& w = t[0];
+    if (w == "nodes") {
+      need_count(t, 3, 3, "nodes NI NJ", path, ln);
+      d.ni = need_int(t[1], "NI", path, ln);
+      d.nj = need_int(t[2], "NJ", path, ln);
+      if (d.ni < 2 || d.nj < 2) fail(path, ln, "the grid needs at least 2 nodes in each direction");
+    } else if (w == "extent") {
+      need_count(t, 3, 3, "extent LENGTH WIDTH", path, ln);
+      d.lx = need_real(t[1], "LENGTH", path, ln);
+      d.ly = need_real(t[2], "WIDTH", path, ln);
+      if (!(d.lx > 0) || !(d.ly > 0)) fail(path, ln, "the extents must be positive");
+    } else if (w == "origin") {
+      need_count(t, 3, 3, "origin X0 Y0", path, ln);
+      d.x0 = need_real(t[1], "X0", path, ln);
+      d.y0 = need_real(t[2], "Y0", path, ln);
+    } else if (w == "bed") {
+      if (t.size() < 2) fail(path, ln, "usage: bed flat|slope|dunes|esri|xyz ...");
+      const std::string& kind = t[1];
+      d.bedline = ln;
+      d.bedfile.clear();
+      d.bedpar.clear();
+      if (kind == "flat") {
+        need_count(t, 3, 3, "bed flat LEVEL", path, ln);
+        d.bed = BedKind::Flat;
+        d.bedpar = {need_real(t[2], "LEVEL", path, ln)};
+      } else if (kind == "slope") {
+        need_count(t, 4, 5, "bed slope LEVEL SLOPEX [SLOPEY]", path, ln);
+        d.bed = BedKind::Slope;
+        d.bedpar = {need_real(t[2], "LEVEL", path, ln), need_real(t[3], "SLOPEX", path, ln),
+                    t.size() > 4 ? need_real(t[4], "SLOPEY", path, ln) : 0.0};
+      } else if (kind == "dunes") {
+        need_count(t, 6, 6, "bed dunes AMPLITUDE WAVELENGTH PHASE BASE", path, ln);
+        d.bed = BedKind::Dunes;
+        d.bedpar = {need_real(t[2], "AMPLITUDE", path, ln), need_real(t[3], "WAVELENGTH", path, ln),
+                    need_real(t[4], "PHASE", path, ln), need_real(t[5], "BASE", path, ln)};
+        if (!(d.bedpar[1] > 0)) fail(path, ln, "the dune wavelength must be positive");
+      } else if (kind == "esri" || kind == "xyz") {
+        need_count(t, 3, 3, "bed " + kind + " FILE", path, ln);
+        d.bed = kind == "esri" ? BedKind::Esri : BedKind::Xyz;
+        std::filesystem::path f(t[2]);
+        if (f.is_relative()) f = base / f;
+        d.bedfile = f.string();
+        std::error_code ec;
+        if (!std::filesystem::is_regular_file(f, ec)) fail(path, ln, "missing file '" + d.bedfile + "'");
+      } else {
+        fail(path, ln, "unknown bed kind '" + kind + "' (flat, slope, dunes, esri or xyz)");
+      }
+    } else if (w == "omit") {
+      need_count(t, 2, 2, "omit KEY", path, ln);
+      const int q = find_key(t[1]);
+      if (q < 0) fail(path, ln, "unknown key '" + t[1] + "'");
+      omitted[static_cast<std::size_t>(q)] = true;
+    } else {
+      const int q = find_key(w);
+      if (q < 0) fail(path, ln, "unknown key or directive '" + w + "'");
+      need_count(t, 2, 2, w + " VALUE", path, ln);
+      orva::Condition& c = conds[static_cast<std::size_t>(q)];
+      if (c.kind == Kind::Integer) c.ivalue = need_int(t[1], w, path, ln);
+      else if (c.kind == Kind::Real) c.rvalue = need_real(t[1], w, path, ln);
+      else c.svalue = t[1];
+      omitted[static_cast<std::size_t>(q)] = false;
+    }
+  }
+  for (std::size_t q = 0; q < conds.size(); ++q)
+    if (!omitted[q]) d.conditions.push_back(conds[q]);
+  return d;
+}
+
+void build_grid(const Description& d, const std::string& descpath, std::vector<double>& x,
+                std::vector<double>& y, std::vector<double>& z) {
+  const std::size_t n = static_cast<std::size_t>(d.ni) * static_cast<std::size_t>(d.nj);
+  x.assign(n, 0.0);
+  y.assign(n, 0.0);
+  z.assign(n, 0.0);
+  const double dx = d.lx / (d.ni - 1), dy = d.ly / (d.nj - 1);
+  for (int j = 0; j < d.nj; ++j)
+    for (int i = 0; i < d.ni; ++i) {
+      const std::size_t m = static_cast<std::size_t>(j) * d.ni + i;
+      x[m] = d.x0 + i * dx;
+      y[m] = d.y0 + j * dy;
+    }
+  switch (d.bed) {
+    case BedKind::Flat:
+      std::fill(z.begin(), z.end(), d.bedpar[0]);
+      break;
+    case BedKind::Slope:
+      for (std::size_t m = 0; m < n; ++m)
+        z[m] = d.bedpar[0] + d.bedpar[1] * (x[m] - d.x0) + d.bedpar[2] * (y[m] - d.y0);
+      break;
+    case BedKind::Dunes: {
+      const double a = d.bedpar[0], L = d.bedpar[1], ph = d.bedpar[2], b = d.bedpar[3];
+      for (std::size_t m = 0; m < n; ++m)
+        z[m] = b + a * std::sin(2.0 * std::numbers::pi * (x[m] - d.x0) / L + ph);
+      break;
+    }
+    case BedKind::Esri:
+      bed_esri(d, descpath, x, y, z);
+      break;
+    case BedKind::Xyz:
+      bed_xyz(d, descpath, x, y, z);
+      break;
+  }
+}
+
+}  // namespace rlcase

@@ -1,0 +1,51 @@
+// The case description of riverles-case: a small plain-text file that names
+// the grid, the bed and any calculation condition that differs from its
+// default.  docs/case-description.md describes the format for users.
+#pragma once
+
+#include <map>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "orvalib/orvalib.hpp"
+
+namespace rlcase {
+
+// A fault in the description: the message is complete, "DESCRIPTION:LINE: ...".
+struct DescriptionError : std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+
+// One calculation condition with its default, in the order the solver reads them.
+struct KeyDefault {
+  const char* key;
+  orva::Condition::Kind kind;
+  const char* value;  // the default as the description would write it
+};
+
+// All 44 keys with their defaults (a small laboratory flume).
+const std::vector<KeyDefault>& key_defaults();
+
+enum class BedKind { Flat, Slope, Dunes, Esri, Xyz };
+
+struct Description {
+  int ni = 33, nj = 9;                 // grid nodes in x and y
+  double lx = 1.0, ly = 0.3;           // plan extents
+  double x0 = 0.0, y0 = 0.0;           // origin: the node (0,0)
+  BedKind bed = BedKind::Flat;
+  std::vector<double> bedpar{0.0};     // parameters of the bed kind
+  std::string bedfile;                 // resolved path of an ESRI or xyz file
+  int bedline = 0;                     // line of the bed directive
+  std::vector<orva::Condition> conditions;  // all keys not omitted, in catalogue order
+};
+
+// Reads and checks a description; throws DescriptionError.
+Description parse_description(const std::string& path);
+
+// Node coordinates (i fastest) and the bed elevation at every node; throws
+// DescriptionError for a faulty bed file.
+void build_grid(const Description& d, const std::string& descpath, std::vector<double>& x,
+                std::vector<double>& y, std::vector<double>& z);
+
+}  // namespace rlcase

@@ -1,0 +1,259 @@
+#include "immersed/immerse.hpp"
+
+#include <omp.h>
+
+#include <cmath>
+#include <string>
+
+#include "common/console.hpp"
+#include "driver/fields.hpp"
+#include "immersed/viscbed.hpp"
+#include "immersed/wallaw.hpp"
+
+namespace rl {
+
+namespace {
+
+// State of one search: the forcing point P, the foot point so far and its
+// distance.  best starts at the height of the domain, so nothing at that
+// distance or beyond is ever accepted; an equal distance never replaces an
+// earlier candidate.
+struct Search {
+  double px, py, pz;
+  double X = 0.0, Y = 0.0, Z = 0.0;
+  double best;
+  bool found = false;
+
+  Search(double x, double y, double z) : px(x), py(y), pz(z), best(zmax - zmin) {}
+
+  bool accept(double x, double y, double z, double d) {
+    X = x;
+    Y = y;
+    Z = z;
+    best = d;
+    found = true;
+    return true;
+  }
+
+  // Nearest point of the extended surface of a patch; kept only if it lies
+  // on the patch itself, bounds included.
+  bool patch(double x1, double x2, double y1, double y2, double z1, double z2, double z3, double z4) {
+    double x, y, z;
+    BEDPATCHPOINT(x1, x2, y1, y2, z1, z2, z3, z4, px, py, pz, x, y, z);
+    const double ex = x - px, ey = y - py, ez = z - pz;
+    const double d = std::sqrt(ex * ex + ey * ey + ez * ez);
+    const bool inx = std::fmin(x1, x2) <= x && x <= std::fmax(x1, x2);
+    const bool iny = std::fmin(y1, y2) <= y && y <= std::fmax(y1, y2);
+    if (best > d && inx && iny) return accept(x, y, z, d);
+    return false;
+  }
+
+  // Nearest point of the segment (s1,z1)-(s2,z2) to (sp,zp), measured in the
+  // plane of the segment only.  Returns false when the projection falls
+  // outside the segment or the point is not nearer.
+  static bool segment(double s1, double s2, double z1, double z2, double sp, double zp, double& s, double& z,
+                      double& d) {
+    const double ds = s2 - s1, dzz = z2 - z1;
+    const double t = -((s1 - sp) * ds + (z1 - zp) * dzz) / (ds * ds + dzz * dzz);
+    if (!(t >= 0.0 && t <= 1.0)) return false;
+    s = s1 + t * ds;
+    z = z1 + t * dzz;
+    d = std::sqrt((s - sp) * (s - sp) + (z - zp) * (z - zp));
+    return true;
+  }
+
+  // Edge along x at the fixed y; the distance leaves out the y difference.
+  bool edge_x(double x1, double x2, double yfix, double z1, double z2) {
+    double s, z, d;
+    if (segment(x1, x2, z1, z2, px, pz, s, z, d) && best > d) return accept(s, yfix, z, d);
+    return false;
+  }
+
+  // Edge along y at the fixed x; the distance leaves out the x difference.
+  bool edge_y(double xfix, double y1, double y2, double z1, double z2) {
+    double s, z, d;
+    if (segment(y1, y2, z1, z2, py, pz, s, z, d) && best > d) return accept(xfix, s, z, d);
+    return false;
+  }
+
+  // Column centres, measured in the x-z plane, the y-z plane, or along z.
+  bool vertex_xz(double x, double y, double z) {
+    const double d = std::sqrt((x - px) * (x - px) + (z - pz) * (z - pz));
+    if (best > d) return accept(x, y, z, d);
+    return false;
+  }
+  bool vertex_yz(double x, double y, double z) {
+    const double d = std::sqrt((y - py) * (y - py) + (z - pz) * (z - pz));
+    if (best > d) return accept(x, y, z, d);
+    return false;
+  }
+  bool vertex_z(double x, double y, double z) {
+    const double d = std::fabs(pz - z);
+    if (best > d) return accept(x, y, z, d);
+    return false;
+  }
+};
+
+// A search that found nothing ends the run; inside a parallel loop the stop
+// must not unwind through the region.
+[[noreturn]] void search_failed(const char* line) {
+  if (omp_in_parallel()) stop_from_parallel(line);
+  stop_run(line);
+}
+
+// Velocity vector imposed at the forcing point P with foot point (X,Y,Z).
+void impose(const Search& s, double& ux, double& uy, double& uz) {
+  double px = s.px, py = s.py, pz = s.pz;
+  double grad, ustar, tx, ty, tz;
+  if (iibm == 0) {
+    if (ibed != 0)
+      WALLROUGHTRI(px, py, pz, s.X, s.Y, s.Z, ux, uy, uz, grad, ustar, tx, ty, tz);
+    else
+      WALLSMOOTHTRI(px, py, pz, s.X, s.Y, s.Z, ux, uy, uz, grad, ustar, tx, ty, tz);
+  } else {
+    if (ibed != 0)
+      WALLROUGHIDW(px, py, pz, s.X, s.Y, s.Z, ux, uy, uz, grad, ustar, tx, ty, tz);
+    else
+      WALLSMOOTHIDW(px, py, pz, s.X, s.Y, s.Z, ux, uy, uz, grad, ustar, tx, ty, tz);
+  }
+}
+
+// The four patches, four edges and the column centre around a point that
+// stands right above the centre of column (i,j).
+void search_column(Search& s, int i, int j) {
+  const double xE = s.px + dx, xW = s.px - dx, yN = s.py + dy, yS = s.py - dy;
+  s.patch(s.px, xE, s.py, yN, bed(i, j), bed(i + 1, j), bed(i, j + 1), bed(i + 1, j + 1));
+  s.patch(s.px, xE, s.py, yS, bed(i, j), bed(i + 1, j), bed(i, j - 1), bed(i + 1, j - 1));
+  s.patch(s.px, xW, s.py, yS, bed(i, j), bed(i - 1, j), bed(i, j - 1), bed(i - 1, j - 1));
+  s.patch(s.px, xW, s.py, yN, bed(i, j), bed(i - 1, j), bed(i, j + 1), bed(i - 1, j + 1));
+  s.edge_x(s.px, xE, s.py, bed(i, j), bed(i + 1, j));
+  s.edge_x(s.px, xW, s.py, bed(i, j), bed(i - 1, j));
+  s.edge_y(s.px, s.py, yN, bed(i, j), bed(i, j + 1));
+  s.edge_y(s.px, s.py, yS, bed(i, j), bed(i, j - 1));
+  s.vertex_z(s.px, s.py, bed(i, j));
+}
+
+}  // namespace
+
+void BEDPATCHPOINT(double x1, double x2, double y1, double y2, double z1, double z2, double z3, double z4,
+                   double px, double py, double pz, double& X, double& Y, double& Z) {
+  double nx, ny, nz, a, b, c, e;
+  BEDPATCHNORMAL(x1, x2, y1, y2, z1, z2, z3, z4, px, py, nx, ny, nz, a, b, c, e);
+  auto rel = [](double val, double old) {
+    return val == 0.0 ? std::fabs(val - old) / 1e-8 : std::fabs(val - old) / std::fabs(val);
+  };
+  double x = px, y = py, z = pz;
+  double change;
+  int count = 0;
+  bool limit = false;
+  do {
+    const double xo = x, yo = y, zo = z;
+    const double zx = b + e * y;
+    double g = zx * x + c * y + a - pz;
+    x = x - (x - px + g * zx) / (zx * zx + 1.0);
+    const double zy = c + e * x;
+    g = zx * x + c * y + a - pz;
+    y = y - (y - py + g * zy) / (zy * zy + 1.0);
+    z = a + c * y + x * (b + e * y);
+    change = rel(x, xo);
+    const double cy = rel(y, yo), cz = rel(z, zo);
+    if (cy > change) change = cy;
+    if (cz > change) change = cz;
+    ++count;
+    if (count > 200) {
+      limit = true;
+      break;
+    }
+  } while (change > 1e-8);
+
+  if (limit && change > 0.0001) {
+    say("Warning : The immersed boundary is not converged yet " + free_real(change));
+    X = (x1 + x2) / 2.0;
+    Y = (y1 + y2) / 2.0;
+    Z = (b + e * Y) * X + a + c * Y;
+    return;
+  }
+  X = x;
+  Y = y;
+  Z = z;
+}
+
+void IMMERSEU(int i, int j, int k, double& value) {
+  Search s(xmin + i * dx, ymin + (j - 0.5) * dy, zmin + (k - 0.5) * dz);
+  const double xL = s.px - dx / 2.0, xR = s.px + dx / 2.0;
+  const int iw = (imax + i + 2) % imax;  // second column to the right, wrapped
+  const double yN = s.py + dy, yS = s.py - dy;
+  s.patch(xL, xR, s.py, yN, bed(i, j), bed(i + 1, j), bed(i, j + 1), bed(i + 1, j + 1));
+  s.patch(xL, xR, s.py, yS, bed(i, j), bed(i + 1, j), bed(i, j - 1), bed(i + 1, j - 1));
+  if (!s.edge_x(xL, xR, s.py, bed(i, j), bed(i + 1, j)) && !s.found) {
+    // Second ring: the patches and edges beyond the two columns of P.
+    const double xLL = s.px - 1.5 * dx, xRR = s.px + 1.5 * dx;
+    s.patch(xL, xLL, s.py, yN, bed(i, j), bed(i - 1, j), bed(i, j + 1), bed(i - 1, j + 1));
+    s.patch(xL, xLL, s.py, yS, bed(i, j), bed(i - 1, j), bed(i, j - 1), bed(i - 1, j - 1));
+    s.edge_x(xL, xLL, s.py, bed(i, j), bed(i - 1, j));
+    s.edge_y(xL, s.py, yS, bed(i, j), bed(i, j - 1));
+    s.edge_y(xL, s.py, yN, bed(i, j), bed(i, j + 1));
+    s.patch(xR, xRR, s.py, yN, bed(i + 1, j), bed(iw, j), bed(i + 1, j + 1), bed(iw, j + 1));
+    s.patch(xR, xRR, s.py, yS, bed(i + 1, j), bed(iw, j), bed(i + 1, j - 1), bed(iw, j - 1));
+    s.edge_x(xR, xRR, s.py, bed(i + 1, j), bed(iw, j));
+    s.edge_y(xR, s.py, yS, bed(i + 1, j), bed(i + 1, j - 1));
+    s.edge_y(xR, s.py, yN, bed(i + 1, j), bed(i + 1, j + 1));
+    s.vertex_xz(xL, s.py, bed(i, j));
+    s.vertex_xz(xR, s.py, bed(i + 1, j));
+    if (!s.found) search_failed("immrsing u could not find the minimum point");
+  }
+  double ux, uy, uz;
+  impose(s, ux, uy, uz);
+  value = ux;
+}
+
+void IMMERSEV(int i, int j, int k, double& value) {
+  Search s(xmin + (i - 0.5) * dx, ymin + j * dy, zmin + (k - 0.5) * dz);
+  const double yB = s.py - dy / 2.0, yT = s.py + dy / 2.0;
+  const int jw = (jmax + j + 2) % jmax;  // second row to the north, wrapped
+  const double xE = s.px + dx, xW = s.px - dx;
+  s.patch(s.px, xE, yB, yT, bed(i, j), bed(i + 1, j), bed(i, j + 1), bed(i + 1, j + 1));
+  s.patch(s.px, xW, yB, yT, bed(i, j), bed(i - 1, j), bed(i, j + 1), bed(i - 1, j + 1));
+  if (!s.edge_y(s.px, yB, yT, bed(i, j), bed(i, j + 1)) && !s.found) {
+    // Second ring.  The south edge and the south vertex are placed with dz.
+    const double yBB = s.py - 1.5 * dy, yTT = s.py + 1.5 * dy;
+    s.patch(s.px, xE, yB, yBB, bed(i, j), bed(i + 1, j), bed(i, j - 1), bed(i + 1, j - 1));
+    s.patch(s.px, xW, yB, yBB, bed(i, j), bed(i - 1, j), bed(i, j - 1), bed(i - 1, j - 1));
+    s.edge_y(s.px, yB, s.py - 1.5 * dz, bed(i, j), bed(i, j - 1));
+    s.edge_x(s.px, xW, yB, bed(i, j), bed(i - 1, j));
+    s.edge_x(s.px, xE, yB, bed(i, j), bed(i + 1, j));
+    s.patch(s.px, xE, yT, yTT, bed(i, j + 1), bed(i + 1, j + 1), bed(i, jw), bed(i + 1, jw));
+    s.patch(s.px, xW, yT, yTT, bed(i, j + 1), bed(i - 1, j + 1), bed(i, jw), bed(i - 1, jw));
+    s.edge_y(s.px, yT, yTT, bed(i, j + 1), bed(i, jw));
+    s.edge_x(s.px, xW, yT, bed(i, j + 1), bed(i - 1, j + 1));
+    s.edge_x(s.px, xE, yT, bed(i, j + 1), bed(i + 1, j + 1));
+    s.vertex_yz(s.px, s.py - dz / 2.0, bed(i, j));
+    s.vertex_yz(s.px, yT, bed(i, j + 1));
+    if (!s.found) search_failed("immrsing v could not find the minimum point");
+  }
+  double ux, uy, uz;
+  impose(s, ux, uy, uz);
+  value = uy;
+}
+
+void IMMERSEW(int i, int j, int k, double& value) {
+  Search s(xmin + (i - 0.5) * dx, ymin + (j - 0.5) * dy, zmin + k * dz);
+  search_column(s, i, j);
+  if (!s.found) search_failed("immersing w could not find the minimum point");
+  double ux, uy, uz;
+  impose(s, ux, uy, uz);
+  value = uz;
+}
+
+void IMMERSEVISC(int i, int j, int k, double& value) {
+  Search s(xmin + (i - 0.5) * dx, ymin + (j - 0.5) * dy, zmin + (k - 0.5) * dz);
+  search_column(s, i, j);
+  if (!s.found) search_failed("immrsing visc could not find the minimum point");
+  double px = s.px, py = s.py, pz = s.pz;
+  if (iibm != 0)
+    VISCIDW(px, py, pz, s.X, s.Y, s.Z, value);
+  else
+    VISCTRI(px, py, pz, s.X, s.Y, s.Z, value);
+}
+
+}  // namespace rl

@@ -1,0 +1,30 @@
+// Foot points on the bed: the search for the point of the bed nearest to a
+// forcing point, and the forcing of that point's velocity or eddy viscosity.
+//
+// The bed is made of bilinear patches between neighbouring column centres
+// of bed(i,j).  Each search tries a fixed list of candidates (patches, edges
+// between column centres, column centres) in a fixed order; a candidate
+// replaces the current foot point only when it is strictly nearer, and none
+// is accepted at or beyond the height of the domain.
+#pragma once
+
+namespace rl {
+
+// Forcing of u(i,j,k), v(i,j,k), w(i,j,k): finds the foot point and imposes
+// the wall law chosen by iibm (sampling) and ibed (rough or smooth); only the
+// component of the position itself is written into value.
+void IMMERSEU(int i, int j, int k, double& value);
+void IMMERSEV(int i, int j, int k, double& value);
+void IMMERSEW(int i, int j, int k, double& value);
+
+// Eddy viscosity at the cell centre (i,j,k) next to the bed.
+void IMMERSEVISC(int i, int j, int k, double& value);
+
+// Point (X,Y,Z) of the whole bilinear surface through z1 at (x1,y1), z2 at
+// (x2,y1), z3 at (x1,y2), z4 at (x2,y2) nearest to (px,py,pz), by alternating
+// exact one-dimensional minimisations; after 201 iterations without
+// convergence to 1e-4 it warns and returns the centre of the patch.
+void BEDPATCHPOINT(double x1, double x2, double y1, double y2, double z1, double z2, double z3, double z4,
+                   double px, double py, double pz, double& X, double& Y, double& Z);
+
+}  // namespace rl

@@ -1,0 +1,86 @@
+#include "immersed/viscbed.hpp"
+
+#include <cmath>
+
+#include "driver/fields.hpp"
+#include "immersed/wallaw.hpp"
+
+namespace rl {
+
+namespace {
+
+// Linear interpolation at s between a (at s0) and b (at s1 = s0 + h).
+inline double lin(double a, double b, double s, double s0, double s1, double h) {
+  return a * ((s1 - s) / h) + b * ((s - s0) / h);
+}
+
+bool centres_clean(const CellOfPoint& c) {
+  const int is[2] = {c.iq, c.iq + c.si}, js[2] = {c.jq, c.jq + c.sj}, ks[2] = {c.kq, c.kq + c.sk};
+  for (int m = 0; m < 2; ++m)
+    for (int l = 0; l < 2; ++l)
+      for (int n = 0; n < 2; ++n)
+        if (flagc(is[n], js[l], ks[m]) != 1) return false;
+  return true;
+}
+
+}  // namespace
+
+void VISCTRI(double px, double py, double pz, double fx, double fy, double fz, double& result) {
+  double ddx = px - fx, ddy = py - fy, ddz = pz - fz;
+  const double dist = std::sqrt(ddx * ddx + ddy * ddy + ddz * ddz);
+  if (dist < 1e-6) {
+    result = 0.0;
+    return;
+  }
+  double qx = px + ddx, qy = py + ddy, qz = pz + ddz;
+  bring_into_domain(qx, qy, qz, 1e-6);
+  CellOfPoint c = locate_point(qx, qy, qz);
+  if (!centres_clean(c)) {
+    const double nx = ddx / dist, ny = ddy / dist, nz = ddz / dist;
+    const double step = 0.125 * dy;
+    do {
+      ddx = ddx + step * nx;
+      ddy = ddy + step * ny;
+      ddz = ddz + step * nz;
+      qx = px + ddx;
+      qy = py + ddy;
+      qz = pz + ddz;
+      bring_into_domain(qx, qy, qz, 1e-6);
+      c = locate_point(qx, qy, qz);
+    } while (!centres_clean(c));
+  }
+
+  // Along x, then y, then z, with the signed spacings.
+  const int i2 = c.iq + c.si, j2 = c.jq + c.sj, k2 = c.kq + c.sk;
+  const double hx = c.si * dx, hy = c.sj * dy, hz = c.sk * dz;
+  const double x2 = c.xc + hx, y2 = c.yc + hy, z2 = c.zc + hz;
+  const double a11 = lin(nut(c.iq, c.jq, c.kq), nut(i2, c.jq, c.kq), qx, c.xc, x2, hx);
+  const double a21 = lin(nut(c.iq, j2, c.kq), nut(i2, j2, c.kq), qx, c.xc, x2, hx);
+  const double a12 = lin(nut(c.iq, c.jq, k2), nut(i2, c.jq, k2), qx, c.xc, x2, hx);
+  const double a22 = lin(nut(c.iq, j2, k2), nut(i2, j2, k2), qx, c.xc, x2, hx);
+  const double b1 = lin(a11, a21, qy, c.yc, y2, hy);
+  const double b2 = lin(a12, a22, qy, c.yc, y2, hy);
+  const double N = lin(b1, b2, qz, c.zc, z2, hz);
+
+  const double off = std::sqrt(ddx * ddx + ddy * ddy + ddz * ddz);
+  result = N * dist / (dist + off);
+}
+
+void VISCIDW(double px, double py, double pz, double fx, double fy, double fz, double& result) {
+  const double ddx = px - fx, ddy = py - fy, ddz = pz - fz;
+  const double dist = std::sqrt(ddx * ddx + ddy * ddy + ddz * ddz);
+  if (dist <= 1e-6) {
+    result = 0.0;
+    return;
+  }
+  const double qx = px + ddx, qy = py + ddy, qz = pz + ddz;
+  const int Ih = static_cast<int>((qx - xmin) / dx + 0.5);
+  const int Jh = static_cast<int>((qy - ymin) / dy + 0.5);
+  const int Kh = static_cast<int>((qz - zmin) / dz + 0.5);
+  const double S = idw_sample(nut, flagc, Ih - 2, Jh - 2, Kh - 2, 0, imax + 1, 0, jmax + 1, 0, kmax + 1, 0.5, 0.5,
+                              0.5, qx, qy, qz);
+  const double ex = qx - px, ey = qy - py, ez = qz - pz;
+  result = S * dist / (dist + std::sqrt(ex * ex + ey * ey + ez * ez));
+}
+
+}  // namespace rl

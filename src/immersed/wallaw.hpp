@@ -1,0 +1,68 @@
+// Wall laws at the forcing points of the bed.
+//
+// Given a forcing point p and its foot point f on the bed, each routine goes
+// from f through p to an image point q farther out in the water, samples the
+// resolved velocity there, keeps its part tangential to the bed, derives the
+// friction velocity from a logarithmic law at the image point's distance and
+// evaluates the law again at p's own distance.
+//
+// Every routine takes 14 reals: p (may be moved), f, and the results: the
+// velocity vector at p, the wall-normal gradient u*/(0.4*dist), the friction
+// velocity u* and the tangential unit vector t.
+//
+//   WALLROUGHTRI   trilinear sample, rough law in closed form
+//   WALLSMOOTHTRI  trilinear sample, smooth law by Newton's method
+//   WALLROUGHIDW   inverse-distance sample, rough law
+//   WALLSMOOTHIDW  inverse-distance sample, three-layer law
+//
+// All state is local: the routines run on many threads at once and read the
+// velocities only at fluid positions, which the forcing never writes.
+#pragma once
+
+#include "common/array.hpp"
+
+namespace rl {
+
+// Unit normal (nx,ny,nz), pointing upward, of the bilinear bed surface
+// z = a + b*x + c*y + e*x*y through z1 at (x1,y1), z2 at (x2,y1), z3 at
+// (x1,y2), z4 at (x2,y2), taken at (x,y); also returns a, b, c, e.
+void BEDPATCHNORMAL(double x1, double x2, double y1, double y2, double z1, double z2, double z3, double z4,
+                    double x, double y, double& nx, double& ny, double& nz, double& a, double& b, double& c,
+                    double& e);
+
+void WALLROUGHTRI(double& px, double& py, double& pz, double fx, double fy, double fz, double& upx,
+                  double& upy, double& upz, double& grad, double& ustar, double& tx, double& ty, double& tz);
+void WALLSMOOTHTRI(double& px, double& py, double& pz, double fx, double fy, double fz, double& upx,
+                   double& upy, double& upz, double& grad, double& ustar, double& tx, double& ty, double& tz);
+void WALLROUGHIDW(double& px, double& py, double& pz, double fx, double fy, double fz, double& upx,
+                  double& upy, double& upz, double& grad, double& ustar, double& tx, double& ty, double& tz);
+void WALLSMOOTHIDW(double& px, double& py, double& pz, double fx, double fy, double fz, double& upx,
+                   double& upy, double& upz, double& grad, double& ustar, double& tx, double& ty, double& tz);
+
+// ---- building blocks, shared with the eddy viscosity at the bed ----
+
+// Brings an image point into the domain: across a periodic face (word 0) it
+// wraps by the domain length, at any other face it is held `off` inside the
+// half cell beyond the face.  Words: ibcu(1..2) in x, ibcv(3..4) in y,
+// ibcw(5..6) in z.
+void bring_into_domain(double& qx, double& qy, double& qz, double off);
+
+// The cell holding q and the side of its centre that q lies on.
+struct CellOfPoint {
+  int iq, jq, kq;     // trunc(offset/spacing + 1)
+  int si, sj, sk;     // +1 where the centre is at or below q's coordinate
+  double xc, yc, zc;  // centre of cell (iq,jq,kq)
+};
+CellOfPoint locate_point(double qx, double qy, double qz);
+
+// Inverse-distance sample of `field` at q from the positions of the cloud
+// i0..i0+5, j0..j0+5, k0..k0+5 that lie within the index limits and whose
+// flag is exactly 1.  A position (i,j,k) lies at x = xmin + (i - hx)*dx etc.,
+// hx being 0 along the field's staggered direction and 0.5 otherwise.  A
+// position within 1e-6 of q gives its value directly; a result that is not a
+// number (no position, or all weights zero) gives 0.
+double idw_sample(const Array3<double>& field, const Array3<int>& flag, int i0, int j0, int k0, int ilo, int ihi,
+                  int jlo, int jhi, int klo, int khi, double hx, double hy, double hz, double qx, double qy,
+                  double qz);
+
+}  // namespace rl
