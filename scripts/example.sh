@@ -24,6 +24,6 @@ The results are in out/$example.cgn: a time series of the velocity (VelocityX/Y/
 shown by ParaView as the vector Velocity), Pressure, Vorticity and Coherent (the Q
 criterion) on the 3-D node grid, beside the input grid and its Elevation.
 To look at them: paraview out/$example.cgn  (Debian package 'paraview'); in the
-reader's properties keep the base ResultBase selected, press Apply, and step
-through time with the VCR controls.
+reader's properties keep the base ResultBase selected, tick the point arrays
+(they are offered unticked), press Apply, and step through time.
 MSG

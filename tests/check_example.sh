@@ -17,7 +17,12 @@ echo "riverles: $(grep -c '^Step Number' "$work/run.log") steps, $results result
 if command -v cgnscheck > /dev/null; then
   for level in 1 2; do
     cgnscheck -w$level "$work/flat.cgn" > "$work/check$level.log" 2>&1
-    if grep -Eiq 'error|warning' "$work/check$level.log"; then
+    # Shown problems start with "WARNING:" or "ERROR:"; the closing count
+    # line must report none shown.
+    if grep -Eq '^ *(WARNING|ERROR)' "$work/check$level.log" ||
+       ! grep -Eq '(^| )0 shown|^checking complete' "$work/check$level.log" ||
+       grep -Eq '[1-9][0-9]* errors?' "$work/check$level.log" ||
+       grep -Eq '\(([1-9][0-9]*) shown\)' "$work/check$level.log"; then
       cat "$work/check$level.log"
       fail "cgnscheck level $level"
     fi

@@ -9,9 +9,15 @@ from paraview.simple import CGNSSeriesReader, UpdatePipeline
 path, nsteps = sys.argv[1], int(sys.argv[2])
 reader = CGNSSeriesReader(FileNames=[path])
 reader.UpdatePipelineInformation()
-times = list(reader.TimestepValues) if reader.TimestepValues is not None else []
-if not isinstance(reader.TimestepValues, (list, tuple)) and reader.TimestepValues is not None:
-    times = [reader.TimestepValues]
+# The reader lists the arrays of the case but loads none until asked.
+available = list(reader.PointArrayStatus.Available)
+print("arrays offered:", available)
+reader.PointArrayStatus = available
+tv = reader.TimestepValues
+try:
+    times = [float(t) for t in tv]
+except TypeError:
+    times = [float(tv)] if tv is not None else []
 print("time steps:", len(times), times[:5], "...")
 ok = len(times) == nsteps
 

@@ -70,19 +70,19 @@ CaseSpec::CaseSpec() {
 }
 
 CaseSpec& CaseSpec::set(const std::string& key, int v) {
-  orva::Condition c{orva::Condition::Integer, key};
+  orva::Condition c{orva::Condition::Integer, key, 0, 0.0, ""};
   c.ivalue = v;
   keys[key] = c;
   return *this;
 }
 CaseSpec& CaseSpec::set(const std::string& key, double v) {
-  orva::Condition c{orva::Condition::Real, key};
+  orva::Condition c{orva::Condition::Real, key, 0, 0.0, ""};
   c.rvalue = v;
   keys[key] = c;
   return *this;
 }
 CaseSpec& CaseSpec::set(const std::string& key, const std::string& v) {
-  orva::Condition c{orva::Condition::String, key};
+  orva::Condition c{orva::Condition::String, key, 0, 0.0, ""};
   c.svalue = v;
   keys[key] = c;
   return *this;
