@@ -480,3 +480,30 @@ TEST_F(Orvalib, AppendCostDoesNotGrowWithStoredResults) {
   EXPECT_EQ(base_times(fn, 1, t), 505);
   cg_close(fn);
 }
+
+TEST_F(Orvalib, AfterARunTheOutsideCheckerFindsNothingAtLevelsOneAndTwo) {
+  const char* checker = "/usr/bin/cgnscheck";
+  if (!fs::exists(checker)) GTEST_SKIP() << "cgnscheck is not installed";
+  make_case(9, 5, {ikey("kmaxItm", 3), rkey("zmaxItm", 0.1), skey("outpathItm", "."), skey("StartfileItm", "")});
+  open_attach();
+  write_grid3(9, 5, 9);
+  first_result(0.0);
+  loop_result(2, 0.1);
+  loop_result(3, 0.2);
+  int ier;
+  CG_CLOSE_F(1, ier);
+  const std::string out = (dir / "check.txt").string();
+  for (const char* level : {"-w1", "-w2"}) {
+    const std::string cmd = std::string(checker) + " " + level + " '" + path + "' >'" + out + "' 2>&1";
+    EXPECT_EQ(std::system(cmd.c_str()), 0) << level;
+    std::ifstream in(out);
+    std::string line, all;
+    int flagged = 0;
+    while (std::getline(in, line)) {
+      all += line + "\n";
+      if (line.find("WARNING") != std::string::npos || line.find("ERROR") != std::string::npos) ++flagged;
+    }
+    EXPECT_EQ(flagged, 0) << level << "\n" << all;
+    EXPECT_NE(all.find("(0 shown)"), std::string::npos) << level << "\n" << all;
+  }
+}
