@@ -4,8 +4,10 @@
 // whose macros of the same names and values would otherwise replace them.
 #include "orvalib/orvalib.hpp"
 
+#include <cgns_io.h>
 #include <cgnslib.h>
 #include <gtest/gtest.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -467,12 +469,20 @@ TEST_F(Orvalib, AppendCostDoesNotGrowWithStoredResults) {
   };
   append(2, 5);
   const double after5 = append(6, 10);
-  append(11, 500);
+  // Fill up to 500 quickly: results written back to back, flushed once.
+  for (int s = 11; s <= 500; ++s) {
+    int ier = 1;
+    CG_ORVA_WRITE_SOL_TIME_F(0.01 * s, ier);
+    ASSERT_EQ(ier, 0);
+    write_arrays(s);
+  }
+  int ier = 1;
+  CG_ORVA_FLUSH_F(path, 1, ier);
+  ASSERT_EQ(ier, 0);
   const double after500 = append(501, 505);
   std::cout << "[ orvalib  ] append of one result (9x5x9 nodes): after 5 stored " << after5
             << " ms, after 500 stored " << after500 << " ms\n";
   EXPECT_LT(after500, 5.0 * after5 + 1.0);
-  int ier;
   CG_CLOSE_F(1, ier);
   int fn;
   ASSERT_EQ(cg_open(path.c_str(), CG_MODE_READ, &fn), CG_OK);
@@ -506,4 +516,38 @@ TEST_F(Orvalib, AfterARunTheOutsideCheckerFindsNothingAtLevelsOneAndTwo) {
     EXPECT_EQ(flagged, 0) << level << "\n" << all;
     EXPECT_NE(all.find("(0 shown)"), std::string::npos) << level << "\n" << all;
   }
+}
+
+TEST_F(Orvalib, OpenWaitsWhileAnotherProcessHoldsTheFile) {
+  make_case(3, 3, {ikey("kmaxItm", 1)});
+  int ready[2];
+  ASSERT_EQ(::pipe(ready), 0);
+  const pid_t child = ::fork();
+  ASSERT_GE(child, 0);
+  if (child == 0) {
+    // Another process: hold the file open for a while, then let go.
+    int h = -1;
+    const char ok = cgio_open_file(path.c_str(), CGIO_MODE_MODIFY, CGIO_FILE_NONE, &h) == CGIO_ERR_NONE ? 1 : 0;
+    if (::write(ready[1], &ok, 1) != 1) ::_exit(2);
+    ::usleep(700000);
+    if (ok) cgio_close_file(h);
+    ::_exit(0);
+  }
+  char ok = 0;
+  ASSERT_EQ(::read(ready[0], &ok, 1), 1);
+  ::close(ready[0]);
+  ::close(ready[1]);
+  ASSERT_EQ(ok, 1);
+  const auto t0 = std::chrono::steady_clock::now();
+  int fid = 0, ier = 1;
+  CG_OPEN_F(path, CG_MODE_MODIFY, fid, ier);
+  const double waited = std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
+  int status = 0;
+  ::waitpid(child, &status, 0);
+  EXPECT_EQ(ier, 0);
+  EXPECT_GT(waited, 0.3);  // it had to wait for the other process
+  int iv = 0;
+  CG_ORVA_READ_INTEGER_F("kmaxItm", iv, ier);
+  EXPECT_EQ(ier, 0);
+  EXPECT_EQ(iv, 1);
 }

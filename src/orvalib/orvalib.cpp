@@ -417,8 +417,8 @@ void CG_ORVA_WRITE_SOL_TIME_F(double time, int& ier) {
   ier = 1;
   if (st.ni3 <= 0) return;
   if (ensure_open()) return;
-  // The solution before this one is complete: declare it first.
-  if (declare_solutions()) return;
+  // Solutions are declared at the end of a result, a flush or a close: no
+  // other program can read the file while it is open here.
   double zone, sol;
   if (node("/ResultBase/Zone1", zone)) return;
   const std::string name = solution_name(st.times.size() + 1);
