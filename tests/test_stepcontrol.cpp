@@ -62,6 +62,12 @@ TEST(TimeStep, CapZeroFlowAndHandWorkedCells) {
   w.fill(5.0e-4);
   TIMESTEP();
   EXPECT_EQ(dt, 1.0);
+
+  // no cell layer at all: the loop is empty
+  grid(3, 3, 0);
+  u.fill(50.0);
+  TIMESTEP();
+  EXPECT_EQ(dt, 1.0);
 }
 
 // Discharge through the first section i = 0 with a cut cell: only flag -1
@@ -105,6 +111,13 @@ TEST(Forces, DischargeWithCutCellAndController) {
   FORCES();
   EXPECT_NEAR(forcex, (0.2 - 0.425) * 100.0, 1e-12);
   flagu.fill(-1);
+  FORCES();
+  EXPECT_DOUBLE_EQ(forcex, 20.0);
+
+  // An empty section likewise.
+  grid(2, 0, 4);
+  uo.fill(1.0);
+  flagu.fill(1);
   FORCES();
   EXPECT_DOUBLE_EQ(forcex, 20.0);
 }
