@@ -570,16 +570,20 @@ TEST(Multigrid, DISABLED_MeasureCycles) {
       prev = dn;
       std::printf("%s cycle, %d+%d sweeps: ratio per cycle:", gamma == 1 ? "V" : "W", sweeps, sweeps);
       const double t0 = omp_get_wtime();
-      for (int c = 1; c <= 10; ++c) {
+      const int ncyc = 12;
+      double at4 = 0.0;
+      for (int c = 1; c <= ncyc; ++c) {
         rl::MULTIGRIDP(0, gamma, sweeps, sweeps, 100);
         rl::OPERATORP(0);
         rl::RESIDUALP(0);
         rl::RESNORMP(0, rn);
         std::printf(" %.3f", rn / prev);
         prev = rn;
+        if (c == 4) at4 = rn;
       }
       const double t1 = omp_get_wtime();
-      std::printf("  (%.2f ms per cycle)\n", (t1 - t0) / 10 * 1e3);
+      std::printf("\n   mean factor of cycles 5-%d: %.3f, %.2f ms per cycle\n", ncyc,
+                  std::pow(rn / at4, 1.0 / (ncyc - 4)), (t1 - t0) / ncyc * 1e3);
       for (double e : {1e-3, 1e-6, 1e-9}) {
         rl::pmg(0).phi.fill(0.0);
         rl::eps = e;
