@@ -396,6 +396,35 @@ TEST(Multigrid, CoarseSolverConverges) {
   omp_set_num_threads(threads);
 }
 
+TEST(Multigrid, CycleWithoutCoarseVisits) {
+  // igamma = 0 and no smoothing: the cycle still restricts (clearing the
+  // coarse interior) and prolongs, so the fine level receives only what the
+  // coarse ghosts held from before.  The coarse solver never runs.
+  make_box(4, 4, 4, -1);
+  set_ibcp(1, 1, 1, 1, -1, 1);
+  rl::MGLEVEL& f = rl::pmg(0);
+  rl::MGLEVEL& c = rl::pmg(-1);
+  f.phi.fill(0.0);
+  f.src.fill(1.0);
+  c.phi.fill(0.0);
+  for (int k = 1; k <= 2; ++k)
+    for (int j = 1; j <= 2; ++j) {
+      c.phi(1, j, k) = 7.0;  // interior: cleared by the restriction
+      c.phi(0, j, k) = 4.0;  // low x ghost: kept and read by the prolongation
+    }
+  rl::MULTIGRIDP(0, 0, 0, 0, 100);
+  for (int k = 1; k <= 2; ++k)
+    for (int j = 1; j <= 2; ++j) {
+      EXPECT_EQ(c.phi(1, j, k), 0.0);
+      EXPECT_EQ(c.phi(0, j, k), 4.0);
+    }
+  for (int k = 1; k <= 4; ++k)
+    for (int j = 1; j <= 4; ++j)
+      for (int i = 1; i <= 4; ++i) EXPECT_EQ(f.phi(i, j, k), i == 1 ? 1.0 : 0.0) << i << "," << j << "," << k;
+  // The coarse source is the restricted residual: src - lap of phi = 0.
+  EXPECT_EQ(c.src(2, 1, 2), 1.0);
+}
+
 namespace {
 
 // u, v, w set to dt/dens times the face gradient of a cell field q whose
