@@ -287,6 +287,49 @@ TEST(Multigrid, LineSmootherSolvesColumnsInOrder) {
     }
   }
 
+  // A larger level, one thread: every column satisfies its equations with
+  // the new west (i-1) and south (j-1) columns and the old east and north
+  // ones, i.e. the sweep is a Gauss-Seidel in i within j ascending.
+  {
+    const int threads = omp_get_max_threads();
+    omp_set_num_threads(1);
+    const int nx = 13, ny = 11, nz = 3;
+    make_box(nx, ny, nz, 0, 0.5, 0.25, 0.5);
+    set_ibcp(1, -1, 0, 1, -1, 1);
+    rl::MGLEVEL& g = rl::pmg(0);
+    const double cx = 4.0, cy = 16.0, cz = 4.0, diag = -48.0;
+    std::mt19937 gen(13);
+    std::uniform_real_distribution<double> U(-1.0, 1.0);
+    rl::Array3<double> old;
+    old.allocate("old", 0, nx + 1, 0, ny + 1, 0, nz + 1);
+    for (int k = 1; k <= nz; ++k)
+      for (int j = 1; j <= ny; ++j)
+        for (int i = 1; i <= nx; ++i) {
+          old(i, j, k) = g.phi(i, j, k) = U(gen);
+          g.src(i, j, k) = U(gen);
+        }
+    rl::SMOOTHINGP(0, 1);
+    double worst = 0.0;
+    for (int j = 1; j <= ny; ++j)
+      for (int i = 1; i <= nx; ++i)
+        for (int k = 1; k <= nz; ++k) {
+          const double W = i > 1 ? g.phi(i - 1, j, k) : g.phi(0, j, k);
+          const double E = i < nx ? old(i + 1, j, k) : g.phi(nx + 1, j, k);
+          const double S = j > 1 ? g.phi(i, j - 1, k) : g.phi(i, 0, k);
+          const double N = j < ny ? old(i, j + 1, k) : g.phi(i, ny + 1, k);
+          const double xm = k == 1 ? -g.phi(i, j, 1) : g.phi(i, j, k - 1);
+          const double xp = k == nz ? g.phi(i, j, nz) : g.phi(i, j, k + 1);
+          const double lhs = cz * xm + diag * g.phi(i, j, k) + cz * xp;
+          const double rhs = g.src(i, j, k) - (W + E) * cx - (S + N) * cy;
+          worst = std::max(worst, std::fabs(lhs - rhs));
+        }
+    EXPECT_LT(worst, 1e-12);
+    // The face ghosts came from the values before the sweep.
+    EXPECT_EQ(g.phi(0, 5, 2), old(1, 5, 2));
+    EXPECT_EQ(g.phi(7, 0, 3), old(7, ny, 3));
+    omp_set_num_threads(threads);
+  }
+
   // No sweep at all for n < 1: not even the ghost layer is refreshed.
   {
     make_box(2, 2, 2, 0);
