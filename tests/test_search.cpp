@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <string>
 
 #include "driver/fields.hpp"
 #include "immersed/immerse.hpp"
@@ -169,4 +170,25 @@ TEST(Search, VSouthEdgeEndsAtOneAndAHalfDz) {
   EXPECT_NEAR(f.Y, 1.25 - 1.25 * t, 1e-12);
   EXPECT_NEAR(f.Z, 0.5 + t, 1e-12);
   EXPECT_NEAR(f.best, std::hypot(1.5 - f.Y, 2.5 - f.Z), 1e-12);
+}
+
+// A steep patch where the alternating minimisation creeps: after 201
+// iterations the change still exceeds 1e-4, so a warning is printed and the
+// centre of the patch is returned.
+TEST(Search, BedPatchPointNotConvergedGivesCentre) {
+  auto z = [](double x, double y) { return 0.7 + 20.0 * x + 20.0 * y; };
+  double X, Y, Z;
+  testing::internal::CaptureStdout();
+  rl::BEDPATCHPOINT(-1.0, 1.0, -1.0, 1.0, z(-1, -1), z(1, -1), z(-1, 1), z(1, 1), 0.001, -0.002, 1.0, X, Y, Z);
+  const std::string out = testing::internal::GetCapturedStdout();
+  EXPECT_EQ(out.rfind("Warning : The immersed boundary is not converged yet", 0), 0u) << out;
+  EXPECT_EQ(X, 0.0);
+  EXPECT_EQ(Y, 0.0);
+  EXPECT_NEAR(Z, 0.7, 1e-14);
+  // A gentle patch converges silently to its nearest point.
+  testing::internal::CaptureStdout();
+  auto g = [](double x, double y) { return 0.7 + 0.2 * x + 0.1 * y; };
+  rl::BEDPATCHPOINT(-1.0, 1.0, -1.0, 1.0, g(-1, -1), g(1, -1), g(-1, 1), g(1, 1), 0.001, -0.002, 1.0, X, Y, Z);
+  EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+  EXPECT_NEAR(Z, g(X, Y), 1e-9);
 }
