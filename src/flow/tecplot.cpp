@@ -115,13 +115,16 @@ int tecplot_field(double x, char* out) {
     body[len++] = 'E';
     // The exponent as short as it must be for a blank to lead the field:
     // sign and two digits, else sign and its digits, else its digits alone.
-    char ex[8];
     const int room = kWidth - 1 - len;
-    int m = std::snprintf(ex, sizeof ex, "%+03d", e10);
-    if (m > room) m = std::snprintf(ex, sizeof ex, "%+d", e10);
-    if (m > room) m = std::snprintf(ex, sizeof ex, "%d", e10);
-    std::memcpy(body + len, ex, static_cast<std::size_t>(m));
-    len += m;
+    const int mag = e10 < 0 ? -e10 : e10;
+    const int nd = mag >= 100 ? 3 : mag >= 10 ? 2 : 1;
+    int width = nd < 2 ? 2 : nd;  // at least two digits
+    bool sign = true;
+    if (1 + width > room) width = nd;
+    if (1 + width > room && e10 >= 0) sign = false;
+    if (sign) body[len++] = e10 < 0 ? '-' : '+';
+    for (int d = width - 1, r = mag; d >= 0; --d, r /= 10) body[len + d] = static_cast<char>('0' + r % 10);
+    len += width;
   }
   const int pad = len < kWidth ? kWidth - len : 1;
   std::memset(out, ' ', static_cast<std::size_t>(pad));
