@@ -1,10 +1,225 @@
 #include "flow/tecplot.hpp"
 
+#include <cerrno>
+#include <charconv>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "common/console.hpp"
 #include "driver/fields.hpp"
 
 namespace rl {
 
-void WRITETECPLOT(const std::string&, const std::string&, int) {}
-void WRITETECBED(const std::string&, const std::string&) {}
+namespace {
+
+// The writers test no file operation: a file that can't be opened (a
+// missing folder, say) ends the process like any runtime file error.
+[[noreturn]] void open_failed(const std::string& name) {
+  std::fprintf(stderr, "riverles: cannot open file \"%s\": %s\n", name.c_str(), std::strerror(errno));
+  std::fflush(stdout);
+  std::exit(2);
+}
+
+std::string strip_blanks(const std::string& s) {
+  const std::size_t b = s.find_first_not_of(' ');
+  if (b == std::string::npos) return std::string();
+  const std::size_t e = s.find_last_not_of(' ');
+  return s.substr(b, e - b + 1);
+}
+
+// Names live in 200-character buffers: a longer one is cut, and the blanks
+// at the end of the buffer are no part of the name.
+std::string fit_name(std::string s) {
+  if (s.size() > 200) s.resize(200);
+  const std::size_t e = s.find_last_not_of(' ');
+  s.resize(e == std::string::npos ? 0 : e + 1);
+  return s;
+}
+
+const char* const kTitle = " TITLE = \"3D Navier-Stockes Equations\" ";
+
+// Output in large blocks.
+class BlockOut {
+ public:
+  explicit BlockOut(std::FILE* f) : f_(f), buf_(kSize) {}
+  ~BlockOut() { flush(); }
+  BlockOut(const BlockOut&) = delete;
+  BlockOut& operator=(const BlockOut&) = delete;
+
+  // Room for at least `n` more characters.
+  char* room(std::size_t n) {
+    if (n_ + n > kSize) flush();
+    return buf_.data() + n_;
+  }
+  void advance(std::size_t n) { n_ += n; }
+  void line(const std::string& s) {
+    char* p = room(s.size() + 1);
+    std::memcpy(p, s.data(), s.size());
+    p[s.size()] = '\n';
+    advance(s.size() + 1);
+  }
+  void flush() {
+    if (n_ > 0) std::fwrite(buf_.data(), 1, n_, f_);
+    n_ = 0;
+  }
+
+ private:
+  static constexpr std::size_t kSize = std::size_t{1} << 20;
+  std::FILE* f_;
+  std::vector<char> buf_;
+  std::size_t n_ = 0;
+};
+
+}  // namespace
+
+std::string tecplot_file_name(const std::string& outpath, const std::string& outfile, int n) {
+  return fit_name(strip_blanks(outpath) + "/" + strip_blanks(outfile) + std::to_string(n) + ".plt");
+}
+
+int tecplot_field(double x, char* out) {
+  constexpr int kWidth = 20;
+  char body[32];
+  int len = 0;
+  if (std::isnan(x)) {
+    std::memcpy(body, "NaN", 3);
+    len = 3;
+  } else if (std::isinf(x)) {
+    len = x < 0 ? 9 : 8;
+    std::memcpy(body, x < 0 ? "-Infinity" : "Infinity", static_cast<std::size_t>(len));
+  } else {
+    // Mantissa .dddddddddddddd (14 digits, rounded) times 10 to the e10.
+    char digits[14];
+    int e10 = 0;
+    const double a = std::fabs(x);
+    if (a == 0.0) {
+      std::memset(digits, '0', sizeof digits);
+    } else {
+      char t[40];
+      const auto r = std::to_chars(t, t + sizeof t, a, std::chars_format::scientific, 13);
+      // t holds d.ddddddddddddde[+-]xx
+      digits[0] = t[0];
+      std::memcpy(digits + 1, t + 2, 13);
+      const char* p = t + 16;  // the exponent's sign
+      int ex = 0;
+      for (const char* c = p + 1; c < r.ptr; ++c) ex = ex * 10 + (*c - '0');
+      e10 = (*p == '-' ? -ex : ex) + 1;
+    }
+    if (std::signbit(x)) body[len++] = '-';
+    body[len++] = '.';
+    std::memcpy(body + len, digits, sizeof digits);
+    len += static_cast<int>(sizeof digits);
+    body[len++] = 'E';
+    // The exponent as short as it must be for a blank to lead the field:
+    // sign and two digits, else sign and its digits, else its digits alone.
+    const int room = kWidth - 1 - len;
+    const int mag = e10 < 0 ? -e10 : e10;
+    const int nd = mag >= 100 ? 3 : mag >= 10 ? 2 : 1;
+    int width = nd < 2 ? 2 : nd;  // at least two digits
+    bool sign = true;
+    if (1 + width > room) width = nd;
+    if (1 + width > room && e10 >= 0) sign = false;
+    if (sign) body[len++] = e10 < 0 ? '-' : '+';
+    for (int d = width - 1, r = mag; d >= 0; --d, r /= 10) body[len + d] = static_cast<char>('0' + r % 10);
+    len += width;
+  }
+  const int pad = len < kWidth ? kWidth - len : 1;
+  std::memset(out, ' ', static_cast<std::size_t>(pad));
+  std::memcpy(out + pad, body, static_cast<std::size_t>(len));
+  return pad + len;
+}
+
+void WRITETECPLOT(const std::string& outpath, const std::string& outfile, int n) {
+  const std::string name = tecplot_file_name(outpath, outfile, n);
+  std::FILE* f = std::fopen(name.c_str(), "w");
+  if (f == nullptr) open_failed(name);
+  std::rewind(f);
+  {
+    BlockOut out(f);
+    out.line(kTitle);
+    out.line(" VARIABLES = x, y, z, u, v, w, vort, Q ");
+    out.line(" ZONE , i=" + std::to_string(imax + 1) + " j= " + std::to_string(jmax + 1) +
+             " K= " + std::to_string(kmax + 1) + ", F=POINT");
+
+    const int I = imax, J = jmax, K = kmax;
+    for (int k = 0; k <= K; ++k) {
+      const double z = static_cast<double>(k) * dz + zmin;
+      for (int j = 0; j <= J; ++j) {
+        const double y = static_cast<double>(j) * dy + ymin;
+        const double* b0 = bed.at(0, j);
+        const double* b1 = bed.at(0, j + 1);
+        const double* u00 = u.at(0, j, k);
+        const double* u10 = u.at(0, j + 1, k);
+        const double* u01 = u.at(0, j, k + 1);
+        const double* u11 = u.at(0, j + 1, k + 1);
+        const double* v0 = v.at(0, j, k);
+        const double* v1 = v.at(0, j, k + 1);
+        const double* w0 = w.at(0, j, k);
+        const double* w1 = w.at(0, j + 1, k);
+        const double* r00 = vort.at(0, j, k);
+        const double* r10 = vort.at(0, j + 1, k);
+        const double* r01 = vort.at(0, j, k + 1);
+        const double* r11 = vort.at(0, j + 1, k + 1);
+        const double* q00 = Q.at(0, j, k);
+        const double* q10 = Q.at(0, j + 1, k);
+        const double* q01 = Q.at(0, j, k + 1);
+        const double* q11 = Q.at(0, j + 1, k + 1);
+        for (int i = 0; i <= I; ++i) {
+          const double x = static_cast<double>(i) * dx + xmin;
+          const double B = (b0[i] + b0[i + 1] + b1[i] + b1[i + 1]) * 0.25;
+          double un = 0.0, vn = 0.0, wn = 0.0, rn = 0.0, qn = 0.0;
+          if (!(B >= z)) {
+            un = (u00[i] + u10[i] + u01[i] + u11[i]) * 0.25;
+            vn = (v0[i] + v0[i + 1] + v1[i] + v1[i + 1]) * 0.25;
+            wn = (w0[i] + w0[i + 1] + w1[i] + w1[i + 1]) * 0.25;
+            rn = (r00[i] + r00[i + 1] + r10[i] + r10[i + 1] + r01[i] + r01[i + 1] + r11[i] + r11[i + 1]) *
+                 0.125;
+            qn = (q00[i] + q00[i + 1] + q10[i] + q10[i + 1] + q01[i] + q01[i + 1] + q11[i] + q11[i + 1]) *
+                 0.125;
+          }
+          const double vals[8] = {x, y, z, un, vn, wn, rn, qn};
+          char* p = out.room(8 * 32 + 1);
+          std::size_t m = 0;
+          for (double val : vals) m += static_cast<std::size_t>(tecplot_field(val, p + m));
+          p[m++] = '\n';
+          out.advance(m);
+        }
+      }
+    }
+  }
+  std::fclose(f);
+}
+
+void WRITETECBED(int n) {
+  std::string name = "c:/temp/tecbedform";
+  name += std::to_string(n);
+  name += ".plt";
+  std::FILE* f = std::fopen(name.c_str(), "w");
+  if (f == nullptr) open_failed(name);
+  {
+    BlockOut out(f);
+    out.line(kTitle);
+    out.line(" VARIABLES = x, y, z");
+    out.line(" ZONE , i=" + std::to_string(imax + 1) + " j= " + std::to_string(jmax + 1) + ", F=POINT");
+    for (int j = 0; j <= jmax; ++j) {
+      const double y = static_cast<double>(j) * dy + ymin;
+      for (int i = 0; i <= imax; ++i) {
+        const double x = static_cast<double>(i) * dx + xmin;
+        const double B = (bed(i, j) + bed(i + 1, j) + bed(i, j + 1) + bed(i + 1, j + 1)) * 0.25;
+        std::string l(1, ' ');
+        l += free_real(x);
+        l += ' ';
+        l += free_real(y);
+        l += ' ';
+        l += free_real(B);
+        out.line(l);
+      }
+    }
+  }
+  std::fclose(f);
+}
 
 }  // namespace rl

@@ -75,8 +75,7 @@ void HALOZ(Array3<int>& f, const HaloPlanes& q, int a, int b, int ilo, int ihi, 
 // same field becomes a forcing point (0).  Only -1 is looked for and only
 // 1 turns into 0, so the order of visits does not matter and the pass can
 // work in place; a neighbour that has just changed from 1 to 0 reads the
-// same as before.  For that reason the row is also safe to run in vector
-// lanes.
+// same as before.
 void DETECT(Array3<int>& f, int ilo, int ihi, int jlo, int jhi, int klo, int khi) {
   const std::int64_t sj = f.sj(), sk = f.sk();
   const int n = ihi - ilo + 1;
@@ -84,12 +83,11 @@ void DETECT(Array3<int>& f, int ilo, int ihi, int jlo, int jhi, int klo, int khi
   for (int k = klo; k <= khi; ++k) {
     for (int j = jlo; j <= jhi; ++j) {
       int* r = f.at(ilo, j, k);
-#pragma omp simd
       for (int m = 0; m < n; ++m) {
         const int c = r[m];
-        const bool solid = (r[m - 1] == -1) | (r[m + 1] == -1) | (r[m - sj] == -1) | (r[m + sj] == -1) |
-                           (r[m - sk] == -1) | (r[m + sk] == -1);
-        r[m] = (c == 1 && solid) ? 0 : c;
+        const int solid = (r[m - 1] == -1) | (r[m + 1] == -1) | (r[m - sj] == -1) | (r[m + sj] == -1) |
+                          (r[m - sk] == -1) | (r[m + sk] == -1);
+        r[m] = c - ((c == 1) & solid);  // 1 -> 0 beside a solid, else unchanged
       }
     }
   }

@@ -101,23 +101,6 @@ struct Search {
   stop_run(line);
 }
 
-// Velocity vector imposed at the forcing point P with foot point (X,Y,Z).
-void impose(const Search& s, double& ux, double& uy, double& uz) {
-  double px = s.px, py = s.py, pz = s.pz;
-  double grad, ustar, tx, ty, tz;
-  if (iibm == 0) {
-    if (ibed != 0)
-      WALLROUGHTRI(px, py, pz, s.X, s.Y, s.Z, ux, uy, uz, grad, ustar, tx, ty, tz);
-    else
-      WALLSMOOTHTRI(px, py, pz, s.X, s.Y, s.Z, ux, uy, uz, grad, ustar, tx, ty, tz);
-  } else {
-    if (ibed != 0)
-      WALLROUGHIDW(px, py, pz, s.X, s.Y, s.Z, ux, uy, uz, grad, ustar, tx, ty, tz);
-    else
-      WALLSMOOTHIDW(px, py, pz, s.X, s.Y, s.Z, ux, uy, uz, grad, ustar, tx, ty, tz);
-  }
-}
-
 // The four patches, four edges and the column centre around a point that
 // stands right above the centre of column (i,j).
 void search_column(Search& s, int i, int j) {
@@ -178,82 +161,123 @@ void BEDPATCHPOINT(double x1, double x2, double y1, double y2, double z1, double
   Z = z;
 }
 
-void IMMERSEU(int i, int j, int k, double& value) {
+namespace {
+
+FootPoint result_of(const Search& s) { return FootPoint{s.px, s.py, s.pz, s.X, s.Y, s.Z, s.best, s.found}; }
+
+// Velocity vector imposed at P with foot point (X,Y,Z), by the wall law that
+// iibm and ibed select.
+void impose(const FootPoint& f, double& ux, double& uy, double& uz) {
+  double px = f.px, py = f.py, pz = f.pz;
+  double grad, ustar, tx, ty, tz;
+  if (iibm == 0) {
+    if (ibed != 0)
+      WALLROUGHTRI(px, py, pz, f.X, f.Y, f.Z, ux, uy, uz, grad, ustar, tx, ty, tz);
+    else
+      WALLSMOOTHTRI(px, py, pz, f.X, f.Y, f.Z, ux, uy, uz, grad, ustar, tx, ty, tz);
+  } else {
+    if (ibed != 0)
+      WALLROUGHIDW(px, py, pz, f.X, f.Y, f.Z, ux, uy, uz, grad, ustar, tx, ty, tz);
+    else
+      WALLSMOOTHIDW(px, py, pz, f.X, f.Y, f.Z, ux, uy, uz, grad, ustar, tx, ty, tz);
+  }
+}
+
+}  // namespace
+
+FootPoint foot_u(int i, int j, int k) {
   Search s(xmin + i * dx, ymin + (j - 0.5) * dy, zmin + (k - 0.5) * dz);
   const double xL = s.px - dx / 2.0, xR = s.px + dx / 2.0;
   const int iw = (imax + i + 2) % imax;  // second column to the right, wrapped
   const double yN = s.py + dy, yS = s.py - dy;
   s.patch(xL, xR, s.py, yN, bed(i, j), bed(i + 1, j), bed(i, j + 1), bed(i + 1, j + 1));
   s.patch(xL, xR, s.py, yS, bed(i, j), bed(i + 1, j), bed(i, j - 1), bed(i + 1, j - 1));
-  if (!s.edge_x(xL, xR, s.py, bed(i, j), bed(i + 1, j)) && !s.found) {
-    // Second ring: the patches and edges beyond the two columns of P.
-    const double xLL = s.px - 1.5 * dx, xRR = s.px + 1.5 * dx;
-    s.patch(xL, xLL, s.py, yN, bed(i, j), bed(i - 1, j), bed(i, j + 1), bed(i - 1, j + 1));
-    s.patch(xL, xLL, s.py, yS, bed(i, j), bed(i - 1, j), bed(i, j - 1), bed(i - 1, j - 1));
-    s.edge_x(xL, xLL, s.py, bed(i, j), bed(i - 1, j));
-    s.edge_y(xL, s.py, yS, bed(i, j), bed(i, j - 1));
-    s.edge_y(xL, s.py, yN, bed(i, j), bed(i, j + 1));
-    s.patch(xR, xRR, s.py, yN, bed(i + 1, j), bed(iw, j), bed(i + 1, j + 1), bed(iw, j + 1));
-    s.patch(xR, xRR, s.py, yS, bed(i + 1, j), bed(iw, j), bed(i + 1, j - 1), bed(iw, j - 1));
-    s.edge_x(xR, xRR, s.py, bed(i + 1, j), bed(iw, j));
-    s.edge_y(xR, s.py, yS, bed(i + 1, j), bed(i + 1, j - 1));
-    s.edge_y(xR, s.py, yN, bed(i + 1, j), bed(i + 1, j + 1));
-    s.vertex_xz(xL, s.py, bed(i, j));
-    s.vertex_xz(xR, s.py, bed(i + 1, j));
-    if (!s.found) search_failed("immrsing u could not find the minimum point");
-  }
-  double ux, uy, uz;
-  impose(s, ux, uy, uz);
-  value = ux;
+  if (s.edge_x(xL, xR, s.py, bed(i, j), bed(i + 1, j)) || s.found) return result_of(s);
+  // Second ring: the patches and edges beyond the two columns of P.
+  const double xLL = s.px - 1.5 * dx, xRR = s.px + 1.5 * dx;
+  s.patch(xL, xLL, s.py, yN, bed(i, j), bed(i - 1, j), bed(i, j + 1), bed(i - 1, j + 1));
+  s.patch(xL, xLL, s.py, yS, bed(i, j), bed(i - 1, j), bed(i, j - 1), bed(i - 1, j - 1));
+  s.edge_x(xL, xLL, s.py, bed(i, j), bed(i - 1, j));
+  s.edge_y(xL, s.py, yS, bed(i, j), bed(i, j - 1));
+  s.edge_y(xL, s.py, yN, bed(i, j), bed(i, j + 1));
+  s.patch(xR, xRR, s.py, yN, bed(i + 1, j), bed(iw, j), bed(i + 1, j + 1), bed(iw, j + 1));
+  s.patch(xR, xRR, s.py, yS, bed(i + 1, j), bed(iw, j), bed(i + 1, j - 1), bed(iw, j - 1));
+  s.edge_x(xR, xRR, s.py, bed(i + 1, j), bed(iw, j));
+  s.edge_y(xR, s.py, yS, bed(i + 1, j), bed(i + 1, j - 1));
+  s.edge_y(xR, s.py, yN, bed(i + 1, j), bed(i + 1, j + 1));
+  s.vertex_xz(xL, s.py, bed(i, j));
+  s.vertex_xz(xR, s.py, bed(i + 1, j));
+  return result_of(s);
 }
 
-void IMMERSEV(int i, int j, int k, double& value) {
+FootPoint foot_v(int i, int j, int k) {
   Search s(xmin + (i - 0.5) * dx, ymin + j * dy, zmin + (k - 0.5) * dz);
   const double yB = s.py - dy / 2.0, yT = s.py + dy / 2.0;
   const int jw = (jmax + j + 2) % jmax;  // second row to the north, wrapped
   const double xE = s.px + dx, xW = s.px - dx;
   s.patch(s.px, xE, yB, yT, bed(i, j), bed(i + 1, j), bed(i, j + 1), bed(i + 1, j + 1));
   s.patch(s.px, xW, yB, yT, bed(i, j), bed(i - 1, j), bed(i, j + 1), bed(i - 1, j + 1));
-  if (!s.edge_y(s.px, yB, yT, bed(i, j), bed(i, j + 1)) && !s.found) {
-    // Second ring.  The south edge and the south vertex are placed with dz.
-    const double yBB = s.py - 1.5 * dy, yTT = s.py + 1.5 * dy;
-    s.patch(s.px, xE, yB, yBB, bed(i, j), bed(i + 1, j), bed(i, j - 1), bed(i + 1, j - 1));
-    s.patch(s.px, xW, yB, yBB, bed(i, j), bed(i - 1, j), bed(i, j - 1), bed(i - 1, j - 1));
-    s.edge_y(s.px, yB, s.py - 1.5 * dz, bed(i, j), bed(i, j - 1));
-    s.edge_x(s.px, xW, yB, bed(i, j), bed(i - 1, j));
-    s.edge_x(s.px, xE, yB, bed(i, j), bed(i + 1, j));
-    s.patch(s.px, xE, yT, yTT, bed(i, j + 1), bed(i + 1, j + 1), bed(i, jw), bed(i + 1, jw));
-    s.patch(s.px, xW, yT, yTT, bed(i, j + 1), bed(i - 1, j + 1), bed(i, jw), bed(i - 1, jw));
-    s.edge_y(s.px, yT, yTT, bed(i, j + 1), bed(i, jw));
-    s.edge_x(s.px, xW, yT, bed(i, j + 1), bed(i - 1, j + 1));
-    s.edge_x(s.px, xE, yT, bed(i, j + 1), bed(i + 1, j + 1));
-    s.vertex_yz(s.px, s.py - dz / 2.0, bed(i, j));
-    s.vertex_yz(s.px, yT, bed(i, j + 1));
-    if (!s.found) search_failed("immrsing v could not find the minimum point");
-  }
+  if (s.edge_y(s.px, yB, yT, bed(i, j), bed(i, j + 1)) || s.found) return result_of(s);
+  // Second ring.  The south edge and the south vertex are placed with dz.
+  const double yBB = s.py - 1.5 * dy, yTT = s.py + 1.5 * dy;
+  s.patch(s.px, xE, yB, yBB, bed(i, j), bed(i + 1, j), bed(i, j - 1), bed(i + 1, j - 1));
+  s.patch(s.px, xW, yB, yBB, bed(i, j), bed(i - 1, j), bed(i, j - 1), bed(i - 1, j - 1));
+  s.edge_y(s.px, yB, s.py - 1.5 * dz, bed(i, j), bed(i, j - 1));
+  s.edge_x(s.px, xW, yB, bed(i, j), bed(i - 1, j));
+  s.edge_x(s.px, xE, yB, bed(i, j), bed(i + 1, j));
+  s.patch(s.px, xE, yT, yTT, bed(i, j + 1), bed(i + 1, j + 1), bed(i, jw), bed(i + 1, jw));
+  s.patch(s.px, xW, yT, yTT, bed(i, j + 1), bed(i - 1, j + 1), bed(i, jw), bed(i - 1, jw));
+  s.edge_y(s.px, yT, yTT, bed(i, j + 1), bed(i, jw));
+  s.edge_x(s.px, xW, yT, bed(i, j + 1), bed(i - 1, j + 1));
+  s.edge_x(s.px, xE, yT, bed(i, j + 1), bed(i + 1, j + 1));
+  s.vertex_yz(s.px, s.py - dz / 2.0, bed(i, j));
+  s.vertex_yz(s.px, yT, bed(i, j + 1));
+  return result_of(s);
+}
+
+FootPoint foot_w(int i, int j, int k) {
+  Search s(xmin + (i - 0.5) * dx, ymin + (j - 0.5) * dy, zmin + k * dz);
+  search_column(s, i, j);
+  return result_of(s);
+}
+
+FootPoint foot_c(int i, int j, int k) {
+  Search s(xmin + (i - 0.5) * dx, ymin + (j - 0.5) * dy, zmin + (k - 0.5) * dz);
+  search_column(s, i, j);
+  return result_of(s);
+}
+
+void IMMERSEU(int i, int j, int k, double& value) {
+  const FootPoint f = foot_u(i, j, k);
+  if (!f.found) search_failed("immrsing u could not find the minimum point");
   double ux, uy, uz;
-  impose(s, ux, uy, uz);
+  impose(f, ux, uy, uz);
+  value = ux;
+}
+
+void IMMERSEV(int i, int j, int k, double& value) {
+  const FootPoint f = foot_v(i, j, k);
+  if (!f.found) search_failed("immrsing v could not find the minimum point");
+  double ux, uy, uz;
+  impose(f, ux, uy, uz);
   value = uy;
 }
 
 void IMMERSEW(int i, int j, int k, double& value) {
-  Search s(xmin + (i - 0.5) * dx, ymin + (j - 0.5) * dy, zmin + k * dz);
-  search_column(s, i, j);
-  if (!s.found) search_failed("immersing w could not find the minimum point");
+  const FootPoint f = foot_w(i, j, k);
+  if (!f.found) search_failed("immersing w could not find the minimum point");
   double ux, uy, uz;
-  impose(s, ux, uy, uz);
+  impose(f, ux, uy, uz);
   value = uz;
 }
 
 void IMMERSEVISC(int i, int j, int k, double& value) {
-  Search s(xmin + (i - 0.5) * dx, ymin + (j - 0.5) * dy, zmin + (k - 0.5) * dz);
-  search_column(s, i, j);
-  if (!s.found) search_failed("immrsing visc could not find the minimum point");
-  double px = s.px, py = s.py, pz = s.pz;
+  const FootPoint f = foot_c(i, j, k);
+  if (!f.found) search_failed("immrsing visc could not find the minimum point");
   if (iibm != 0)
-    VISCIDW(px, py, pz, s.X, s.Y, s.Z, value);
+    VISCIDW(f.px, f.py, f.pz, f.X, f.Y, f.Z, value);
   else
-    VISCTRI(px, py, pz, s.X, s.Y, s.Z, value);
+    VISCTRI(f.px, f.py, f.pz, f.X, f.Y, f.Z, value);
 }
 
 }  // namespace rl

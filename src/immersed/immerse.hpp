@@ -27,4 +27,19 @@ void IMMERSEVISC(int i, int j, int k, double& value);
 void BEDPATCHPOINT(double x1, double x2, double y1, double y2, double z1, double z2, double z3, double z4,
                    double px, double py, double pz, double& X, double& Y, double& Z);
 
+// The searches alone, without failure handling and forcing: P of the
+// position (i,j,k) of u, v, w or a cell centre, the foot point (X,Y,Z), its
+// distance best as the search measured it, and whether any candidate was
+// accepted.
+struct FootPoint {
+  double px, py, pz;
+  double X, Y, Z;
+  double best;
+  bool found;
+};
+FootPoint foot_u(int i, int j, int k);
+FootPoint foot_v(int i, int j, int k);
+FootPoint foot_w(int i, int j, int k);
+FootPoint foot_c(int i, int j, int k);
+
 }  // namespace rl

@@ -37,6 +37,8 @@ struct State {
   std::vector<double> times;
   bool pending = false;   // the last solution is not yet declared in the iterative data
   bool in_result = false; // between result start and end (the lock file exists)
+  double sol_id = 0.0;    // node of the current solution while the file stays open
+  bool have_sol_id = false;
   std::string lockpath;
 };
 
@@ -84,6 +86,7 @@ void close_file() {
     cgio_close_file(st.cgio);
     st.cgio = -1;
   }
+  st.have_sol_id = false;
 }
 
 int root(double& id) { return cgio_get_root_id(st.cgio, &id) == CGIO_ERR_NONE ? 0 : 1; }
@@ -278,6 +281,7 @@ void CG_ORVA_INIT_F(int, int& ier) {
   st.ni3 = st.nj3 = st.nk3 = 0;
   st.times.clear();
   st.pending = false;
+  st.have_sol_id = false;
   ier = 0;
 }
 
@@ -397,6 +401,7 @@ void CG_ORVA_WRITEGRIDCOORD3D_F(int isize, int jsize, int ksize, const double* x
   if (remove_child("/ResultBase", "Zone1")) remove_child("/ResultBase", "BaseIterativeData");
   st.times.clear();
   st.pending = false;
+  st.have_sol_id = false;
   const int size[9] = {isize, jsize, ksize, isize - 1, jsize - 1, ksize - 1, 0, 0, 0};
   const cgsize_t zdims[2] = {3, 3};
   double zone, gc;
@@ -417,12 +422,14 @@ void CG_ORVA_WRITE_SOL_TIME_F(double time, int& ier) {
   ier = 1;
   if (st.ni3 <= 0) return;
   if (ensure_open()) return;
-  // The solution before this one is complete: declare it first.
-  if (declare_solutions()) return;
+  // Solutions are declared at the end of a result, a flush or a close: no
+  // other program can read the file while it is open here.
   double zone, sol;
   if (node("/ResultBase/Zone1", zone)) return;
   const std::string name = solution_name(st.times.size() + 1);
   if (put(zone, name, "FlowSolution_t", "MT", 0, nullptr, nullptr, &sol)) return;
+  st.sol_id = sol;
+  st.have_sol_id = true;
   st.times.push_back(time);
   st.pending = true;
   ier = 0;
@@ -433,8 +440,14 @@ void CG_ORVA_WRITE_SOL_REAL_F(const std::string& name, const double* array, int&
   const std::string nm = trim(name);
   if (!valid_name(nm) || st.times.empty()) return;
   if (ensure_open()) return;
-  double sol;
-  if (node("/ResultBase/Zone1/" + solution_name(st.times.size()), sol)) return;
+  // The solution's node: known from its start while the file stayed open,
+  // else looked up by path.
+  double sol = st.sol_id;
+  if (!st.have_sol_id) {
+    if (node("/ResultBase/Zone1/" + solution_name(st.times.size()), sol)) return;
+    st.sol_id = sol;
+    st.have_sol_id = true;
+  }
   const cgsize_t dims[3] = {st.ni3, st.nj3, st.nk3};
   if (put(sol, nm, "DataArray_t", "R8", 3, dims, array)) return;
   ier = 0;

@@ -21,7 +21,8 @@
 
 namespace orva {
 
-// CGNS open modes.
+// CGNS open modes (the values of cgnslib.h; include this header before
+// cgnslib.h, whose macros of the same names would replace these).
 constexpr int CG_MODE_READ = 0;
 constexpr int CG_MODE_WRITE = 1;
 constexpr int CG_MODE_MODIFY = 2;

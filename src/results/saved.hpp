@@ -1,4 +1,17 @@
 // Saved-state files: the state of a run as text, to resume from later.
+//
+// The file is plain free-format text, one record per line, reals written in
+// full double precision so that reading them back restores every bit.  It
+// carries no header and no sizes: the reading run must have the same
+// imax, jmax, kmax and lmin as the writing one.
+//
+// Records in file order:
+//   1. nstep, time
+//   2. phi of every multigrid level lmin..0, k, j, i over 0..n+1, one per line
+//   3. uo, vo, wo, rhsuo, rhsvo, rhswo, nut at (i,j,k), k, j, i over 0..max+1
+//   4. bed at (i,j), j, i over 0..max+1, one per line
+//   5. the number of slot entries that follow
+//   6. slot1..slot6 of each used slot entry
 #pragma once
 
 #include <string>
@@ -9,7 +22,15 @@ namespace rl {
 // any other code prints nothing), waits for the operator and stops the run.
 [[noreturn]] void ERRORSTOP(int code);
 
+// Writes the state to <outpath>/<outfile>.dat (both stripped of blanks).
 void WRITESAVED(int nstep, double time, const std::string& outpath, const std::string& outfile);
+
+// Reads the state from the file named as it stands; u, v, w become uo, vo,
+// wo.  Any record that can't be read stops the run with error code 3.
 void READSAVED(const std::string& startfile);
+
+// The name WRITESAVED writes to: outpath with its leading and trailing blanks
+// removed, "/", outfile likewise, ".dat".
+std::string saved_file_name(const std::string& outpath, const std::string& outfile);
 
 }  // namespace rl

@@ -1,0 +1,338 @@
+// riverles-case, run as the built program: defaults, beds, omitted keys,
+// the messages for faulty descriptions, and the two examples.
+#include "orvalib/orvalib.hpp"
+
+#include <cgnslib.h>
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cmath>
+#include <filesystem>
+#include <fstream>
+#include <numbers>
+#include <sstream>
+#include <string>
+#include <vector>
+
+namespace fs = std::filesystem;
+
+namespace {
+
+class CaseTool : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    static int counter = 0;
+    dir = fs::temp_directory_path() /
+          ("riverles_case_" + std::to_string(::getpid()) + "_" + std::to_string(++counter));
+    fs::create_directories(dir);
+    casefile = (dir / "case.cgn").string();
+  }
+  void TearDown() override {
+    int ier;
+    orva::CG_CLOSE_F(1, ier);
+    fs::remove_all(dir);
+  }
+
+  std::string write_file(const std::string& name, const std::string& text) {
+    const std::string p = (dir / name).string();
+    std::ofstream(p) << text;
+    return p;
+  }
+
+  // Runs the tool; gives its exit status and keeps what it printed.
+  int run(const std::string& desc) {
+    const std::string errfile = (dir / "stderr.txt").string();
+    const std::string cmd = std::string("'") + RIVERLES_CASE_EXE + "' '" + desc + "' '" + casefile + "' 2>'" +
+                            errfile + "'";
+    const int st = std::system(cmd.c_str());
+    std::ifstream in(errfile);
+    std::stringstream ss;
+    ss << in.rdbuf();
+    message = ss.str();
+    return WIFEXITED(st) ? WEXITSTATUS(st) : -1;
+  }
+
+  // Opens the written case for reading through the case library.
+  void open_case() {
+    int fid, ier = 1;
+    orva::CG_OPEN_F(casefile, CG_MODE_READ, fid, ier);
+    ASSERT_EQ(ier, 0);
+  }
+
+  std::vector<double> elevation(int& ni, int& nj, std::vector<double>* x = nullptr,
+                                std::vector<double>* y = nullptr) {
+    int ier = 1;
+    orva::CG_ORVA_GOTOGRIDCOORD2D_F(ni, nj, ier);
+    EXPECT_EQ(ier, 0);
+    std::vector<double> e(ni * nj), xx(ni * nj), yy(ni * nj);
+    orva::CG_ORVA_GETGRIDCOORD2D_F(xx.data(), yy.data(), ier);
+    EXPECT_EQ(ier, 0);
+    orva::CG_ORVA_READ_GRID_REAL_NODE_F("Elevation", e.data(), ier);
+    EXPECT_EQ(ier, 0);
+    if (x) *x = xx;
+    if (y) *y = yy;
+    return e;
+  }
+
+  static int ikey(const char* k) {
+    int v = -999, ier = 1;
+    orva::CG_ORVA_READ_INTEGER_F(k, v, ier);
+    EXPECT_EQ(ier, 0) << k;
+    return v;
+  }
+  static double rkey(const char* k) {
+    double v = -999;
+    int ier = 1;
+    orva::CG_ORVA_READ_REAL_F(k, v, ier);
+    EXPECT_EQ(ier, 0) << k;
+    return v;
+  }
+  static std::string skey(const char* k) {
+    std::string v;
+    int ier = 1;
+    orva::CG_ORVA_READ_STRING_F(k, v, ier);
+    EXPECT_EQ(ier, 0) << k;
+    return v.substr(0, v.find_last_not_of(' ') + 1);
+  }
+
+  // Number of conditions stored in the case.
+  int count_conditions() {
+    int fn, n = -1;
+    if (cg_open(casefile.c_str(), CG_MODE_READ, &fn) != CG_OK) return -1;
+    if (cg_gopath(fn, "/InputBase/CalculationConditions") == CG_OK) cg_narrays(&n);
+    cg_close(fn);
+    return n;
+  }
+
+  fs::path dir;
+  std::string casefile;
+  std::string message;
+};
+
+const char* const kAllKeys[44] = {
+    "kmaxItm",      "zminItm",       "zmaxItm",        "viscItm",       "densItm",      "gravityItm",
+    "dischargeItm", "timetypeItm",   "timestepItm",    "cflItm",        "xBoundItm",    "yBoundItm",
+    "zBoundItm",    "InitialItm",    "xInitItm",       "yInitItm",      "zInitItm",     "iPerturbItm",
+    "amplitudeItm", "iBedPerturbItm", "BAmplitudeItm", "starttimeItm",  "endtimeItm",   "HotstartItm",
+    "StartfileItm", "TimeInitialItm", "OTimeItm",      "HotoutItm",     "dtHotoutItm",  "TecplotItm",
+    "dtTecplotItm", "outpathItm",    "outfileItm",     "BedItm",        "SedimentItm",  "RoughItm",
+    "smagorinskyItm", "iIBMItm",     "iCycleItm",      "igammaItm",     "ipresItm",     "ipostsItm",
+    "kpoismaxItm",  "epsItm"};
+
+}  // namespace
+
+TEST_F(CaseTool, DefaultsLandInTheCaseAndValuesOverrideThem) {
+  const std::string desc = write_file("d.txt",
+                                      "# five lines make a case\n"
+                                      "nodes 9 5\n"
+                                      "extent 2.0 0.5   # metres\n"
+                                      "bed flat 0.02\n"
+                                      "kmaxItm 3\n"
+                                      "outfileItm \"flume a\"\n");
+  ASSERT_EQ(run(desc), 0) << message;
+  EXPECT_EQ(count_conditions(), 44);
+  open_case();
+  for (const char* k : kAllKeys) {
+    int ier = 1;
+    double r;
+    int i;
+    std::string s;
+    orva::CG_ORVA_READ_INTEGER_F(k, i, ier);
+    if (ier) orva::CG_ORVA_READ_REAL_F(k, r, ier);
+    if (ier) orva::CG_ORVA_READ_STRING_F(k, s, ier);
+    EXPECT_EQ(ier, 0) << k << " missing";
+  }
+  EXPECT_EQ(ikey("kmaxItm"), 3);
+  EXPECT_EQ(skey("outfileItm"), "flume a");
+  EXPECT_EQ(skey("outpathItm"), ".");
+  EXPECT_EQ(skey("StartfileItm"), "");
+  EXPECT_EQ(rkey("zminItm"), 0.0);
+  EXPECT_EQ(rkey("zmaxItm"), 0.1);
+  EXPECT_EQ(rkey("cflItm"), 0.3);
+  EXPECT_EQ(ikey("timetypeItm"), 0);
+  EXPECT_EQ(rkey("smagorinskyItm"), 0.1);
+  EXPECT_EQ(ikey("iCycleItm"), 1);
+  EXPECT_EQ(ikey("ipresItm"), 2);
+  EXPECT_EQ(ikey("ipostsItm"), 2);
+  EXPECT_EQ(ikey("kpoismaxItm"), 20);
+  EXPECT_EQ(rkey("epsItm"), 1.0e-4);
+  EXPECT_EQ(rkey("OTimeItm"), 0.1);
+  EXPECT_EQ(rkey("endtimeItm"), 1.0);
+  EXPECT_EQ(ikey("iPerturbItm"), 1);
+  EXPECT_EQ(ikey("yBoundItm"), 1);
+  EXPECT_EQ(ikey("HotstartItm"), 0);
+  // The default discharge gives about 0.2 m/s through 0.3 m by 0.1 m.
+  EXPECT_NEAR(rkey("dischargeItm") / (0.3 * 0.1), 0.2, 1e-12);
+  // Types are those the solver reads: a real key is not an integer.
+  int i, ier = 0;
+  orva::CG_ORVA_READ_INTEGER_F("zmaxItm", i, ier);
+  EXPECT_NE(ier, 0);
+
+  int ni, nj;
+  std::vector<double> x, y;
+  const std::vector<double> e = elevation(ni, nj, &x, &y);
+  EXPECT_EQ(ni, 9);
+  EXPECT_EQ(nj, 5);
+  EXPECT_DOUBLE_EQ(x[8], 2.0);
+  EXPECT_DOUBLE_EQ(y[9], 0.125);
+  EXPECT_DOUBLE_EQ(y[44], 0.5);
+  for (double v : e) EXPECT_EQ(v, 0.02);
+}
+
+TEST_F(CaseTool, OmitLeavesAKeyOutAndOriginShiftsTheGrid) {
+  const std::string desc = write_file("d.txt",
+                                      "nodes 3 3\n"
+                                      "origin 5 -1\n"
+                                      "extent 1 1\n"
+                                      "omit igammaItm\n"
+                                      "omit cflItm\n"
+                                      "cflItm 0.5\n"  // a later value brings it back
+                                      "omit outpathItm\n");
+  ASSERT_EQ(run(desc), 0) << message;
+  EXPECT_EQ(count_conditions(), 42);
+  open_case();
+  int v, ier = 0;
+  orva::CG_ORVA_READ_INTEGER_F("igammaItm", v, ier);
+  EXPECT_NE(ier, 0);
+  std::string s;
+  orva::CG_ORVA_READ_STRING_F("outpathItm", s, ier);
+  EXPECT_NE(ier, 0);
+  EXPECT_EQ(rkey("cflItm"), 0.5);
+  int ni, nj;
+  std::vector<double> x, y;
+  elevation(ni, nj, &x, &y);
+  EXPECT_EQ(x[0], 5.0);
+  EXPECT_EQ(y[0], -1.0);
+  EXPECT_EQ(x[8], 6.0);
+  EXPECT_EQ(y[8], 0.0);
+}
+
+TEST_F(CaseTool, EachBedKindAtNodesAgainstItsClosedForm) {
+  // Slope: z = level + sx (x - x0) + sy (y - y0).
+  {
+    const std::string desc = write_file("s.txt", "nodes 5 3\norigin 1 2\nextent 2 1\nbed slope 0.05 -0.02 0.01\n");
+    ASSERT_EQ(run(desc), 0) << message;
+    open_case();
+    int ni, nj;
+    const std::vector<double> e = elevation(ni, nj);
+    EXPECT_NEAR(e[0], 0.05, 1e-15);
+    EXPECT_NEAR(e[4], 0.05 - 0.02 * 2.0, 1e-15);            // i = 4, x - x0 = 2
+    EXPECT_NEAR(e[2 + 5 * 1], 0.05 - 0.02 + 0.005, 1e-15);  // x - x0 = 1, y - y0 = 0.5
+    EXPECT_NEAR(e[4 + 5 * 2], 0.05 - 0.04 + 0.01, 1e-15);
+    int ier;
+    orva::CG_CLOSE_F(1, ier);
+  }
+  // Dunes: z = base + a sin(2 pi (x - x0) / L + phase), the same across y.
+  {
+    const std::string desc = write_file("d.txt", "nodes 9 3\nextent 1 0.2\nbed dunes 0.01 0.5 0.3 0.02\n");
+    ASSERT_EQ(run(desc), 0) << message;
+    open_case();
+    int ni, nj;
+    const std::vector<double> e = elevation(ni, nj);
+    for (int i : {0, 1, 3, 8}) {
+      const double x = 0.125 * i;
+      const double z = 0.02 + 0.01 * std::sin(2.0 * std::numbers::pi * x / 0.5 + 0.3);
+      EXPECT_NEAR(e[i], z, 1e-14) << i;
+      EXPECT_NEAR(e[i + 9 * 2], z, 1e-14) << i;
+    }
+    int ier;
+    orva::CG_CLOSE_F(1, ier);
+  }
+  // ESRI grid: cell centres at x 0.5 1.5 2.5 and y 0.5 (bottom row 4 5 6)
+  // and 1.5 (top row 1 2 3); nodes every 0.5 from (0.5, 0.5).
+  {
+    write_file("bed.asc",
+               "ncols 3\nnrows 2\nxllcorner 0.0\nyllcorner 0.0\ncellsize 1.0\nNODATA_value -9999\n"
+               "1 2 3\n4 5 6\n");
+    const std::string desc = write_file("e.txt", "nodes 5 3\norigin 0.5 0.5\nextent 2 1\nbed esri bed.asc\n");
+    ASSERT_EQ(run(desc), 0) << message;
+    open_case();
+    int ni, nj;
+    const std::vector<double> e = elevation(ni, nj);
+    EXPECT_DOUBLE_EQ(e[0], 4.0);          // on the bottom-left centre
+    EXPECT_DOUBLE_EQ(e[4 + 5 * 2], 3.0);  // on the top-right centre
+    EXPECT_DOUBLE_EQ(e[1 + 5 * 1], 3.0);  // mean of 4 5 1 2
+    EXPECT_DOUBLE_EQ(e[3], 5.5);          // between 5 and 6
+    EXPECT_DOUBLE_EQ(e[1 + 5 * 2], 1.5);  // between 1 and 2
+    EXPECT_DOUBLE_EQ(e[5 * 1], 2.5);      // between 4 and 1
+    int ier;
+    orva::CG_CLOSE_F(1, ier);
+  }
+  // x y z points, inverse distance squared of the nearest four.
+  {
+    write_file("bed.xyz", "# x y z\n0 0 1\n1 0 2\n0 1 3\n1 1 4\n10 10 100\n");
+    const std::string desc = write_file("x.txt", "nodes 3 3\nextent 1 1\nbed xyz bed.xyz\n");
+    ASSERT_EQ(run(desc), 0) << message;
+    open_case();
+    int ni, nj;
+    const std::vector<double> e = elevation(ni, nj);
+    EXPECT_DOUBLE_EQ(e[0], 1.0);  // a point on the node
+    EXPECT_DOUBLE_EQ(e[2], 2.0);
+    EXPECT_DOUBLE_EQ(e[8], 4.0);
+    EXPECT_DOUBLE_EQ(e[4], 2.5);  // four points at equal distance
+    // Node (0.5, 0): the two near points at 0.5, the far two at sqrt(1.25).
+    const double wn = 1 / 0.25, wf = 1 / 1.25;
+    EXPECT_NEAR(e[1], (wn * (1 + 2) + wf * (3 + 4)) / (2 * wn + 2 * wf), 1e-14);
+    int ier;
+    orva::CG_CLOSE_F(1, ier);
+  }
+}
+
+TEST_F(CaseTool, FaultsAreReportedWithTheirLineAndLeaveNoFile) {
+  struct Fault {
+    std::string text;
+    std::string expect;
+  };
+  const std::vector<Fault> faults = {
+      {"nodes 9 5\n# fine so far\nwidthItm 3\n", ":3: unknown key or directive 'widthItm'"},
+      {"nodes 9 5\ngrid 9 5\n", ":2: unknown key or directive 'grid'"},
+      {"kmaxItm 1.5\n", ":1: kmaxItm must be an integer, not '1.5'"},
+      {"\n\nzmaxItm abc\n", ":3: zmaxItm must be a number, not 'abc'"},
+      {"nodes 9 5\nbed esri nowhere.asc\n", ":2: missing file"},
+      {"nodes 9 5\nbed xyz nowhere.xyz\n", ":2: missing file"},
+      {"extent 1 1\nnodes 1 5\n", ":2: the grid needs at least 2 nodes in each direction"},
+      {"nodes 9 1\n", ":1: the grid needs at least 2 nodes in each direction"},
+      {"omit nosuchItm\n", ":1: unknown key 'nosuchItm'"},
+      {"bed waves 1 2\n", ":1: unknown bed kind 'waves'"},
+      {"nodes 9\n", ":1: usage: nodes NI NJ"},
+  };
+  for (const Fault& f : faults) {
+    const std::string desc = write_file("bad.txt", f.text);
+    EXPECT_EQ(run(desc), 1) << f.text;
+    EXPECT_NE(message.find(desc + f.expect), std::string::npos) << "got: " << message;
+    EXPECT_FALSE(fs::exists(casefile)) << f.text;
+  }
+  // A fault inside a bed file is reported at the bed line of the description.
+  write_file("short.asc", "ncols 2\nnrows 2\nxllcorner 0\nyllcorner 0\ncellsize 1\n1 2 3\n");
+  const std::string desc = write_file("bad.txt", "nodes 3 3\nbed esri short.asc\n");
+  EXPECT_EQ(run(desc), 1);
+  EXPECT_NE(message.find(desc + ":2: "), std::string::npos) << message;
+  EXPECT_FALSE(fs::exists(casefile));
+  EXPECT_EQ(run((dir / "none.txt").string()), 1);
+  EXPECT_FALSE(fs::exists(casefile));
+}
+
+TEST_F(CaseTool, TheExamplesParse) {
+  const std::string src = RIVERLES_SOURCE_DIR;
+  ASSERT_EQ(run(src + "/examples/flat-channel.txt"), 0) << message;
+  open_case();
+  int ni, nj;
+  std::vector<double> e = elevation(ni, nj);
+  EXPECT_GE(ni, 9);
+  EXPECT_EQ(ikey("kmaxItm"), 4);
+  for (double v : e) EXPECT_LT(v, rkey("zminItm") + 1e-12);
+  int ier;
+  orva::CG_CLOSE_F(1, ier);
+  fs::remove(casefile);
+
+  ASSERT_EQ(run(src + "/examples/dune-bed.txt"), 0) << message;
+  open_case();
+  e = elevation(ni, nj);
+  const double zmin = rkey("zminItm");
+  // The crests rise above the domain bottom and the troughs lie below it.
+  EXPECT_GT(*std::max_element(e.begin(), e.end()), zmin);
+  EXPECT_LT(*std::min_element(e.begin(), e.end()), zmin);
+  EXPECT_LT(*std::max_element(e.begin(), e.end()), rkey("zmaxItm"));
+}

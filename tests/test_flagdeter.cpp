@@ -1,0 +1,185 @@
+// Classification of grid positions against the bed.
+#include <gtest/gtest.h>
+
+#include <vector>
+
+#include "driver/fields.hpp"
+#include "immersed/flagdeter.hpp"
+
+namespace {
+
+using namespace rl;
+
+// A box of I x J x K cells of size 1 x 1 x dz from z = zmin, every
+// boundary word set to w, flat bed at height b.
+void box(int I, int J, int K, double dzz, double z0, int word, double b) {
+  imax = I;
+  jmax = J;
+  kmax = K;
+  lmin = 0;
+  ALLOCFIELDS();
+  dx = 1.0;
+  dy = 1.0;
+  dz = dzz;
+  xmin = ymin = 0.0;
+  zmin = z0;
+  for (int f = 1; f <= 6; ++f) ibcu(f) = ibcv(f) = ibcw(f) = ibcp(f) = word;
+  bed.fill(b);
+}
+
+// Flat bed exactly on the w plane k = 2: that plane is not solid (strict
+// comparison) and becomes a forcing point over the solid plane below; the
+// u, v and centre positions half a cell above the bed are forcing, those
+// half a cell below are solid; halos repeat the nearest inner value.
+TEST(FlagDeter, FlatBedOnWPlane) {
+  box(4, 3, 4, 0.5, 0.0, 1, 1.0);
+  FLAGDETER();
+  for (int j = 1; j <= 3; ++j)
+    for (int i = 1; i <= 4; ++i) {
+      // w planes at z = k*0.5
+      EXPECT_EQ(flagw(i, j, -1), -1);
+      EXPECT_EQ(flagw(i, j, 0), -1);
+      EXPECT_EQ(flagw(i, j, 1), -1);
+      EXPECT_EQ(flagw(i, j, 2), 0);
+      EXPECT_EQ(flagw(i, j, 3), 1);
+      EXPECT_EQ(flagw(i, j, 4), 1);
+      EXPECT_EQ(flagw(i, j, 5), 1);
+      // centre heights (k-0.5)*0.5: 0.25, 0.75 below, 1.25 forcing, 1.75 fluid
+      for (Array3<int>* f : {&flagc, &flagu, &flagv}) {
+        EXPECT_EQ((*f)(i, j, 0), -1);
+        EXPECT_EQ((*f)(i, j, 1), -1);
+        EXPECT_EQ((*f)(i, j, 2), -1);
+        EXPECT_EQ((*f)(i, j, 3), 0);
+        EXPECT_EQ((*f)(i, j, 4), 1);
+        EXPECT_EQ((*f)(i, j, 5), 1);
+      }
+    }
+  // Halo planes of the staggered directions copy the near inner plane.
+  EXPECT_EQ(flagu(-1, 2, 3), flagu(0, 2, 3));
+  EXPECT_EQ(flagu(-1, 2, 3), 0);
+  EXPECT_EQ(flagu(5, 2, 4), 1);
+  EXPECT_EQ(flagv(2, -1, 3), 0);
+  EXPECT_EQ(flagv(2, 4, 3), 0);
+  // Side halo of flagc in y: copy of j = 1 and j = jmax after detection.
+  EXPECT_EQ(flagc(2, 0, 3), 0);
+  EXPECT_EQ(flagc(2, 4, 3), 0);
+  EXPECT_EQ(flagc(0, 0, 3), 0);
+}
+
+// u and v positions compare with the mean of the two columns they stand
+// between, w and centre positions with their own column; a position exactly
+// at its bed height is never solid.
+TEST(FlagDeter, EdgeMeanAgainstColumnHeightAndStrictness) {
+  box(4, 2, 4, 0.5, 0.0, 1, 0.0);
+  // columns i = 3, 4 (and the halo column 5) at 1.0, column 2 at 0.5
+  for (int j = 0; j <= 3; ++j) {
+    bed(2, j) = 0.5;
+    for (int i = 3; i <= 5; ++i) bed(i, j) = 1.0;
+  }
+  FLAGDETER();
+  const int j = 1;
+  // u(2): mean of 0.5 and 1.0 is 0.75; heights 0.25 and exactly 0.75
+  EXPECT_EQ(flagu(2, j, 1), -1);
+  EXPECT_EQ(flagu(2, j, 2), 0);  // at the height: not solid, solid below it
+  EXPECT_EQ(flagu(2, j, 3), 1);
+  // u(1): mean of 0.0 and 0.5 is 0.25: k = 1 exactly at it
+  EXPECT_EQ(flagu(1, j, 1), 0);  // forcing through its solid neighbour u(2,j,1)
+  EXPECT_EQ(flagu(1, j, 2), 1);
+  // Centre of column 2 compares with 0.5: 0.25 solid, 0.75 forcing
+  EXPECT_EQ(flagc(2, j, 1), -1);
+  EXPECT_EQ(flagc(2, j, 2), 0);
+  // Centre of column 1 compares with 0.0: no solid cell from k = 1 upward,
+  // but a forcing point beside the solid centre (2,j,1)
+  EXPECT_EQ(flagc(1, j, 1), 0);
+  EXPECT_EQ(flagc(1, j, 2), 1);
+  // plane 0 is classified solid (z = -0.25) but then overwritten by the
+  // halo copy of plane 1
+  EXPECT_EQ(flagc(1, j, 0), 0);
+  // w of column 2 at z = k*0.5: z = 0.5 exactly at the bed is not solid
+  EXPECT_EQ(flagw(2, j, 0), -1);
+  EXPECT_EQ(flagw(2, j, 1), 0);
+  EXPECT_EQ(flagw(2, j, 2), 1);
+  // w of column 3 (bed 1.0): z = 1.0 exactly at the bed
+  EXPECT_EQ(flagw(3, j, 1), -1);
+  EXPECT_EQ(flagw(3, j, 2), 0);
+  // w of column 1 (bed 0.0): z = 0 exactly at the bed is not solid, but its
+  // x neighbour w(2,j,0) is
+  EXPECT_EQ(flagw(1, j, 0), 0);
+  EXPECT_EQ(flagw(1, j, 1), 1);
+  // v positions over uniform columns in y take the column height
+  EXPECT_EQ(flagv(3, j, 2), -1);
+  EXPECT_EQ(flagv(3, j, 3), 0);
+  EXPECT_EQ(flagv(2, j, 2), 0);
+  EXPECT_EQ(flagv(2, j, 1), -1);
+}
+
+// A solid column at i = 1 reaches the far side of a periodic x direction
+// through the halo; with a word of magnitude 1 it does not.  For flagu the
+// staggered halo copies plane 1 into plane imax+1 and imax-1 into -1.
+TEST(FlagDeter, DetectionAcrossPeriodicFace) {
+  for (int word : {0, 1, -1}) {
+    box(6, 2, 2, 1.0, 0.5, 1, 0.0);
+    ibcu(1) = ibcu(2) = ibcp(1) = ibcp(2) = word;
+    for (int j = 0; j <= 3; ++j) bed(1, j) = 10.0;
+    FLAGDETER();
+    for (int j = 1; j <= 2; ++j)
+      for (int k = 1; k <= 2; ++k) {
+        SCOPED_TRACE(word);
+        // centres: column 1 solid; 2 beside it forcing; imax via the halo
+        EXPECT_EQ(flagc(1, j, k), -1);
+        EXPECT_EQ(flagc(2, j, k), 0);
+        EXPECT_EQ(flagc(5, j, k), 1);
+        EXPECT_EQ(flagc(6, j, k), word == 0 ? 0 : 1);
+        EXPECT_EQ(flagc(7, j, k), word == 0 ? -1 : flagc(6, j, k));
+        EXPECT_EQ(flagc(0, j, k), word == 0 ? flagc(6, j, k) : -1);
+        // u: faces 0 and 1 stand beside column 1 (mean 5.0), solid
+        EXPECT_EQ(flagu(0, j, k), -1);
+        EXPECT_EQ(flagu(1, j, k), -1);
+        EXPECT_EQ(flagu(2, j, k), 0);
+        EXPECT_EQ(flagu(5, j, k), 1);
+        EXPECT_EQ(flagu(6, j, k), word == 0 ? 0 : 1);
+        EXPECT_EQ(flagu(7, j, k), word == 0 ? -1 : flagu(6, j, k));
+        EXPECT_EQ(flagu(-1, j, k), word == 0 ? flagu(5, j, k) : -1);
+      }
+  }
+}
+
+// A negative word behaves as a positive one; with zmin above the bed no
+// position is solid and all computed flags are 1; positions outside every
+// pass keep what they held.
+TEST(FlagDeter, WordSignAndHighDomain) {
+  auto run = [](int word) {
+    box(5, 4, 4, 0.3, 0.0, word, 0.0);
+    for (int j = 0; j <= 5; ++j)
+      for (int i = 0; i <= 6; ++i) bed(i, j) = 0.1 * ((i * 7 + j * 3) % 9);
+    FLAGDETER();
+    std::vector<int> all;
+    for (Array3<int>* f : {&flagu, &flagv, &flagw, &flagc})
+      for (std::int64_t n = 0; n < f->size(); ++n) all.push_back(f->data()[n]);
+    return all;
+  };
+  const std::vector<int> pos = run(1), neg = run(-1);
+  EXPECT_EQ(pos, neg);
+  int solid = 0;
+  for (int x : pos) solid += x == -1;
+  EXPECT_GT(solid, 0);
+
+  box(3, 3, 3, 0.5, 2.0, 1, 1.0);
+  flagu(-1, 0, 0) = 7;  // never written: not in any pass
+  flagw(0, 0, -1) = 7;
+  FLAGDETER();
+  for (int k = 0; k <= 4; ++k)
+    for (int j = 0; j <= 4; ++j)
+      for (int i = 0; i <= 4; ++i) {
+        EXPECT_EQ(flagu(i, j, k), 1);
+        EXPECT_EQ(flagv(i, j, k), 1);
+        EXPECT_EQ(flagw(i, j, k), 1);
+        EXPECT_EQ(flagc(i, j, k), 1);
+      }
+  EXPECT_EQ(flagu(-1, 0, 0), 7);
+  EXPECT_EQ(flagw(0, 0, -1), 7);
+  EXPECT_EQ(flagu(-1, 1, 1), 1);
+  EXPECT_EQ(flagw(1, 1, -1), 1);
+}
+
+}  // namespace
