@@ -68,6 +68,8 @@ void boundaries() {
 }
 
 void startup(MainState& m) {
+  // Every run draws its noise from the generator's default state.
+  random_generator() = std::mt19937_64();
   int ier = 0;
   orva::CG_OPEN_F(m.casepath, orva::CG_MODE_MODIFY, m.fileid, ier);
   if (ier != 0) stop_run("*** Open error of CGNS file ***");

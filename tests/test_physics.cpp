@@ -1,0 +1,191 @@
+// Whole runs checked against physics: a laminar open channel against its
+// analytic profile, and the discharge controller holding its target.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdio>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "driver/fields.hpp"
+#include "driver/mainprogram.hpp"
+#include "flow/forces.hpp"
+#include "run_helpers.hpp"
+
+namespace {
+
+// Runs the solver in this process on a case; the field store keeps the final
+// state for the test to look at.  Returns the console output.
+std::string run_in_process(const rltest::CaseSpec& spec, const std::string& tag, int* status = nullptr) {
+  const std::string dir = rltest::temp_dir(tag);
+  const std::string file = dir + "/case.cgn";
+  spec.write(file);
+  std::string arg0 = "riverles", arg1 = file;
+  char* argv[] = {arg0.data(), arg1.data(), nullptr};
+  testing::internal::CaptureStdout();
+  const int s = rl::RIVERLES(2, argv);
+  std::string out = testing::internal::GetCapturedStdout();
+  if (status) *status = s;
+  return out;
+}
+
+// Runs the solver in this process on a case made by riverles-case from a
+// description file of the examples with extra lines appended.
+std::string run_description(const std::string& example, const std::string& extra, const std::string& tag,
+                            int* status = nullptr) {
+  const std::string dir = rltest::temp_dir(tag);
+  std::ifstream in(std::string(RIVERLES_SOURCE_DIR) + "/examples/" + example);
+  std::stringstream text;
+  text << in.rdbuf() << "\n" << extra << "\n";
+  std::ofstream(dir + "/case.txt") << text.str();
+  const std::string cmd = "'" RIVERLES_CASE_EXE "' '" + dir + "/case.txt' '" + dir + "/case.cgn'";
+  EXPECT_EQ(std::system(cmd.c_str()), 0);
+  std::string arg0 = "riverles", arg1 = dir + "/case.cgn";
+  char* argv[] = {arg0.data(), arg1.data(), nullptr};
+  testing::internal::CaptureStdout();
+  const int s = rl::RIVERLES(2, argv);
+  std::string out = testing::internal::GetCapturedStdout();
+  if (status) *status = s;
+  return out;
+}
+
+bool all_finite() {
+  for (const rl::Array3<double>* a : {&rl::u, &rl::v, &rl::w, &rl::p, &rl::nut})
+    for (std::int64_t n = 0; n < a->size(); ++n)
+      if (!std::isfinite(a->data()[n])) return false;
+  return true;
+}
+
+// Discharge through the first section as the controller measures it.
+double measured_discharge() {
+  rl::FORCES();
+  return rl::discharge - rl::forcex / 100.0;
+}
+
+struct ChannelError {
+  double max_rel;  // largest error over the depth, relative to the surface velocity
+  double force;
+};
+
+// Laminar flow down a periodic channel, no slip at the bottom (z = 0) and
+// free slip at the top (z = h), driven by the controller's force F:
+// u(z) = F/nu (h z - z^2/2).
+ChannelError laminar_channel(int kexp) {
+  rltest::CaseSpec s;
+  const double h = 0.02, nu = 1e-3;  // settles in about 0.16 s
+  s.ni = 5;
+  s.nj = 5;
+  s.lx = 0.4;
+  s.ly = 0.4;
+  s.bed = -1.0;  // well below the box: every position is fluid
+  s.set("kmaxItm", kexp).set("zminItm", 0.0).set("zmaxItm", h).set("viscItm", nu);
+  s.set("dischargeItm", 0.4 * 0.01 * h);  // 1 cm/s mean velocity
+  s.set("timetypeItm", 0).set("cflItm", 0.2).set("endtimeItm", 2.5).set("OTimeItm", 100.0);
+  s.set("yBoundItm", 0).set("zBoundItm", 0).set("smagorinskyItm", 0.0).set("iPerturbItm", 0);
+  s.set("epsItm", 1e-10).set("kpoismaxItm", 50);
+  int status = -1;
+  run_in_process(s, "laminar", &status);
+  EXPECT_EQ(status, 0);
+
+  const double F = rl::forcex;
+  double umax = F / nu * (h * h - h * h / 2);
+  double err = 0.0;
+  for (int k = 1; k <= rl::kmax; ++k) {
+    const double z = (k - 0.5) * rl::dz;
+    const double exact = F / nu * (h * z - z * z / 2);
+    for (int j = 1; j <= rl::jmax; ++j)
+      for (int i = 1; i <= rl::imax; ++i) err = std::max(err, std::abs(rl::u(i, j, k) - exact));
+  }
+  return {err / umax, F};
+}
+
+}  // namespace
+
+TEST(Physics, LaminarOpenChannelConvergesAtSecondOrder) {
+  std::vector<double> errors;
+  for (int kexp = 2; kexp <= 4; ++kexp) {
+    const ChannelError e = laminar_channel(kexp);
+    std::printf("laminar channel: %2d layers: force %.6e, max error / surface velocity %.3e\n", 1 << kexp,
+                e.force, e.max_rel);
+    errors.push_back(e.max_rel);
+  }
+  for (std::size_t n = 1; n < errors.size(); ++n) {
+    const double order = std::log2(errors[n - 1] / errors[n]);
+    std::printf("laminar channel: observed order %.3f\n", order);
+    EXPECT_GT(order, 1.8);
+    EXPECT_LT(order, 2.2);
+  }
+  EXPECT_LT(errors.back(), 2e-3);
+}
+
+TEST(Physics, ControllerDrivesTheFlatChannelToItsDischarge) {
+  // From rest, fixed steps of 5 ms: the measured discharge rises to the target.
+  double previous_gap = 1e300;
+  for (int steps : {100, 200, 400}) {  // of 5 ms
+    int status = -1;
+    run_description("flat-channel.txt",
+                    "InitialItm 2\niPerturbItm 0\ntimetypeItm 1\ntimestepItm 0.005\nOTimeItm 10\nendtimeItm " +
+                        std::to_string(steps * 0.005 - 0.0025),
+                    "controller", &status);
+    ASSERT_EQ(status, 0);
+    ASSERT_EQ(rl::nstep, steps);
+    const double q = measured_discharge();
+    const double gap = std::abs(q - rl::discharge) / rl::discharge;
+    std::printf("flat channel from rest: %3d steps: discharge %.6e of %.6e (%.2f%% off), forcex %.4e, divmax %.3e\n",
+                steps, q, rl::discharge, 100 * gap, rl::forcex, rl::divmax);
+    EXPECT_LT(gap, previous_gap);
+    previous_gap = gap;
+  }
+  // A proportional controller settles with an offset: the force that holds
+  // the flow against the bed's drag is 100 times the missing discharge.
+  EXPECT_LT(previous_gap, 0.08);
+}
+
+TEST(Physics, PressureToleranceSetsTheCycleCount) {
+  // A perturbed flat channel, 50 fixed steps, three tolerances.
+  std::vector<double> cycles;
+  for (const char* eps : {"1e-2", "1e-5", "1e-8"}) {
+    int status = -1;
+    const std::string out =
+        run_description("flat-channel.txt",
+                        std::string("timetypeItm 1\ntimestepItm 0.002\nendtimeItm 0.099\nOTimeItm 10\nepsItm ") + eps,
+                        "eps", &status);
+    ASSERT_EQ(status, 0);
+    std::istringstream in(out);
+    int n = 0, total = 0;
+    for (std::string line; std::getline(in, line);)
+      if (line.rfind("Number of Poisson  = ", 0) == 0) {
+        total += std::stoi(line.substr(21));
+        ++n;
+      }
+    ASSERT_EQ(n, 50);
+    cycles.push_back(static_cast<double>(total) / n);
+    std::printf("flat channel, epsItm %s: %.2f cycles per step, divmax %.3e, divsum %.3e after 50 steps\n", eps,
+                cycles.back(), rl::divmax, rl::divsum);
+    EXPECT_LT(rl::divmax, 1e-6);
+  }
+  EXPECT_GE(cycles[0], 2.0);
+  EXPECT_GT(cycles[1], cycles[0]);
+  EXPECT_GT(cycles[2], cycles[1]);
+}
+
+TEST(Physics, DuneBedRunsForEveryWallTreatment) {
+  for (int iibm : {0, 1})
+    for (int bedtype : {0, 1, 2}) {
+      int status = -1;
+      const std::string out = run_description(
+          "dune-bed.txt",
+          "iIBMItm " + std::to_string(iibm) + "\nBedItm " + std::to_string(bedtype) +
+              "\nSedimentItm 1.0\nRoughItm 5.0\nendtimeItm 2.0\nOTimeItm 10",
+          "dunes", &status);
+      ASSERT_EQ(status, 0);
+      const double q = measured_discharge();
+      const double gap = std::abs(q - rl::discharge) / rl::discharge;
+      std::printf("dune bed, iIBMItm %d BedItm %d: %d steps, discharge %.5e of %.5e (%.2f%% off), divmax %.3e\n",
+                  iibm, bedtype, rl::nstep, q, rl::discharge, 100 * gap, rl::divmax);
+      EXPECT_TRUE(all_finite());
+      EXPECT_LT(gap, 0.06);
+    }
+}
