@@ -5,6 +5,7 @@
 
 #include "driver/fields.hpp"
 #include "flow/smagorinsky.hpp"
+#include "immersed/flagdeter.hpp"
 #include "immersed/immerse.hpp"
 #include "immersed/immersing.hpp"
 #include "immersed/viscbed.hpp"
@@ -174,4 +175,40 @@ TEST(Immersing, EddyViscosityAtTheBed) {
   r = 1.0;
   rl::VISCIDW(3.5, 3.5, 2.0, 3.5, 3.5, 2.0, r);
   EXPECT_EQ(r, 0.0);
+}
+
+// Positions that turned from solid into forcing points get the wall law in
+// the old field; positions that became fluid, or stayed, keep their values.
+TEST(FlagMove, FillsOldVelocitiesWhereSolidBecameForcing) {
+  flat_bed_case();
+  rl::iibm = 0;
+  rl::ibed = 0;
+  rl::uo.fill(9.0);
+  rl::vo.fill(9.0);
+  rl::wo.fill(9.0);
+  // Previously everything below k = 5 was solid.
+  for (int k = 0; k <= 9; ++k)
+    for (int j = 0; j <= 9; ++j)
+      for (int i = 0; i <= 9; ++i) {
+        const int old = k <= 4 ? -1 : 1;
+        rl::flaguo(i, j, k) = old;
+        rl::flagvo(i, j, k) = old;
+        rl::flagwo(i, j, k) = old;
+      }
+  double eu = 0, ev = 0, ew = 0;
+  rl::IMMERSEU(4, 5, 3, eu);
+  rl::IMMERSEV(4, 5, 3, ev);
+  rl::IMMERSEW(4, 5, 2, ew);
+  rl::FLAGMOVE();
+  EXPECT_EQ(rl::uo(4, 5, 3), eu);
+  EXPECT_EQ(rl::vo(4, 5, 3), ev);
+  EXPECT_EQ(rl::wo(4, 5, 2), ew);
+  EXPECT_NE(eu, 9.0);
+  // Became fluid (k = 4), stayed solid (k = 1), outside the range (i = 0).
+  EXPECT_EQ(rl::uo(4, 5, 4), 9.0);
+  EXPECT_EQ(rl::uo(4, 5, 1), 9.0);
+  EXPECT_EQ(rl::uo(0, 5, 3), 9.0);
+  EXPECT_EQ(rl::wo(4, 5, 3), 9.0);
+  // The current field is only read.
+  EXPECT_EQ(rl::u(4, 5, 3), kU0);
 }

@@ -4,6 +4,7 @@
 #include <cstdlib>
 
 #include "driver/fields.hpp"
+#include "immersed/immerse.hpp"
 
 namespace rl {
 
@@ -196,6 +197,20 @@ void FLAGDETER() {
   }
 }
 
-void FLAGMOVE() {}
+// Positions that were solid in the previous classification and are forcing
+// points now get a wall-law value in the old velocity field, sampled from
+// the current field.  A position that became fluid gets nothing.  Nothing
+// calls this while the bed cannot move.
+void FLAGMOVE() {
+  const int I = imax, J = jmax, K = kmax;
+#pragma omp parallel for default(shared) schedule(dynamic, 1)
+  for (int k = 1; k <= K; ++k)
+    for (int j = 1; j <= J; ++j)
+      for (int i = 1; i <= I; ++i) {
+        if (flaguo(i, j, k) == -1 && flagu(i, j, k) == 0) IMMERSEU(i, j, k, uo(i, j, k));
+        if (flagvo(i, j, k) == -1 && flagv(i, j, k) == 0) IMMERSEV(i, j, k, vo(i, j, k));
+        if (flagwo(i, j, k) == -1 && flagw(i, j, k) == 0) IMMERSEW(i, j, k, wo(i, j, k));
+      }
+}
 
 }  // namespace rl

@@ -67,7 +67,8 @@ int open_with_retry(const std::string& path, int cgio_mode, int& handle) {
       handle = h;
       return 0;
     }
-    if (clock::now() >= until) return 1;
+    // Only a file that exists can be held by another process.
+    if (clock::now() >= until || (cgio_mode != CGIO_MODE_WRITE && !std::filesystem::exists(path))) return 1;
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
   }
 }
