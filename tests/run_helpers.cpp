@@ -1,13 +1,18 @@
 #include "run_helpers.hpp"
 
 #include <cgnslib.h>
+#include <gtest/gtest.h>
 #include <sys/wait.h>
 
 #include <atomic>
+#include <cmath>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
+
+#include "driver/fields.hpp"
+#include "driver/mainprogram.hpp"
 
 namespace fs = std::filesystem;
 
@@ -117,6 +122,42 @@ RunResult run_solver(const std::string& dir, const std::vector<std::string>& arg
   ss << in.rdbuf();
   r.out = ss.str();
   return r;
+}
+
+std::string run_file_in_process(const std::string& casefile, int* status) {
+  std::string arg0 = "riverles", arg1 = casefile;
+  char* argv[] = {arg0.data(), arg1.data(), nullptr};
+  testing::internal::CaptureStdout();
+  const int s = rl::RIVERLES(2, argv);
+  std::string out = testing::internal::GetCapturedStdout();
+  if (status) *status = s;
+  return out;
+}
+
+std::string run_in_process(const CaseSpec& spec, const std::string& tag, int* status) {
+  const std::string file = temp_dir(tag) + "/case.cgn";
+  spec.write(file);
+  return run_file_in_process(file, status);
+}
+
+std::string run_description(const std::string& example, const std::string& extra, const std::string& tag,
+                            int* status, std::string* dir) {
+  const std::string d = temp_dir(tag);
+  if (dir) *dir = d;
+  std::ifstream in(std::string(RIVERLES_SOURCE_DIR) + "/examples/" + example);
+  std::stringstream text;
+  text << in.rdbuf() << "\n" << extra << "\n";
+  std::ofstream(d + "/case.txt") << text.str();
+  const std::string cmd = "'" RIVERLES_CASE_EXE "' '" + d + "/case.txt' '" + d + "/case.cgn'";
+  EXPECT_EQ(std::system(cmd.c_str()), 0);
+  return run_file_in_process(d + "/case.cgn", status);
+}
+
+bool all_finite() {
+  for (const rl::Array3<double>* a : {&rl::u, &rl::v, &rl::w, &rl::p, &rl::nut})
+    for (std::int64_t n = 0; n < a->size(); ++n)
+      if (!std::isfinite(a->data()[n])) return false;
+  return true;
 }
 
 int count_lines_starting(const std::string& text, const std::string& prefix) {

@@ -16,48 +16,6 @@
 
 namespace {
 
-// Runs the solver in this process on a case; the field store keeps the final
-// state for the test to look at.  Returns the console output.
-std::string run_in_process(const rltest::CaseSpec& spec, const std::string& tag, int* status = nullptr) {
-  const std::string dir = rltest::temp_dir(tag);
-  const std::string file = dir + "/case.cgn";
-  spec.write(file);
-  std::string arg0 = "riverles", arg1 = file;
-  char* argv[] = {arg0.data(), arg1.data(), nullptr};
-  testing::internal::CaptureStdout();
-  const int s = rl::RIVERLES(2, argv);
-  std::string out = testing::internal::GetCapturedStdout();
-  if (status) *status = s;
-  return out;
-}
-
-// Runs the solver in this process on a case made by riverles-case from a
-// description file of the examples with extra lines appended.
-std::string run_description(const std::string& example, const std::string& extra, const std::string& tag,
-                            int* status = nullptr) {
-  const std::string dir = rltest::temp_dir(tag);
-  std::ifstream in(std::string(RIVERLES_SOURCE_DIR) + "/examples/" + example);
-  std::stringstream text;
-  text << in.rdbuf() << "\n" << extra << "\n";
-  std::ofstream(dir + "/case.txt") << text.str();
-  const std::string cmd = "'" RIVERLES_CASE_EXE "' '" + dir + "/case.txt' '" + dir + "/case.cgn'";
-  EXPECT_EQ(std::system(cmd.c_str()), 0);
-  std::string arg0 = "riverles", arg1 = dir + "/case.cgn";
-  char* argv[] = {arg0.data(), arg1.data(), nullptr};
-  testing::internal::CaptureStdout();
-  const int s = rl::RIVERLES(2, argv);
-  std::string out = testing::internal::GetCapturedStdout();
-  if (status) *status = s;
-  return out;
-}
-
-bool all_finite() {
-  for (const rl::Array3<double>* a : {&rl::u, &rl::v, &rl::w, &rl::p, &rl::nut})
-    for (std::int64_t n = 0; n < a->size(); ++n)
-      if (!std::isfinite(a->data()[n])) return false;
-  return true;
-}
-
 // Discharge through the first section as the controller measures it.
 double measured_discharge() {
   rl::FORCES();
@@ -86,7 +44,7 @@ ChannelError laminar_channel(int kexp) {
   s.set("yBoundItm", 0).set("zBoundItm", 0).set("smagorinskyItm", 0.0).set("iPerturbItm", 0);
   s.set("epsItm", 1e-10).set("kpoismaxItm", 50);
   int status = -1;
-  run_in_process(s, "laminar", &status);
+  rltest::run_in_process(s, "laminar", &status);
   EXPECT_EQ(status, 0);
 
   const double F = rl::forcex;
@@ -125,7 +83,7 @@ TEST(Physics, ControllerDrivesTheFlatChannelToItsDischarge) {
   double previous_gap = 1e300;
   for (int steps : {100, 200, 400}) {  // of 5 ms
     int status = -1;
-    run_description("flat-channel.txt",
+    rltest::run_description("flat-channel.txt",
                     "InitialItm 2\niPerturbItm 0\ntimetypeItm 1\ntimestepItm 0.005\nOTimeItm 10\nendtimeItm " +
                         std::to_string(steps * 0.005 - 0.0025),
                     "controller", &status);
@@ -149,7 +107,7 @@ TEST(Physics, PressureToleranceSetsTheCycleCount) {
   for (const char* eps : {"1e-2", "1e-5", "1e-8"}) {
     int status = -1;
     const std::string out =
-        run_description("flat-channel.txt",
+        rltest::run_description("flat-channel.txt",
                         std::string("timetypeItm 1\ntimestepItm 0.002\nendtimeItm 0.099\nOTimeItm 10\nepsItm ") + eps,
                         "eps", &status);
     ASSERT_EQ(status, 0);
@@ -175,7 +133,7 @@ TEST(Physics, DuneBedRunsForEveryWallTreatment) {
   for (int iibm : {0, 1})
     for (int bedtype : {0, 1, 2}) {
       int status = -1;
-      const std::string out = run_description(
+      const std::string out = rltest::run_description(
           "dune-bed.txt",
           "iIBMItm " + std::to_string(iibm) + "\nBedItm " + std::to_string(bedtype) +
               "\nSedimentItm 1.0\nRoughItm 5.0\nendtimeItm 2.0\nOTimeItm 10",
@@ -185,7 +143,7 @@ TEST(Physics, DuneBedRunsForEveryWallTreatment) {
       const double gap = std::abs(q - rl::discharge) / rl::discharge;
       std::printf("dune bed, iIBMItm %d BedItm %d: %d steps, discharge %.5e of %.5e (%.2f%% off), divmax %.3e\n",
                   iibm, bedtype, rl::nstep, q, rl::discharge, 100 * gap, rl::divmax);
-      EXPECT_TRUE(all_finite());
+      EXPECT_TRUE(rltest::all_finite());
       EXPECT_LT(gap, 0.06);
     }
 }

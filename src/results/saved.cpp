@@ -276,7 +276,9 @@ void WRITESAVED(int nstep, double time, const std::string& outpath, const std::s
 }
 
 void READSAVED(const std::string& startfile) {
-  TokenIn in(startfile);
+  // The name is taken as it stands; only the blank padding of a 200-character
+  // name is not part of it.
+  TokenIn in(startfile.substr(0, startfile.find_last_not_of(' ') + 1));
   const int I = imax, J = jmax, K = kmax;
   auto real = [&](double& x) {
     if (!in.real(x)) ERRORSTOP(3);
