@@ -14,6 +14,20 @@ std::int32_t trunc_i32(double x);
 // multiple of its interval.
 bool output_due(double time, double timeold, double interval);
 
+// Below this step the solid positions are cleared in every step.
+constexpr double DTCLEAN = 0.0008;
+
+// The numerical part of a step, after the time step is set and the time
+// advanced: prediction, forcing at the bed, projection, the second forcing,
+// eddy viscosity, reclassification and the copy into the old fields.
+// Returns the number of pressure cycles.
+int ADVANCE();
+
+// When set, ADVANCE reports the wall time of each routine it calls (the
+// benchmarks use it); a routine called twice in a step reports twice.
+using StepTimer = void (*)(const char* routine, double seconds);
+extern StepTimer step_timer;
+
 // Prints the status block of a step.
 void print_status(int npoisson);
 
