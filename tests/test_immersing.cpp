@@ -212,3 +212,39 @@ TEST(FlagMove, FillsOldVelocitiesWhereSolidBecameForcing) {
   // The current field is only read.
   EXPECT_EQ(rl::u(4, 5, 3), kU0);
 }
+
+// Kept foot points give the values of a fresh search as long as the bed
+// stands; the wall law still follows the current velocities.
+TEST(FootCache, ReusedSearchGivesTheSameValues) {
+  flat_bed_case();
+  rl::iibm = 0;
+  rl::ibed = 1;
+  double fresh = 0, kept = 0, again = 0;
+  rl::IMMERSEU(4, 5, 3, fresh);
+  rl::FOOTCACHE(true);
+  rl::IMMERSEU(4, 5, 3, kept);  // searches and keeps
+  rl::IMMERSEU(4, 5, 3, again);  // reuses
+  EXPECT_EQ(kept, fresh);
+  EXPECT_EQ(again, fresh);
+  // New velocities: the kept foot point, the new wall-law value.
+  for (int k = 3; k <= 9; ++k)
+    for (int j = 0; j <= 9; ++j)
+      for (int i = -1; i <= 9; ++i) rl::u(i, j, k) = 2 * kU0;
+  double faster = 0;
+  rl::IMMERSEU(4, 5, 3, faster);
+  EXPECT_NE(faster, fresh);
+  rl::FOOTCACHE(false);
+  double uncached = 0;
+  rl::IMMERSEU(4, 5, 3, uncached);
+  EXPECT_EQ(faster, uncached);
+  // Proof of reuse: with the cache on, a raised bed goes unseen.
+  rl::FOOTCACHE(true);
+  double before = 0, after = 0, searched = 0;
+  rl::IMMERSEU(4, 5, 3, before);
+  rl::bed.fill(2.25);
+  rl::IMMERSEU(4, 5, 3, after);
+  rl::FOOTCACHE(false);
+  rl::IMMERSEU(4, 5, 3, searched);
+  EXPECT_EQ(after, before);
+  EXPECT_NE(searched, before);
+}

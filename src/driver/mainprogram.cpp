@@ -23,6 +23,7 @@
 #include "flow/yvelocity.hpp"
 #include "flow/zvelocity.hpp"
 #include "immersed/flagdeter.hpp"
+#include "immersed/immerse.hpp"
 #include "immersed/immersing.hpp"
 #include "immersed/stepend.hpp"
 #include "orvalib/orvalib.hpp"
@@ -269,12 +270,15 @@ int RIVERLES(int argc, char** argv) {
     MainState m;
     m.casepath = argv[1];
     startup(m);
+    FOOTCACHE(true);
     while (time_step(m)) {
     }
+    FOOTCACHE(false);
     int ier = 0;
     orva::CG_CLOSE_F(m.fileid, ier);
     return 0;
   } catch (const RunStopped& s) {
+    FOOTCACHE(false);
     return s.status;
   } catch (const std::exception& e) {
     say(std::string("riverles: internal error: ") + e.what());

@@ -3,7 +3,9 @@
 #include <omp.h>
 
 #include <cmath>
+#include <cstdint>
 #include <string>
+#include <vector>
 
 #include "common/console.hpp"
 #include "driver/fields.hpp"
@@ -94,6 +96,10 @@ struct Search {
   }
 };
 
+// While a search is being recorded for the cache, the console lines it
+// prints are kept with it, so that a reuse prints them again.
+thread_local std::vector<std::string>* warning_sink = nullptr;
+
 // A search that found nothing ends the run; inside a parallel loop the stop
 // must not unwind through the region.
 [[noreturn]] void search_failed(const char* line) {
@@ -150,7 +156,9 @@ void BEDPATCHPOINT(double x1, double x2, double y1, double y2, double z1, double
   } while (change > 1e-8);
 
   if (limit && change > 0.0001) {
-    say("Warning : The immersed boundary is not converged yet " + free_real(change));
+    const std::string line = "Warning : The immersed boundary is not converged yet " + free_real(change);
+    if (warning_sink) warning_sink->push_back(line);
+    say(line);
     X = (x1 + x2) / 2.0;
     Y = (y1 + y2) / 2.0;
     Z = (b + e * Y) * X + a + c * Y;
@@ -247,8 +255,71 @@ FootPoint foot_c(int i, int j, int k) {
   return result_of(s);
 }
 
+namespace {
+
+// Foot points depend only on the bed, the grid and the position, none of
+// which changes during the time loop; the flags, which follow from the bed,
+// fix the set of forcing points.  So each search is done once and its
+// result, with any console lines it printed, reused in later calls.
+struct CachedFoot {
+  FootPoint f{};
+  std::vector<std::string> warnings;
+  bool ready = false;
+};
+
+struct FootCache {
+  std::vector<std::int32_t> slot;  // by the flag array's linear index; -1: not cached
+  std::vector<CachedFoot> entries;
+};
+
+enum Kind { KU, KV, KW, KC };
+FootCache caches[4];
+bool cache_on = false;
+
+template <typename Search>
+FootPoint cached(Kind kind, const Array3<int>& flag, int i, int j, int k, Search search) {
+  if (!cache_on) return search();
+  FootCache& c = caches[kind];
+  const std::int32_t s = c.slot[static_cast<std::size_t>(flag.index(i, j, k))];
+  if (s < 0) return search();
+  CachedFoot& e = c.entries[static_cast<std::size_t>(s)];
+  if (e.ready) {
+    for (const std::string& line : e.warnings) say(line);
+    return e.f;
+  }
+  warning_sink = &e.warnings;
+  e.f = search();
+  warning_sink = nullptr;
+  e.ready = true;
+  return e.f;
+}
+
+}  // namespace
+
+void FOOTCACHE(bool on) {
+  cache_on = false;
+  for (FootCache& c : caches) {
+    c.slot.clear();
+    c.slot.shrink_to_fit();
+    c.entries.clear();
+    c.entries.shrink_to_fit();
+  }
+  if (!on) return;
+  const Array3<int>* flags[4] = {&flagu, &flagv, &flagw, &flagc};
+  for (int n = 0; n < 4; ++n) {
+    const Array3<int>& flag = *flags[n];
+    FootCache& c = caches[n];
+    c.slot.assign(static_cast<std::size_t>(flag.size()), -1);
+    std::int32_t count = 0;
+    for (std::int64_t m = 0; m < flag.size(); ++m)
+      if (flag.data()[m] == 0) c.slot[static_cast<std::size_t>(m)] = count++;
+    c.entries.resize(static_cast<std::size_t>(count));
+  }
+  cache_on = true;
+}
+
 void IMMERSEU(int i, int j, int k, double& value) {
-  const FootPoint f = foot_u(i, j, k);
+  const FootPoint f = cached(KU, flagu, i, j, k, [=] { return foot_u(i, j, k); });
   if (!f.found) search_failed("immrsing u could not find the minimum point");
   double ux, uy, uz;
   impose(f, ux, uy, uz);
@@ -256,7 +327,7 @@ void IMMERSEU(int i, int j, int k, double& value) {
 }
 
 void IMMERSEV(int i, int j, int k, double& value) {
-  const FootPoint f = foot_v(i, j, k);
+  const FootPoint f = cached(KV, flagv, i, j, k, [=] { return foot_v(i, j, k); });
   if (!f.found) search_failed("immrsing v could not find the minimum point");
   double ux, uy, uz;
   impose(f, ux, uy, uz);
@@ -264,7 +335,7 @@ void IMMERSEV(int i, int j, int k, double& value) {
 }
 
 void IMMERSEW(int i, int j, int k, double& value) {
-  const FootPoint f = foot_w(i, j, k);
+  const FootPoint f = cached(KW, flagw, i, j, k, [=] { return foot_w(i, j, k); });
   if (!f.found) search_failed("immersing w could not find the minimum point");
   double ux, uy, uz;
   impose(f, ux, uy, uz);
@@ -272,7 +343,7 @@ void IMMERSEW(int i, int j, int k, double& value) {
 }
 
 void IMMERSEVISC(int i, int j, int k, double& value) {
-  const FootPoint f = foot_c(i, j, k);
+  const FootPoint f = cached(KC, flagc, i, j, k, [=] { return foot_c(i, j, k); });
   if (!f.found) search_failed("immrsing visc could not find the minimum point");
   if (iibm != 0)
     VISCIDW(f.px, f.py, f.pz, f.X, f.Y, f.Z, value);

@@ -17,6 +17,12 @@ void IMMERSEU(int i, int j, int k, double& value);
 void IMMERSEV(int i, int j, int k, double& value);
 void IMMERSEW(int i, int j, int k, double& value);
 
+// Reuse of foot points: on, every search of a position that is a forcing
+// point of the present flags is done once and reused (the bed, the grid and
+// so the result cannot change while the time loop runs); off, every call
+// searches.  Switching either way forgets what was kept.
+void FOOTCACHE(bool on);
+
 // Eddy viscosity at the cell centre (i,j,k) next to the bed.
 void IMMERSEVISC(int i, int j, int k, double& value);
 
