@@ -183,3 +183,26 @@ TEST(FlagDeter, WordSignAndHighDomain) {
 }
 
 }  // namespace
+
+// With reuse on, a classification runs only when the bed, the grid or a
+// boundary word changed since the last one.
+TEST(FlagDeter, ReuseSkipsOnlyWhileTheInputsStand) {
+  box(4, 3, 4, 0.5, 0.0, 1, 1.0);
+  FLAGREUSE(true);
+  FLAGDETER();
+  EXPECT_EQ(flagc(2, 2, 3), 0);
+  flagc(2, 2, 3) = 7;  // a mark that a new classification would overwrite
+  FLAGDETER();
+  EXPECT_EQ(flagc(2, 2, 3), 7);
+  bed(2, 2) = 1.5;  // the bed moved: classify again
+  FLAGDETER();
+  EXPECT_EQ(flagc(2, 2, 3), -1);
+  flagc(2, 2, 4) = 7;
+  ibcp(3) = 0;  // a boundary word changed
+  FLAGDETER();
+  EXPECT_NE(flagc(2, 2, 4), 7);
+  FLAGREUSE(false);
+  flagc(2, 2, 4) = 7;
+  FLAGDETER();
+  EXPECT_NE(flagc(2, 2, 4), 7);
+}

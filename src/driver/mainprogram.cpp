@@ -270,15 +270,19 @@ int RIVERLES(int argc, char** argv) {
     MainState m;
     m.casepath = argv[1];
     startup(m);
+    // The bed stands still: searches and classifications are kept.
     FOOTCACHE(true);
+    FLAGREUSE(true);
     while (time_step(m)) {
     }
     FOOTCACHE(false);
+    FLAGREUSE(false);
     int ier = 0;
     orva::CG_CLOSE_F(m.fileid, ier);
     return 0;
   } catch (const RunStopped& s) {
     FOOTCACHE(false);
+    FLAGREUSE(false);
     return s.status;
   } catch (const std::exception& e) {
     say(std::string("riverles: internal error: ") + e.what());

@@ -7,6 +7,15 @@ namespace rl {
 // 1 fluid, 0 forcing point (fluid next to the bed), -1 solid.
 void FLAGDETER();
 
+// The classification itself, whatever was classified before.
+void CLASSIFY();
+
+// Reuse of the classification: on, FLAGDETER classifies only when the bed,
+// the grid or a boundary word differs from its last classification (the
+// flags would come out the same); off, it always classifies.  The time loop,
+// over a bed that never moves, runs with it on.
+void FLAGREUSE(bool on);
+
 // Gives old velocities at positions that turned from solid into forcing
 // points a wall-law value.  Provided for a moving bed; the time loop never
 // calls it.
