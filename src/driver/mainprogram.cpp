@@ -264,6 +264,9 @@ void print_status(int npoisson) {
 }
 
 int RIVERLES(int argc, char** argv) {
+  // The run flushes denormals; whoever called it gets its own mode back.
+  const unsigned int csr = _mm_getcsr();
+  int status = 0;
   try {
     flush_denormals();
     if (argc != 2) stop_run("Input File not specified");
@@ -275,19 +278,18 @@ int RIVERLES(int argc, char** argv) {
     FLAGREUSE(true);
     while (time_step(m)) {
     }
-    FOOTCACHE(false);
-    FLAGREUSE(false);
     int ier = 0;
     orva::CG_CLOSE_F(m.fileid, ier);
-    return 0;
   } catch (const RunStopped& s) {
-    FOOTCACHE(false);
-    FLAGREUSE(false);
-    return s.status;
+    status = s.status;
   } catch (const std::exception& e) {
     say(std::string("riverles: internal error: ") + e.what());
-    return 2;
+    status = 2;
   }
+  FOOTCACHE(false);
+  FLAGREUSE(false);
+  _mm_setcsr(csr);
+  return status;
 }
 
 }  // namespace rl

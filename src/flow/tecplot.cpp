@@ -10,26 +10,14 @@
 #include <vector>
 
 #include "common/console.hpp"
+#include "common/files.hpp"
 #include "driver/fields.hpp"
 
 namespace rl {
 
 namespace {
 
-// The writers test no file operation: a file that can't be opened (a
-// missing folder, say) ends the process like any runtime file error.
-[[noreturn]] void open_failed(const std::string& name) {
-  std::fprintf(stderr, "riverles: cannot open file \"%s\": %s\n", name.c_str(), std::strerror(errno));
-  std::fflush(stdout);
-  std::exit(2);
-}
 
-std::string strip_blanks(const std::string& s) {
-  const std::size_t b = s.find_first_not_of(' ');
-  if (b == std::string::npos) return std::string();
-  const std::size_t e = s.find_last_not_of(' ');
-  return s.substr(b, e - b + 1);
-}
 
 // Names live in 200-character buffers: a longer one is cut, and the blanks
 // at the end of the buffer are no part of the name.

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <cstdlib>
 
+#include "common/parallel.hpp"
 #include "driver/fields.hpp"
 
 namespace rl {
@@ -66,11 +67,8 @@ void ZVELOCITY() {
 
 #pragma omp parallel default(shared)
   {
-    // static blocks of i = 1..I
-    const int nt = omp_get_num_threads(), id = omp_get_thread_num();
-    const int q = I > 0 ? I / nt : 0, rem = I > 0 ? I % nt : 0;
-    const int i0 = 1 + id * q + (id < rem ? id : rem);
-    const int i1 = i0 + q + (id < rem ? 1 : 0) - 1;
+    int i0, i1;
+    static_share(1, I, i0, i1);
 
     for (int k = 1; k <= K; ++k) {
       for (int j = 1; j <= J; ++j) {

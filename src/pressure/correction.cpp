@@ -4,26 +4,13 @@
 
 #include <algorithm>
 
+#include "common/parallel.hpp"
 #include "driver/fields.hpp"
 
 namespace rl {
 
 namespace {
 
-// The calling thread's contiguous share of lo..hi, as a static schedule
-// without chunk size hands it out.
-inline void static_share(int lo, int hi, int& b, int& e) {
-  const int n = hi - lo + 1;
-  const int nt = omp_get_num_threads(), t = omp_get_thread_num();
-  if (n <= 0) {
-    b = lo;
-    e = lo - 1;
-    return;
-  }
-  const int q = n / nt, r = n % nt;
-  b = lo + t * q + std::min(t, r);
-  e = b + q + (t < r ? 1 : 0) - 1;
-}
 
 }  // namespace
 

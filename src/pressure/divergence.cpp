@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "common/console.hpp"
+#include "common/parallel.hpp"
 #include "driver/fields.hpp"
 
 namespace rl {
@@ -38,11 +39,8 @@ void DIVERGENCE() {
   {
     double mymax = -DBL_MAX;
     double mysum = 0.0;
-    // This thread's share of i, as a static schedule deals it.
-    const int nth = omp_get_num_threads(), tid = omp_get_thread_num();
-    const int q = I / nth, r = I % nth;
-    const int i0 = 1 + tid * q + std::min(tid, r);
-    const int i1 = i0 + q + (tid < r ? 1 : 0) - 1;
+    int i0, i1;  // this thread's share of i
+    static_share(1, I, i0, i1);
     const std::int64_t plane = static_cast<std::int64_t>(J) * K;
     if (static_cast<std::int64_t>(block.size()) < B * plane) block.resize(static_cast<std::size_t>(B * plane));
     double* d = block.data();

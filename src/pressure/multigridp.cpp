@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "common/parallel.hpp"
 #include "driver/fields.hpp"
 
 namespace rl {
@@ -30,20 +31,6 @@ inline LevelSteps level_steps(int l) {
   return {hx * hx, hy * hy, hz * hz};
 }
 
-// The calling thread's share of lo..hi under a static schedule without chunk
-// size: equal contiguous pieces, the first (n mod threads) one longer.
-inline void static_share(int lo, int hi, int& b, int& e) {
-  const int n = hi - lo + 1;
-  const int nt = omp_get_num_threads(), t = omp_get_thread_num();
-  if (n <= 0) {
-    b = lo;
-    e = lo - 1;
-    return;
-  }
-  const int q = n / nt, r = n % nt;
-  b = lo + t * q + std::min(t, r);
-  e = b + q + (t < r ? 1 : 0) - 1;
-}
 
 // Weights of the ghost rule for one face: ghost = t*adjacent + o*far end.
 struct GhostWeights {

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "common/console.hpp"
+#include "common/files.hpp"
 #include "driver/fields.hpp"
 
 namespace rl {
@@ -25,21 +26,7 @@ void ERRORSTOP(int code) {
 
 namespace {
 
-// A file that can't be opened has no handling of its own: like any other
-// runtime file error it ends the process.
-[[noreturn]] void open_failed(const std::string& name) {
-  std::fprintf(stderr, "riverles: cannot open file \"%s\": %s\n", name.c_str(), std::strerror(errno));
-  std::fflush(stdout);
-  std::exit(2);
-}
 
-// Blanks are the padding of fixed-length names: drop them on both sides.
-std::string strip_blanks(const std::string& s) {
-  const std::size_t b = s.find_first_not_of(' ');
-  if (b == std::string::npos) return std::string();
-  const std::size_t e = s.find_last_not_of(' ');
-  return s.substr(b, e - b + 1);
-}
 
 // Buffered text output: numbers go through to_chars into a large buffer
 // that is written out in big blocks.  Reals are written with 17 significant
