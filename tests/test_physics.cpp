@@ -144,6 +144,6 @@ TEST(Physics, DuneBedRunsForEveryWallTreatment) {
       std::printf("dune bed, iIBMItm %d BedItm %d: %d steps, discharge %.5e of %.5e (%.2f%% off), divmax %.3e\n",
                   iibm, bedtype, rl::nstep, q, rl::discharge, 100 * gap, rl::divmax);
       EXPECT_TRUE(rltest::all_finite());
-      EXPECT_LT(gap, 0.06);
+      EXPECT_LT(gap, 0.04);
     }
 }

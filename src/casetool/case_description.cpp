@@ -222,7 +222,7 @@ void bed_xyz(const Description& d, const std::string& desc, const std::vector<do
 const std::vector<KeyDefault>& key_defaults() {
   static const std::vector<KeyDefault> keys = {
       {"kmaxItm", Kind::Integer, "4"},
-      {"zminItm", Kind::Real, "0.0"},
+      {"zminItm", Kind::Real, "-0.01"},
       {"zmaxItm", Kind::Real, "0.1"},
       {"viscItm", Kind::Real, "1.0e-6"},
       {"densItm", Kind::Real, "1000.0"},
