@@ -180,30 +180,52 @@ void mark(const std::string& state, const char* phase) {
   std::fflush(stdout);
 }
 
+// Times of one routine: per timed step the sum over its calls in that step.
 struct Acc {
-  double seconds = 0.0;
-  int calls = 0;
+  std::vector<double> per_step;
+  int calls = 0;  // over all timed steps
 };
 std::map<std::string, Acc>* g_acc = nullptr;
+int g_step = 0;    // index of the timed step under way
+int g_nsteps = 0;  // timed steps of the run
 
 void hook(const char* routine, double seconds) {
   Acc& a = (*g_acc)[routine];
-  a.seconds += seconds;
+  if (a.per_step.empty()) a.per_step.assign(static_cast<std::size_t>(g_nsteps), 0.0);
+  a.per_step[static_cast<std::size_t>(g_step)] += seconds;
   a.calls += 1;
 }
 
+// Median of the per-step times: on a shared machine a step now and then
+// loses its core, and the median ignores such a step where a mean would not.
+double median(std::vector<double> x) {
+  if (x.empty()) return 0.0;
+  std::sort(x.begin(), x.end());
+  const std::size_t n = x.size();
+  return n % 2 ? x[n / 2] : 0.5 * (x[n / 2 - 1] + x[n / 2]);
+}
+
 struct Run {
-  std::map<std::string, Acc> acc;  // per routine, summed over the steps
-  double step_seconds = 0.0;       // whole steps
+  std::map<std::string, Acc> acc;  // per routine
+  std::vector<double> step;        // whole steps
   int steps = 0;
   int cycles = 0;  // pressure cycles, summed
 };
 
+// Median seconds per step of a routine ("step": of the whole step).
+double step_seconds(const Run& r, const std::string& routine) {
+  if (routine == "step") return median(r.step);
+  auto it = r.acc.find(routine);
+  return it == r.acc.end() ? 0.0 : median(it->second.per_step);
+}
+
 Run time_steps(int nsteps) {
   Run r;
   g_acc = &r.acc;
+  g_nsteps = nsteps;
   rl::step_timer = hook;
   for (int s = 0; s < nsteps; ++s) {
+    g_step = s;
     const double t0 = omp_get_wtime();
     rl::nstep = rl::nstep + 1;
     rl::TIMESTEP();
@@ -212,7 +234,7 @@ Run time_steps(int nsteps) {
     r.cycles += rl::ADVANCE();
     const double t2 = omp_get_wtime();
     hook("TIMESTEP", t1 - t0);
-    r.step_seconds += t2 - t0;
+    r.step.push_back(t2 - t0);
     r.steps += 1;
   }
   rl::step_timer = nullptr;
@@ -333,10 +355,7 @@ struct Result {
 };
 
 double ns_cell_step(const Run& r, double cells, const std::string& routine) {
-  if (routine == "step") return r.step_seconds / r.steps / cells * 1e9;
-  auto it = r.acc.find(routine);
-  if (it == r.acc.end()) return 0.0;
-  return it->second.seconds / r.steps / cells * 1e9;
+  return step_seconds(r, routine) / cells * 1e9;
 }
 
 std::map<std::string, double> read_before(const std::string& path) {
@@ -429,8 +448,9 @@ int main(int argc, char** argv) {
      << fmt("%.2f", bw[1]) << " GB/s with " << nmax << " threads.\n\n";
 
   md << "### Time per routine\n\n"
-     << "Nanoseconds per cell per step (cells = imax*jmax*kmax), summed over the calls of a step; share = part of "
-        "the whole step; before/after = time in `bench/before.csv` over time now (above 1: faster now).\n\n";
+     << "Nanoseconds per cell per step (cells = imax*jmax*kmax): per timed step the sum over the routine's "
+        "calls in that step, then the median over the timed steps; share = that over the median whole step (so "
+        "the shares need not add up to exactly 100 %); before/after = time in `bench/before.csv` over time now (above 1: faster now).\n\n";
   for (const Result& r : results) {
     md << "#### " << r.spec.name << " (" << fmt("%.0f", r.cells) << " cells, " << r.spec.timed_steps
        << " timed steps)\n\n";
@@ -460,14 +480,15 @@ int main(int argc, char** argv) {
   }
 
   md << "### Pressure solve (POISSONP)\n\n";
+  md << "Time per cycle = median POISSONP time per step over the mean cycles per step.\n\n";
   md << "| state | threads | cycles/step | ms/cycle | ns/cell/cycle |\n|---|---:|---:|---:|---:|\n";
   for (const Result& r : results)
     for (int t = 0; t < 2; ++t) {
       const Run& x = r.run[t];
       const double cyc = double(x.cycles) / x.steps;
-      const double sec = x.acc.count("POISSONP") ? x.acc.at("POISSONP").seconds : 0.0;
+      const double sec = step_seconds(x, "POISSONP") / cyc;
       md << "| " << r.spec.name << " | " << tcount[t] << " | " << fmt("%.1f", cyc) << " | "
-         << fmt("%.2f", sec / x.cycles * 1e3) << " | " << fmt("%.2f", sec / x.cycles / r.cells * 1e9) << " |\n";
+         << fmt("%.2f", sec * 1e3) << " | " << fmt("%.2f", sec / r.cells * 1e9) << " |\n";
     }
   md << "\nResidual reduction on the dune states (one thread, V cycle, 2+2 sweeps): after the timed steps, one "
         "more step's predictor, then " << kResidCycles
@@ -488,7 +509,7 @@ int main(int argc, char** argv) {
 
   md << "\n### Memory bandwidth of the grid sweeps\n\n"
      << "Bytes a routine must move at least per interior cell and call (each 3-D array it reads counted once, "
-        "each it writes counted once; 8 B a double, 4 B an int flag) times the calls per step, over its time; "
+        "each it writes counted once; 8 B a double, 4 B an int flag) times the calls per step, over its median time per step; "
         "% triad = that bandwidth over the triad's with the same threads.\n\n";
   md << "| routine | B/cell/call | arrays |\n|---|---:|---|\n";
   for (const Bytes& b : kBytes) md << "| " << b.routine << " | " << b.bytes << " | " << b.what << " |\n";
@@ -504,7 +525,8 @@ int main(int argc, char** argv) {
           md << " | - | -";
           continue;
         }
-        const double gbs = double(b.bytes) * r.cells * it->second.calls / it->second.seconds * 1e-9;
+        const double calls = double(it->second.calls) / x.steps;
+        const double gbs = double(b.bytes) * r.cells * calls / step_seconds(x, b.routine) * 1e-9;
         md << " | " << fmt("%.2f", gbs) << " | " << fmt("%.0f%%", 100.0 * gbs / bw[t]);
       }
       md << " |\n";

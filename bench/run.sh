@@ -83,7 +83,8 @@ noise of +-10 % of the local mean on u, v and w; the old velocities equal
 the new ones; then 3 real steps (TIMESTEP, time += dt, ADVANCE) with all
 threads before timing, so that flags, nut and the pressure are consistent.
 Timed steps: each step = TIMESTEP + ADVANCE, every routine timed through the
-step timer hook, summed over its calls in a step.
+step timer hook, summed over its calls in a step; the tables give the median
+over the timed steps.
 EOF
 }
 
