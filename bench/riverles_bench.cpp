@@ -352,6 +352,7 @@ struct Result {
   bool have_resid = false;
   double mean_ratio = 0, final_rel = 0, first_rel = 0;
   std::vector<double> ratios;
+  double dt = 0;  // time step at the end of the timed steps
 };
 
 double ns_cell_step(const Run& r, double cells, const std::string& routine) {
@@ -420,6 +421,7 @@ int main(int argc, char** argv) {
       std::fprintf(stderr, "%s: %d timed steps, %d thread(s) ...\n", s.name.c_str(), s.timed_steps, tcount[t]);
       R.run[t] = time_steps(s.timed_steps);
     }
+    R.dt = rl::dt;
     if (s.dunes) {
       omp_set_num_threads(1);
       std::fprintf(stderr, "%s: residual reduction ...\n", s.name.c_str());
@@ -453,7 +455,7 @@ int main(int argc, char** argv) {
         "the shares need not add up to exactly 100 %); before/after = time in `bench/before.csv` over time now (above 1: faster now).\n\n";
   for (const Result& r : results) {
     md << "#### " << r.spec.name << " (" << fmt("%.0f", r.cells) << " cells, " << r.spec.timed_steps
-       << " timed steps)\n\n";
+       << " timed steps, dt " << fmt("%.3g", r.dt) << ")\n\n";
     md << "| routine | calls/step | ns/cell 1 thr | share 1 thr | ns/cell " << nmax << " thr | share " << nmax
        << " thr | thread speed-up | before/after 1 thr | before/after " << nmax << " thr |\n";
     md << "|---|---:|---:|---:|---:|---:|---:|---:|---:|\n";

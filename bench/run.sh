@@ -59,12 +59,13 @@ cxx=$(grep -m1 '^CMAKE_CXX_COMPILER:' "$build/CMakeCache.txt" | sed 's/.*=//')
 cxxver=$("$cxx" --version | head -1)
 flags=$(grep -m1 '^CMAKE_CXX_FLAGS_RELEASE:' "$build/CMakeCache.txt" | sed 's/.*=//')
 rev=$(git -C "$root" rev-parse --short HEAD 2>/dev/null || echo unknown)
+srcrev=$(git -C "$root" log -1 --format=%h -- src 2>/dev/null || echo unknown)
 dirty=$(git -C "$root" status --porcelain -- src 2>/dev/null | grep -q . && echo " (src modified)" || true)
 
 header() {
   cat <<EOF
 - Date: $(date -u '+%Y-%m-%d %H:%M UTC')
-- Code: commit $rev$dirty
+- Code: commit $rev, last change under src/ in $srcrev$dirty
 - Machine: $cpu, $cores cores (nproc), $(free -g | awk '/^Mem:/{print $2}') GiB memory
 - Compiler: $cxxver
 - Flags: $flags -ffp-contract=off -fopenmp (Release)
