@@ -47,6 +47,7 @@
 #include "flow/yvelocity.hpp"
 #include "flow/zvelocity.hpp"
 #include "immersed/flagdeter.hpp"
+#include "immersed/immerse.hpp"
 #include "immersed/immersing.hpp"
 #include "pressure/boundary.hpp"
 #include "pressure/multigridp.hpp"
@@ -117,7 +118,12 @@ void build_state(const StateSpec& s) {
   BUILDBED();
   nstep = 0;
   rl::time = 0.0;
+  FLAGREUSE(false);
   FLAGDETER();
+  // As in the time loop: the bed stands still, so foot points and the
+  // classification are kept from step to step.
+  FOOTCACHE(true);
+  FLAGREUSE(true);
   ibed = 1;
   rough = 1.0;  // grain size 1 mm, in thousandths of the length unit
 
