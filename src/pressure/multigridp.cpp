@@ -90,6 +90,7 @@ void face_ghosts(Array3<double>& f, int nx, int ny, int nz) {
 
 // Rows of one batch of the line smoother (see SMOOTHINGP).
 constexpr int kBatch = 8;  // sweep_rows dispatches 1..8
+constexpr int kAheadPlanes = 8;  // how far ahead the column solve fetches
 
 // Work storage of the line smoother, taken once and grown only when a
 // larger column or more threads appear (a new field store): slot 0 holds the
@@ -148,6 +149,14 @@ inline void solve_columns(const LineSystem& s, int i0, int j0, double* __restric
   }
   for (int k = 2; k <= nz; ++k) {
     const double bk = be[k - 1];
+    // The planes lie too far apart for the hardware to fetch ahead.
+    if (k + kAheadPlanes <= nz)
+      for (int r = 0; r < R; ++r) {
+        const double* q = phi + off[r] + (k + kAheadPlanes) * sk;
+        __builtin_prefetch(src + off[r] + (k + kAheadPlanes) * sk);
+        __builtin_prefetch(q - sj);
+        __builtin_prefetch(q + sj);
+      }
     for (int r = 0; r < R; ++r) {
       const double* q = phi + off[r] + k * sk;
       const double dk = src[off[r] + k * sk] - (q[-1] + q[1]) * cx - (q[-sj] + q[sj]) * cy;
