@@ -124,6 +124,10 @@ fi
 
 {
   cat "$build/bench-current.md"
+  if [[ -f "$here/analysis.md" ]]; then
+    echo
+    cat "$here/analysis.md"
+  fi
   if [[ -f "$here/before.md" ]]; then
     echo
     echo "## Earlier figures (bench/before.md)"
