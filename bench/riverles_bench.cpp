@@ -352,7 +352,7 @@ std::string fmt(const char* f, double x) {
 }
 
 struct Result {
-  StateSpec spec;
+  StateSpec desc;
   double cells;
   Run run[2];  // one thread, all threads
   bool have_resid = false;
@@ -398,13 +398,13 @@ int main(int argc, char** argv) {
   const int nmax = omp_get_num_procs();
   const int tcount[2] = {1, nmax};
 
-  std::vector<StateSpec> specs;
+  std::vector<StateSpec> descs;
   for (bool d : {false, true}) {
     const std::string kind = d ? "dunes" : "flat";
-    specs.push_back({kind + " 64x32x64", d, 64, 32, 64, 20});
+    descs.push_back({kind + " 64x32x64", d, 64, 32, 64, 20});
     if (!quick) {
-      specs.push_back({kind + " 128x64x128", d, 128, 64, 128, 6});
-      specs.push_back({kind + " 256x128x128", d, 256, 128, 128, 5});
+      descs.push_back({kind + " 128x64x128", d, 128, 64, 128, 6});
+      descs.push_back({kind + " 256x128x128", d, 256, 128, 128, 5});
     }
   }
 
@@ -412,9 +412,9 @@ int main(int argc, char** argv) {
   const double bw[2] = {triad(1), triad(nmax)};
 
   std::vector<Result> results;
-  for (const StateSpec& s : specs) {
+  for (const StateSpec& s : descs) {
     Result R;
-    R.spec = s;
+    R.desc = s;
     R.cells = double(s.ni) * s.nj * s.nk;
     omp_set_num_threads(nmax);
     std::fprintf(stderr, "%s: build and 3 steps ...\n", s.name.c_str());
@@ -442,7 +442,7 @@ int main(int argc, char** argv) {
   std::ofstream csv(args[1]);
   csv << "state,threads,routine,ns_per_cell_step\n";
   auto key = [&](const Result& r, int t, const std::string& routine) {
-    return r.spec.name + "," + (t == 0 ? "1" : "all") + "," + routine;
+    return r.desc.name + "," + (t == 0 ? "1" : "all") + "," + routine;
   };
   for (const Result& r : results)
     for (int t = 0; t < 2; ++t) {
@@ -460,7 +460,7 @@ int main(int argc, char** argv) {
         "calls in that step, then the median over the timed steps; share = that over the median whole step (so "
         "the shares need not add up to exactly 100 %); before/after = time in `bench/before.csv` over time now (above 1: faster now).\n\n";
   for (const Result& r : results) {
-    md << "#### " << r.spec.name << " (" << fmt("%.0f", r.cells) << " cells, " << r.spec.timed_steps
+    md << "#### " << r.desc.name << " (" << fmt("%.0f", r.cells) << " cells, " << r.desc.timed_steps
        << " timed steps, dt " << fmt("%.3g", r.dt) << ")\n\n";
     md << "| routine | calls/step | ns/cell 1 thr | share 1 thr | ns/cell " << nmax << " thr | share " << nmax
        << " thr | thread speed-up | before/after 1 thr | before/after " << nmax << " thr |\n";
@@ -495,7 +495,7 @@ int main(int argc, char** argv) {
       const Run& x = r.run[t];
       const double cyc = double(x.cycles) / x.steps;
       const double sec = step_seconds(x, "POISSONP") / cyc;
-      md << "| " << r.spec.name << " | " << tcount[t] << " | " << fmt("%.1f", cyc) << " | "
+      md << "| " << r.desc.name << " | " << tcount[t] << " | " << fmt("%.1f", cyc) << " | "
          << fmt("%.2f", sec * 1e3) << " | " << fmt("%.2f", sec / r.cells * 1e9) << " |\n";
     }
   md << "\nResidual reduction on the dune states (one thread, V cycle, 2+2 sweeps): after the timed steps, one "
@@ -511,7 +511,7 @@ int main(int argc, char** argv) {
     {
       std::string list;
       for (double q : r.ratios) list += (list.empty() ? "" : ", ") + fmt("%.3f", q);
-      md << "| " << r.spec.name << " | " << fmt("%.3g", r.first_rel) << " | " << list << " | "
+      md << "| " << r.desc.name << " | " << fmt("%.3g", r.first_rel) << " | " << list << " | "
          << fmt("%.3f", r.mean_ratio) << " | " << fmt("%.3g", r.final_rel) << " |\n";
     }
 
@@ -525,7 +525,7 @@ int main(int argc, char** argv) {
      << " thr |\n|---|---|---:|---:|---:|---:|\n";
   for (const Result& r : results)
     for (const Bytes& b : kBytes) {
-      md << "| " << r.spec.name << " | " << b.routine;
+      md << "| " << r.desc.name << " | " << b.routine;
       for (int t = 0; t < 2; ++t) {
         const Run& x = r.run[t];
         auto it = x.acc.find(b.routine);

@@ -134,9 +134,9 @@ std::string run_file_in_process(const std::string& casefile, int* status) {
   return out;
 }
 
-std::string run_in_process(const CaseSpec& spec, const std::string& tag, int* status) {
+std::string run_in_process(const CaseSpec& desc, const std::string& tag, int* status) {
   const std::string file = temp_dir(tag) + "/case.cgn";
-  spec.write(file);
+  desc.write(file);
   return run_file_in_process(file, status);
 }
 

@@ -41,7 +41,7 @@ RunResult run_solver(const std::string& dir, const std::vector<std::string>& arg
 // Runs the solver inside this process on a case file; the field store keeps
 // the final state for the test to look at.  Returns the console output.
 std::string run_file_in_process(const std::string& casefile, int* status = nullptr);
-std::string run_in_process(const CaseSpec& spec, const std::string& tag, int* status = nullptr);
+std::string run_in_process(const CaseSpec& desc, const std::string& tag, int* status = nullptr);
 // The same on a case that riverles-case makes from one of the examples with
 // extra description lines appended; dir receives the run's directory.
 std::string run_description(const std::string& example, const std::string& extra, const std::string& tag,

@@ -22,11 +22,11 @@ struct Run {
   rltest::RunResult r;
 };
 
-Run run_case(const CaseSpec& spec, const std::string& tag) {
+Run run_case(const CaseSpec& desc, const std::string& tag) {
   Run run;
   run.dir = rltest::temp_dir(tag);
   run.file = run.dir + "/case.cgn";
-  spec.write(run.file);
+  desc.write(run.file);
   run.r = run_solver(run.dir, {"case.cgn"});
   return run;
 }
