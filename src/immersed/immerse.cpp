@@ -174,15 +174,25 @@ namespace {
 FootPoint result_of(const Search& s) { return FootPoint{s.px, s.py, s.pz, s.X, s.Y, s.Z, s.best, s.found}; }
 
 // Velocity vector imposed at P with foot point (X,Y,Z), by the wall law that
-// iibm and ibed select.
-void impose(const FootPoint& f, double& ux, double& uy, double& uz) {
+// iibm and ibed select.  `geometry`, when given, holds (or receives) the
+// geometry of the trilinear law for this point, so that a kept point only
+// samples the flow.
+void impose(const FootPoint& f, double& ux, double& uy, double& uz, TriGeometry* geometry = nullptr,
+            bool* geometry_ready = nullptr) {
   double px = f.px, py = f.py, pz = f.pz;
   double grad, ustar, tx, ty, tz;
   if (iibm == 0) {
-    if (ibed != 0)
+    if (geometry) {
+      if (!*geometry_ready) {
+        *geometry = tri_geometry(px, py, pz, f.X, f.Y, f.Z);
+        *geometry_ready = true;
+      }
+      tri_apply(ibed == 0, *geometry, ux, uy, uz, grad, ustar, tx, ty, tz);
+    } else if (ibed != 0) {
       WALLROUGHTRI(px, py, pz, f.X, f.Y, f.Z, ux, uy, uz, grad, ustar, tx, ty, tz);
-    else
+    } else {
       WALLSMOOTHTRI(px, py, pz, f.X, f.Y, f.Z, ux, uy, uz, grad, ustar, tx, ty, tz);
+    }
   } else {
     if (ibed != 0)
       WALLROUGHIDW(px, py, pz, f.X, f.Y, f.Z, ux, uy, uz, grad, ustar, tx, ty, tz);
@@ -265,6 +275,8 @@ struct CachedFoot {
   FootPoint f{};
   std::vector<std::string> warnings;
   bool ready = false;
+  TriGeometry tri{};  // geometry of the trilinear wall law, once used
+  bool tri_ready = false;
 };
 
 struct FootCache {
@@ -276,22 +288,44 @@ enum Kind { KU, KV, KW, KC };
 FootCache caches[4];
 bool cache_on = false;
 
-template <typename Search>
-FootPoint cached(Kind kind, const Array3<int>& flag, int i, int j, int k, Search search) {
-  if (!cache_on) return search();
+// The kept entry of a position, or null when nothing is kept for it.
+CachedFoot* entry_of(Kind kind, const Array3<int>& flag, int i, int j, int k) {
+  if (!cache_on) return nullptr;
   FootCache& c = caches[kind];
   const std::int32_t s = c.slot[static_cast<std::size_t>(flag.index(i, j, k))];
-  if (s < 0) return search();
-  CachedFoot& e = c.entries[static_cast<std::size_t>(s)];
-  if (e.ready) {
-    for (const std::string& line : e.warnings) say(line);
-    return e.f;
+  return s < 0 ? nullptr : &c.entries[static_cast<std::size_t>(s)];
+}
+
+// The foot point of an entry: searched and kept on first use, with the
+// console lines the search printed; printed again on every reuse.
+template <typename Search>
+FootPoint kept(CachedFoot* e, Search search) {
+  if (!e) return search();
+  if (e->ready) {
+    for (const std::string& line : e->warnings) say(line);
+    return e->f;
   }
-  warning_sink = &e.warnings;
-  e.f = search();
+  warning_sink = &e->warnings;
+  e->f = search();
   warning_sink = nullptr;
-  e.ready = true;
-  return e.f;
+  e->ready = true;
+  return e->f;
+}
+
+// Forcing of one velocity position: the kept or searched foot point, then
+// the wall law; component 0, 1, 2 of the imposed vector goes into value.
+template <typename Search>
+void force_velocity(Kind kind, const Array3<int>& flag, int i, int j, int k, Search search, const char* failure,
+                    int component, double& value) {
+  CachedFoot* e = entry_of(kind, flag, i, j, k);
+  const FootPoint f = kept(e, search);
+  if (!f.found) search_failed(failure);
+  double up[3];
+  if (e)
+    impose(f, up[0], up[1], up[2], &e->tri, &e->tri_ready);
+  else
+    impose(f, up[0], up[1], up[2]);
+  value = up[component];
 }
 
 }  // namespace
@@ -319,31 +353,22 @@ void FOOTCACHE(bool on) {
 }
 
 void IMMERSEU(int i, int j, int k, double& value) {
-  const FootPoint f = cached(KU, flagu, i, j, k, [=] { return foot_u(i, j, k); });
-  if (!f.found) search_failed("immrsing u could not find the minimum point");
-  double ux, uy, uz;
-  impose(f, ux, uy, uz);
-  value = ux;
+  force_velocity(KU, flagu, i, j, k, [=] { return foot_u(i, j, k); }, "immrsing u could not find the minimum point", 0,
+                 value);
 }
 
 void IMMERSEV(int i, int j, int k, double& value) {
-  const FootPoint f = cached(KV, flagv, i, j, k, [=] { return foot_v(i, j, k); });
-  if (!f.found) search_failed("immrsing v could not find the minimum point");
-  double ux, uy, uz;
-  impose(f, ux, uy, uz);
-  value = uy;
+  force_velocity(KV, flagv, i, j, k, [=] { return foot_v(i, j, k); }, "immrsing v could not find the minimum point", 1,
+                 value);
 }
 
 void IMMERSEW(int i, int j, int k, double& value) {
-  const FootPoint f = cached(KW, flagw, i, j, k, [=] { return foot_w(i, j, k); });
-  if (!f.found) search_failed("immersing w could not find the minimum point");
-  double ux, uy, uz;
-  impose(f, ux, uy, uz);
-  value = uz;
+  force_velocity(KW, flagw, i, j, k, [=] { return foot_w(i, j, k); }, "immersing w could not find the minimum point",
+                 2, value);
 }
 
 void IMMERSEVISC(int i, int j, int k, double& value) {
-  const FootPoint f = cached(KC, flagc, i, j, k, [=] { return foot_c(i, j, k); });
+  const FootPoint f = kept(entry_of(KC, flagc, i, j, k), [=] { return foot_c(i, j, k); });
   if (!f.found) search_failed("immrsing visc could not find the minimum point");
   if (iibm != 0)
     VISCIDW(f.px, f.py, f.pz, f.X, f.Y, f.Z, value);

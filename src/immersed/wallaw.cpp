@@ -189,9 +189,10 @@ bool three_layer(double ut, double yq, double& us) {
   return false;
 }
 
-// Trilinear wall routines: rough law, or smooth law when `smooth`.
-void wall_trilinear(bool smooth, double& px, double& py, double& pz, double fx, double fy, double fz, double& upx,
-                    double& upy, double& upz, double& grad, double& ustar, double& tx, double& ty, double& tz) {
+}  // namespace
+
+TriGeometry tri_geometry(double px, double py, double pz, double fx, double fy, double fz) {
+  TriGeometry g;
   const double z0 = roughness_length();
   double ddx = px - fx, ddy = py - fy, ddz = pz - fz;
   double dist = std::sqrt(ddx * ddx + ddy * ddy + ddz * ddz);
@@ -237,10 +238,28 @@ void wall_trilinear(bool smooth, double& px, double& py, double& pz, double fx, 
     cell = locate_point(qx, qy, qz);
   }
 
+  g.px = px;
+  g.py = py;
+  g.pz = pz;
+  g.nx = nx;
+  g.ny = ny;
+  g.nz = nz;
+  g.qx = qx;
+  g.qy = qy;
+  g.qz = qz;
+  g.cell = cell;
+  g.dist = dist;
+  g.yq = std::sqrt(ddx * ddx + ddy * ddy + ddz * ddz) + dist;
+  g.logq = std::log(g.yq / z0);
+  return g;
+}
+
+void tri_apply(bool smooth, const TriGeometry& g, double& upx, double& upy, double& upz, double& grad,
+               double& ustar, double& tx, double& ty, double& tz) {
   double ux, uy, uz, ut;
-  sample_trilinear(cell, qx, qy, qz, ux, uy, uz);
+  sample_trilinear(g.cell, g.qx, g.qy, g.qz, ux, uy, uz);
   double ttx, tty, ttz;
-  tangential(ux, uy, uz, nx, ny, nz, ttx, tty, ttz, ut);
+  tangential(ux, uy, uz, g.nx, g.ny, g.nz, ttx, tty, ttz, ut);
   if (ut == 0.0) {
     still_result(upx, upy, upz, grad, ustar, tx, ty, tz);
     return;
@@ -249,10 +268,23 @@ void wall_trilinear(bool smooth, double& px, double& py, double& pz, double fx, 
   ty = tty / ut;
   tz = ttz / ut;
 
-  const double yq = std::sqrt(ddx * ddx + ddy * ddy + ddz * ddz) + dist;
-  double us = kKarman * ut / std::log(yq / z0);
-  if (smooth) us = smooth_newton(us, ut, yq);
-  law_at_point(us, dist, z0, tx, ty, tz, upx, upy, upz, grad, ustar);
+  double us = kKarman * ut / g.logq;
+  if (smooth) us = smooth_newton(us, ut, g.yq);
+  law_at_point(us, g.dist, roughness_length(), tx, ty, tz, upx, upy, upz, grad, ustar);
+}
+
+namespace {
+
+// The trilinear wall law at P: the geometry of its image point, then the law
+// from the velocities sampled there; P moves when it lies inside the
+// roughness layer.
+void wall_trilinear(bool smooth, double& px, double& py, double& pz, double fx, double fy, double fz, double& upx,
+                    double& upy, double& upz, double& grad, double& ustar, double& tx, double& ty, double& tz) {
+  const TriGeometry g = tri_geometry(px, py, pz, fx, fy, fz);
+  px = g.px;
+  py = g.py;
+  pz = g.pz;
+  tri_apply(smooth, g, upx, upy, upz, grad, ustar, tx, ty, tz);
 }
 
 // Inverse-distance wall routines: rough law, or three-layer law when `smooth`.

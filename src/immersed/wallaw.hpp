@@ -55,6 +55,24 @@ struct CellOfPoint {
 };
 CellOfPoint locate_point(double qx, double qy, double qz);
 
+// The trilinear wall law in two parts.  The geometry of a forcing point P
+// with foot point F depends only on the bed, the grid, the flags and the
+// roughness: P (moved out of the roughness layer if it lies inside), the
+// wall normal n, the image point q after marching until its stencil is all
+// fluid, its cell, the distance |P-F|, the distance yq of q from the bed and
+// log(yq/z0).  The law then samples the current velocities at q.
+// WALLROUGHTRI and WALLSMOOTHTRI are the two parts one after the other.
+struct TriGeometry {
+  double px, py, pz;
+  double nx, ny, nz;
+  double qx, qy, qz;
+  CellOfPoint cell;
+  double dist, yq, logq;
+};
+TriGeometry tri_geometry(double px, double py, double pz, double fx, double fy, double fz);
+void tri_apply(bool smooth, const TriGeometry& g, double& upx, double& upy, double& upz, double& grad,
+               double& ustar, double& tx, double& ty, double& tz);
+
 // Inverse-distance sample of `field` at q from the positions of the cloud
 // i0..i0+5, j0..j0+5, k0..k0+5 that lie within the index limits and whose
 // flag is exactly 1.  A position (i,j,k) lies at x = xmin + (i - hx)*dx etc.,
