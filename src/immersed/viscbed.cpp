@@ -33,22 +33,8 @@ void VISCTRI(double px, double py, double pz, double fx, double fy, double fz, d
     return;
   }
   double qx = px + ddx, qy = py + ddy, qz = pz + ddz;
-  bring_into_domain(qx, qy, qz, 1e-6);
-  CellOfPoint c = locate_point(qx, qy, qz);
-  if (!centres_clean(c)) {
-    const double nx = ddx / dist, ny = ddy / dist, nz = ddz / dist;
-    const double step = 0.125 * dy;
-    do {
-      ddx = ddx + step * nx;
-      ddy = ddy + step * ny;
-      ddz = ddz + step * nz;
-      qx = px + ddx;
-      qy = py + ddy;
-      qz = pz + ddz;
-      bring_into_domain(qx, qy, qz, 1e-6);
-      c = locate_point(qx, qy, qz);
-    } while (!centres_clean(c));
-  }
+  const CellOfPoint c = march_image_point(px, py, pz, ddx / dist, ddy / dist, ddz / dist, 1e-6, ddx, ddy, ddz, qx, qy,
+                                          qz, centres_clean);
 
   // Along x, then y, then z, with the signed spacings.
   const int i2 = c.iq + c.si, j2 = c.jq + c.sj, k2 = c.kq + c.sk;

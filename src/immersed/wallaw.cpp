@@ -224,19 +224,7 @@ TriGeometry tri_geometry(double px, double py, double pz, double fx, double fy, 
 
   // March the image point outward until its whole stencil is fluid.  d keeps
   // the accumulated offset, so a wrap of q does not disturb the distance.
-  bring_into_domain(qx, qy, qz, 1e-8);
-  CellOfPoint cell = locate_point(qx, qy, qz);
-  const double step = 0.125 * dy;
-  while (!stencil_clean(cell)) {
-    ddx = ddx + step * nx;
-    ddy = ddy + step * ny;
-    ddz = ddz + step * nz;
-    qx = px + ddx;
-    qy = py + ddy;
-    qz = pz + ddz;
-    bring_into_domain(qx, qy, qz, 1e-8);
-    cell = locate_point(qx, qy, qz);
-  }
+  const CellOfPoint cell = march_image_point(px, py, pz, nx, ny, nz, 1e-8, ddx, ddy, ddz, qx, qy, qz, stencil_clean);
 
   g.px = px;
   g.py = py;
@@ -376,6 +364,25 @@ void bring_into_domain(double& qx, double& qy, double& qz, double off) {
   one(qx, xmin, xmax, dx, ibcu(1), ibcu(2));
   one(qy, ymin, ymax, dy, ibcv(3), ibcv(4));
   one(qz, zmin, zmax, dz, ibcw(5), ibcw(6));
+}
+
+CellOfPoint march_image_point(double px, double py, double pz, double nx, double ny, double nz, double off,
+                              double& ddx, double& ddy, double& ddz, double& qx, double& qy, double& qz,
+                              bool (*clean)(const CellOfPoint&)) {
+  bring_into_domain(qx, qy, qz, off);
+  CellOfPoint c = locate_point(qx, qy, qz);
+  const double step = 0.125 * dy;
+  while (!clean(c)) {
+    ddx = ddx + step * nx;
+    ddy = ddy + step * ny;
+    ddz = ddz + step * nz;
+    qx = px + ddx;
+    qy = py + ddy;
+    qz = pz + ddz;
+    bring_into_domain(qx, qy, qz, off);
+    c = locate_point(qx, qy, qz);
+  }
+  return c;
 }
 
 CellOfPoint locate_point(double qx, double qy, double qz) {

@@ -55,6 +55,14 @@ struct CellOfPoint {
 };
 CellOfPoint locate_point(double qx, double qy, double qz);
 
+// Marches the image point q outward from p along n in steps of dy/8 until
+// its cell passes `clean`: d, the offset of q from p, grows by each step, and
+// q = p + d is brought into the domain (off inside a non-periodic face) before
+// every test.  On entry q = p + d; returns the cell of the final q.
+CellOfPoint march_image_point(double px, double py, double pz, double nx, double ny, double nz, double off,
+                              double& ddx, double& ddy, double& ddz, double& qx, double& qy, double& qz,
+                              bool (*clean)(const CellOfPoint&));
+
 // The trilinear wall law in two parts.  The geometry of a forcing point P
 // with foot point F depends only on the bed, the grid, the flags and the
 // roughness: P (moved out of the roughness layer if it lies inside), the
