@@ -21,7 +21,7 @@ if [ -n "$missing" ]; then
   echo "Installing:$missing"
   export DEBIAN_FRONTEND=noninteractive
   apt-get update -qq
-  apt-get install -y -qq --no-install-recommends $missing > /dev/null
+  apt-get install -y -qq $missing > /dev/null
 fi
 
 cmake -S . -B "$build_dir" -DCMAKE_BUILD_TYPE="$build_type" > /dev/null
