@@ -14,7 +14,7 @@ echo "Running riverles on out/$example.cgn ..."
 start=$(date +%s%N)
 (cd out && ../build/riverles "$example.cgn" < /dev/null > "$example.log")
 end=$(date +%s%N)
-tail -n 7 "out/$example.log"
+grep -v "^Writing" "out/$example.log" | tail -n 7
 ms=$(( (end - start) / 1000000 ))
 printf 'Run time: %d.%03d s; console log in out/%s.log\n' $((ms / 1000)) $((ms % 1000)) "$example"
 ls -l "out/$example.cgn"
