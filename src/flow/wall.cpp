@@ -26,55 +26,38 @@ struct SideWallLaw {
   }
 };
 
+// Rows r (read) and s (written) of one side wall: pass 1 sets u of row s,
+// pass 2 sets w of row s from the component `c` of row r, taken with the mean
+// of u at the w position.
+void wall_rows(int r, int s, const Array3<double>& c) {
+  const SideWallLaw law;
+#pragma omp parallel
+  {
+#pragma omp for schedule(static)
+    for (int k = 1; k <= kmax; ++k)
+      for (int i = 1; i <= imax; ++i) {
+        const double wm = (w(i, r, k) + w(i + 1, r, k) + w(i, r, k - 1) + w(i + 1, r, k - 1)) * 0.25;
+        const double vel = std::sqrt(u(i, r, k) * u(i, r, k) + wm * wm);
+        u(i, s, k) = law(u(i, r, k), vel);
+      }
+
+#pragma omp for schedule(static)
+    for (int k = 1; k <= kmax; ++k)
+      for (int i = 1; i <= imax; ++i) {
+        const double um = (u(i, r, k) + u(i, r, k + 1) + u(i - 1, r, k) + u(i - 1, r, k + 1)) * 0.25;
+        const double vel = std::sqrt(um * um + c(i, r, k) * c(i, r, k));
+        w(i, s, k) = law(c(i, r, k), vel);
+      }
+  }
+}
+
 }  // namespace
 
 // Low-y side wall: u and w of row 1 from row 2.  The w row is scaled from v
 // of row 2, not from w: the two side walls differ on purpose.
-void WALLS() {
-  const SideWallLaw law;
-  const int r = 2, s = 1;
-#pragma omp parallel
-  {
-#pragma omp for schedule(static)
-    for (int k = 1; k <= kmax; ++k)
-      for (int i = 1; i <= imax; ++i) {
-        const double wm = (w(i, r, k) + w(i + 1, r, k) + w(i, r, k - 1) + w(i + 1, r, k - 1)) * 0.25;
-        const double vel = std::sqrt(u(i, r, k) * u(i, r, k) + wm * wm);
-        u(i, s, k) = law(u(i, r, k), vel);
-      }
-
-#pragma omp for schedule(static)
-    for (int k = 1; k <= kmax; ++k)
-      for (int i = 1; i <= imax; ++i) {
-        const double um = (u(i, r, k) + u(i, r, k + 1) + u(i - 1, r, k) + u(i - 1, r, k + 1)) * 0.25;
-        const double vel = std::sqrt(um * um + v(i, r, k) * v(i, r, k));
-        w(i, s, k) = law(v(i, r, k), vel);
-      }
-  }
-}
+void WALLS() { wall_rows(2, 1, v); }
 
 // High-y side wall: u and w of row jmax from row jmax-1.
-void WALLN() {
-  const SideWallLaw law;
-  const int r = jmax - 1, s = jmax;
-#pragma omp parallel
-  {
-#pragma omp for schedule(static)
-    for (int k = 1; k <= kmax; ++k)
-      for (int i = 1; i <= imax; ++i) {
-        const double wm = (w(i, r, k) + w(i + 1, r, k) + w(i, r, k - 1) + w(i + 1, r, k - 1)) * 0.25;
-        const double vel = std::sqrt(u(i, r, k) * u(i, r, k) + wm * wm);
-        u(i, s, k) = law(u(i, r, k), vel);
-      }
-
-#pragma omp for schedule(static)
-    for (int k = 1; k <= kmax; ++k)
-      for (int i = 1; i <= imax; ++i) {
-        const double um = (u(i, r, k) + u(i, r, k + 1) + u(i - 1, r, k) + u(i - 1, r, k + 1)) * 0.25;
-        const double vel = std::sqrt(um * um + w(i, r, k) * w(i, r, k));
-        w(i, s, k) = law(w(i, r, k), vel);
-      }
-  }
-}
+void WALLN() { wall_rows(jmax - 1, jmax, w); }
 
 }  // namespace rl
