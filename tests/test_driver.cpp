@@ -213,7 +213,7 @@ TEST(TimeLoop, OutputIsDueWhenAStepCrossesAMultiple) {
 TEST(TimeLoop, StatusBlockLabels) {
   rl::nstep = 12;
   rl::dt = 0.001;
-  rl::time = 0.5;
+  rl::simtime = 0.5;
   rl::divmax = 1.0 / 3.0 * 1e-9;
   rl::divsum = -2.0e-12;
   testing::internal::CaptureStdout();

@@ -183,13 +183,13 @@ TEST(Saved, RoundTripRestoresEveryBit) {
   rl::w.fill(99.0);
   rl::p.fill(5.0);
   rl::nstep = 0;
-  rl::time = 0.0;
+  rl::simtime = 0.0;
   const ReadOutcome r = read_with_operator(name);
   ASSERT_FALSE(r.stopped) << r.printed;
   EXPECT_EQ(r.printed, "");
 
   EXPECT_EQ(rl::nstep, 17);
-  EXPECT_EQ(bits(rl::time), bits(t));
+  EXPECT_EQ(bits(rl::simtime), bits(t));
   for (int l = rl::lmin; l <= 0; ++l) EXPECT_EQ(snapshot(rl::pmg(l).phi), phis[static_cast<std::size_t>(l - rl::lmin)]);
   // Every written position of the cell group (i, j, k = 0..max+1).
   const rl::Array3<double>* arrs[7] = {&rl::uo, &rl::vo, &rl::wo, &rl::rhsuo, &rl::rhsvo, &rl::rhswo, &rl::nut};
@@ -242,7 +242,7 @@ TEST(Saved, ReadsRecordsInTheirOrder) {
   const ReadOutcome r = read_with_operator(dir + "/hand.dat");
   ASSERT_FALSE(r.stopped) << r.printed;
   EXPECT_EQ(rl::nstep, 42);
-  EXPECT_EQ(rl::time, 0.25);
+  EXPECT_EQ(rl::simtime, 0.25);
   for (int k = 0; k <= 2; ++k)
     for (int j = 0; j <= 2; ++j)
       for (int i = 0; i <= 2; ++i) ASSERT_EQ(rl::pmg(-1).phi(i, j, k), phi1 + i + 3 * (j + 3 * k));

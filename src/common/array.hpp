@@ -166,8 +166,16 @@ using Array2 = Array<T, 2>;
 template <typename T>
 using Array3 = Array<T, 3>;
 
-// Six values, one per face of the box, indexed 1..6 in the face order
-// low x, high x, low y, high y, low z, high z.
+// The six faces of the box, in their fixed order.  The numbers are part of
+// the formulas (the axis of face f is (f-1)/2, its side f%2).
+enum Face : int { LowX = 1, HighX = 2, LowY = 3, HighY = 4, LowZ = 5, HighZ = 6 };
+
+// Boundary types of a face.  The formulas use the type as a number, not only
+// as a switch: its magnitude blends the near cell against the far end of a
+// row, its sign mirrors.
+enum BcType : int { Given = -1, Periodic = 0, Gradient = 1 };
+
+// Six values, one per face of the box, indexed by Face (1..6).
 template <typename T>
 struct Faces {
   T v[6] = {};

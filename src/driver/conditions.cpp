@@ -33,46 +33,33 @@ std::string read_string(const char* key) {
 }
 
 void set_boundary_types(int xbound, int ybound, int zbound) {
-  if (xbound == 0) {
-    for (int f = 1; f <= 2; ++f) {
-      ibcu(f) = 0;
-      ibcv(f) = 0;
-      ibcw(f) = 0;
-      ibcp(f) = 0;
-      bcu(f) = 0.0;
-      bcv(f) = 0.0;
-      bcw(f) = 0.0;
-    }
-  }
-  // Any other x switch assigns nothing: the faces keep their zero types.
-
-  const int ty = ybound == 0 ? 0 : -1;
-  const int tyP = ybound == 0 ? 0 : 1;
-  for (int f = 3; f <= 4; ++f) {
-    ibcu(f) = ty;
-    ibcv(f) = ty;
-    ibcw(f) = ty;
-    ibcp(f) = tyP;
+  // Types of one face for the three velocities and the pressure; every
+  // value is 0.0 (the case has no key for a non-zero one).
+  auto face = [](Face f, int tu, int tv, int tw, int tp) {
+    ibcu(f) = tu;
+    ibcv(f) = tv;
+    ibcw(f) = tw;
+    ibcp(f) = tp;
     bcu(f) = 0.0;
     bcv(f) = 0.0;
     bcw(f) = 0.0;
+  };
+  // x faces: periodic; any other x switch assigns nothing, and the faces
+  // keep their zero (periodic) types all the same.
+  if (xbound == 0) {
+    face(LowX, Periodic, Periodic, Periodic, Periodic);
+    face(HighX, Periodic, Periodic, Periodic, Periodic);
   }
-
+  // y faces: periodic, or side walls (given velocities, pressure gradient).
+  const int ty = ybound == 0 ? Periodic : Given;
+  const int tyP = ybound == 0 ? Periodic : Gradient;
+  face(LowY, ty, ty, ty, tyP);
+  face(HighY, ty, ty, ty, tyP);
   // Bottom and top: only the tangential velocities at the top depend on the
   // switch (free slip for 0, no slip otherwise).
-  ibcu(5) = -1;
-  ibcv(5) = -1;
-  ibcw(5) = 1;
-  ibcp(5) = -1;
-  ibcu(6) = zbound == 0 ? 1 : -1;
-  ibcv(6) = zbound == 0 ? 1 : -1;
-  ibcw(6) = -1;
-  ibcp(6) = 1;
-  for (int f = 5; f <= 6; ++f) {
-    bcu(f) = 0.0;
-    bcv(f) = 0.0;
-    bcw(f) = 0.0;
-  }
+  face(LowZ, Given, Given, Gradient, Given);
+  const int top = zbound == 0 ? Gradient : Given;
+  face(HighZ, top, top, Given, Gradient);
 }
 
 }  // namespace rl

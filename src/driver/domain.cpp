@@ -47,12 +47,12 @@ void BUILDBED() {
     for (int i = 1; i <= imax; ++i)
       bed(i, j) = 0.25 * (elev(i - 1, j - 1) + elev(i, j - 1) + elev(i, j) + elev(i - 1, j));
 
-  const double a3 = std::abs(ibcp(3)), b4 = std::abs(ibcp(4));
+  const double a3 = std::abs(ibcp(LowY)), b4 = std::abs(ibcp(HighY));
   for (int i = 0; i <= imax + 1; ++i) {
     bed(i, 0) = a3 * bed(i, 1) + (1.0 - a3) * bed(i, jmax);
     bed(i, jmax + 1) = b4 * bed(i, jmax) + (1.0 - b4) * bed(i, 1);
   }
-  const double a1 = std::abs(ibcp(1)), b2 = std::abs(ibcp(2));
+  const double a1 = std::abs(ibcp(LowX)), b2 = std::abs(ibcp(HighX));
   for (int j = 0; j <= jmax + 1; ++j) {
     bed(0, j) = a1 * bed(1, j) + (1.0 - a1) * bed(imax, j);
     bed(imax + 1, j) = b2 * bed(imax, j) + (1.0 - b2) * bed(1, j);

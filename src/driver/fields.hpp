@@ -81,7 +81,10 @@ extern double xmin, ymin, zmin, xmax, ymax, zmax;
 
 // ---- physical and numerical conditions ----
 extern double visc, dens, gravity, discharge;
-extern double dt, cfl, time, endtime;
+extern double dt, cfl, endtime;
+// Simulated time at the end of the step being computed (named so as not to
+// hide the C library's time()).
+extern double simtime;
 extern int initial, iperturb;
 extern double xinit, yinit, zinit, amplitude, bamplitude;
 extern int ibed;       // how the roughness is given (BedItm)
@@ -106,8 +109,6 @@ extern Array3<double> vort, Q, nut;
 extern Array3<int> flagu, flagv, flagw, flagc;
 extern Array3<int> flaguo, flagvo, flagwo, flagco;
 extern Array2<double> bed;
-extern Array2<double> unused2r1, unused2r2, unused2r3, unused2r4;
-extern Array2<int> unused2i1, unused2i2;
 extern Array1<double> slot1, slot2, slot3, slot4, slot5, slot6;
 extern Array1<int> slotflag;
 // Work arrays of the Smagorinsky model.

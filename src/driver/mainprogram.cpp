@@ -60,8 +60,8 @@ int power_of_two(int e) {
 // Both side walls get the wall law exactly when their three velocity types
 // are all "given value".
 void wall_pass() {
-  if (ibcu(3) == -1 && ibcv(3) == -1 && ibcw(3) == -1) WALLS();
-  if (ibcu(4) == -1 && ibcv(4) == -1 && ibcw(4) == -1) WALLN();
+  if (ibcu(LowY) == Given && ibcv(LowY) == Given && ibcw(LowY) == Given) WALLS();
+  if (ibcu(HighY) == Given && ibcv(HighY) == Given && ibcw(HighY) == Given) WALLN();
 }
 
 void boundaries() {
@@ -127,7 +127,7 @@ void startup(MainState& m) {
   BUILDBED();
 
   nstep = 0;
-  time = read_real("starttimeItm");
+  simtime = read_real("starttimeItm");
   endtime = read_real("endtimeItm");
 
   m.hotstart = read_integer("HotstartItm");
@@ -137,7 +137,7 @@ void startup(MainState& m) {
     m.timeinitial = read_integer("TimeInitialItm");
     if (m.timeinitial == 0) {
       nstep = 0;
-      time = 0.0;
+      simtime = 0.0;
     }
   }
 
@@ -174,26 +174,26 @@ void startup(MainState& m) {
 
 // One pass of the time loop; returns false when the loop ends.
 bool time_step(MainState& m) {
-  m.timeold = time;
+  m.timeold = simtime;
   nstep = nstep + 1;
   if (m.timetype == 0) TIMESTEP();
-  time = time + dt;
+  simtime = simtime + dt;
   m.npoisson = ADVANCE();
 
   print_status(m.npoisson);
 
-  if (output_due(time, m.timeold, m.otime)) {
+  if (output_due(simtime, m.timeold, m.otime)) {
     VORTICITY();
     NODEVALUES();
     WRITERESULTS(m.casepath);
   }
-  if (m.hotout == 1 && output_due(time, m.timeold, m.dthotout)) WRITESAVED(nstep, time, m.outpath, m.outfile);
-  if (m.tecplot == 1 && output_due(time, m.timeold, m.dttecplot)) {
+  if (m.hotout == 1 && output_due(simtime, m.timeold, m.dthotout)) WRITESAVED(nstep, simtime, m.outpath, m.outfile);
+  if (m.tecplot == 1 && output_due(simtime, m.timeold, m.dttecplot)) {
     VORTICITY();
-    WRITETECPLOT(m.outpath, m.outfile, trunc_i32(time / m.dttecplot));
+    WRITETECPLOT(m.outpath, m.outfile, trunc_i32(simtime / m.dttecplot));
   }
 
-  if (time >= endtime) return false;
+  if (simtime >= endtime) return false;
   orva::ORVA_CHECK_CANCEL_F(m.cancel);
   return m.cancel != 1;
 }
@@ -256,7 +256,7 @@ bool output_due(double time, double timeold, double interval) {
 void print_status(int npoisson) {
   say("Step Number        = " + std::to_string(nstep));
   say("Time Step          = " + free_real(dt));
-  say("Time               = " + free_real(time));
+  say("Time               = " + free_real(simtime));
   say("Number of Poisson  = " + std::to_string(npoisson));
   say("Maximum divergence = " + free_real(divmax));
   say("Total divergence   = " + free_real(divsum));

@@ -70,9 +70,9 @@ void SMAGORINSKY() {
   const double delta = std::cbrt(dx * dy * dz);
   const double c = delta * smagorinsky;
 
-  const double c1 = std::abs(ibcp(1)), c2 = std::abs(ibcp(2)), c3 = std::abs(ibcp(3));
-  const double c4 = std::abs(ibcp(4)), c5 = std::abs(ibcp(5)), c6 = std::abs(ibcp(6));
-  const double t1 = ibcp(1), t2 = ibcp(2), t3 = ibcp(3), t4 = ibcp(4), t5 = ibcp(5), t6 = ibcp(6);
+  const double c1 = std::abs(ibcp(LowX)), c2 = std::abs(ibcp(HighX)), c3 = std::abs(ibcp(LowY));
+  const double c4 = std::abs(ibcp(HighY)), c5 = std::abs(ibcp(LowZ)), c6 = std::abs(ibcp(HighZ));
+  const double t1 = ibcp(LowX), t2 = ibcp(HighX), t3 = ibcp(LowY), t4 = ibcp(HighY), t5 = ibcp(LowZ), t6 = ibcp(HighZ);
 
   Array3<double>* const work[6] = {&s11, &s22, &s33, &s12, &s13, &s23};
 

@@ -9,8 +9,8 @@ namespace rl {
 
 void VORTICITY() {
   const int I = imax, J = jmax, K = kmax;
-  const double c1 = std::abs(ibcp(1)), c2 = std::abs(ibcp(2)), c3 = std::abs(ibcp(3)), c4 = std::abs(ibcp(4)),
-               c5 = std::abs(ibcp(5)), c6 = std::abs(ibcp(6));
+  const double c1 = std::abs(ibcp(LowX)), c2 = std::abs(ibcp(HighX)), c3 = std::abs(ibcp(LowY)), c4 = std::abs(ibcp(HighY)),
+               c5 = std::abs(ibcp(LowZ)), c6 = std::abs(ibcp(HighZ));
 
 #pragma omp parallel default(shared)
   {

@@ -57,7 +57,7 @@ void XROW(double* __restrict UN, double* __restrict RO, double* __restrict RH, c
 // body force.  Blind to the bed and to the pressure.  The last face imax is
 // computed only when the high x face is periodic.
 void XVELOCITY() {
-  const int I = imax - std::abs(ibcu(2)), J = jmax, K = kmax;
+  const int I = imax - std::abs(ibcu(HighX)), J = jmax, K = kmax;
   const double hx = dx, hy = dy, hz = dz, vis = visc;
   const double A = -0.0 / dens + forcex;  // pressure-gradient slot, kept at -0
   const double H = dt * 0.5;

@@ -55,7 +55,7 @@ void YROW(double* __restrict VN, double* __restrict RO, double* __restrict RH, c
 // is computed only when the high y face is periodic.  The threads share the
 // i range in static blocks; each walks its block innermost under j and k.
 void YVELOCITY() {
-  const int I = imax, J = jmax - std::abs(ibcv(4)), K = kmax;
+  const int I = imax, J = jmax - std::abs(ibcv(HighY)), K = kmax;
   const double hx = dx, hy = dy, hz = dz, vis = visc;
   const double A = -0.0 / dens + forcey;  // pressure-gradient slot, kept at -0
   const double H = dt * 0.5;

@@ -56,7 +56,7 @@ void ZROW(double* __restrict WN, double* __restrict RO, double* __restrict RH, c
 // threads share the i range in static blocks; each walks its block
 // innermost under j and k.
 void ZVELOCITY() {
-  const int I = imax, J = jmax, K = kmax - std::abs(ibcw(6));
+  const int I = imax, J = jmax, K = kmax - std::abs(ibcw(HighZ));
   const double hx = dx, hy = dy, hz = dz, vis = visc;
   const double A = -0.0 / dens + forcez;  // pressure-gradient slot, kept at -0
   const double H = dt * 0.5;

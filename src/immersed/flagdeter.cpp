@@ -203,9 +203,9 @@ void CLASSIFY() {
       }
     }
     auto halou = [&] {
-      HALOX(flagu, staggered_planes(I), ibcu(1), ibcu(2), 1, J, 1, K);
-      HALOY(flagu, plain_planes(J), ibcu(3), ibcu(4), 0, I + 1, 0, K + 1);
-      HALOZ(flagu, plain_planes(K), ibcu(5), ibcu(6), 0, I + 1, 0, J + 1);
+      HALOX(flagu, staggered_planes(I), ibcu(LowX), ibcu(HighX), 1, J, 1, K);
+      HALOY(flagu, plain_planes(J), ibcu(LowY), ibcu(HighY), 0, I + 1, 0, K + 1);
+      HALOZ(flagu, plain_planes(K), ibcu(LowZ), ibcu(HighZ), 0, I + 1, 0, J + 1);
     };
     halou();
     DETECT(flagu, 0, I, 1, J, 1, K);
@@ -221,9 +221,9 @@ void CLASSIFY() {
       }
     }
     auto halov = [&] {
-      HALOY(flagv, staggered_planes(J), ibcv(3), ibcv(4), 1, I, 1, K);
-      HALOZ(flagv, plain_planes(K), ibcv(5), ibcv(6), 0, I + 1, 0, J + 1);
-      HALOX(flagv, plain_planes(I), ibcv(1), ibcv(2), 0, J + 1, 0, K + 1);
+      HALOY(flagv, staggered_planes(J), ibcv(LowY), ibcv(HighY), 1, I, 1, K);
+      HALOZ(flagv, plain_planes(K), ibcv(LowZ), ibcv(HighZ), 0, I + 1, 0, J + 1);
+      HALOX(flagv, plain_planes(I), ibcv(LowX), ibcv(HighX), 0, J + 1, 0, K + 1);
     };
     halov();
     DETECT(flagv, 1, I, 0, J, 1, K);
@@ -238,9 +238,9 @@ void CLASSIFY() {
       }
     }
     auto halow = [&] {
-      HALOZ(flagw, staggered_planes(K), ibcw(5), ibcw(6), 1, I, 1, J);
-      HALOX(flagw, plain_planes(I), ibcw(1), ibcw(2), 0, J + 1, 0, K + 1);
-      HALOY(flagw, plain_planes(J), ibcw(3), ibcw(4), 0, I + 1, 0, K + 1);
+      HALOZ(flagw, staggered_planes(K), ibcw(LowZ), ibcw(HighZ), 1, I, 1, J);
+      HALOX(flagw, plain_planes(I), ibcw(LowX), ibcw(HighX), 0, J + 1, 0, K + 1);
+      HALOY(flagw, plain_planes(J), ibcw(LowY), ibcw(HighY), 0, I + 1, 0, K + 1);
     };
     halow();
     DETECT(flagw, 1, I, 1, J, 0, K);
@@ -255,9 +255,9 @@ void CLASSIFY() {
       }
     }
     auto halop = [&] {
-      HALOX(flagc, plain_planes(I), ibcp(1), ibcp(2), 0, J + 1, 0, K + 1);
-      HALOY(flagc, plain_planes(J), ibcp(3), ibcp(4), 0, I + 1, 0, K + 1);
-      HALOZ(flagc, plain_planes(K), ibcp(5), ibcp(6), 0, I + 1, 0, J + 1);
+      HALOX(flagc, plain_planes(I), ibcp(LowX), ibcp(HighX), 0, J + 1, 0, K + 1);
+      HALOY(flagc, plain_planes(J), ibcp(LowY), ibcp(HighY), 0, I + 1, 0, K + 1);
+      HALOZ(flagc, plain_planes(K), ibcp(LowZ), ibcp(HighZ), 0, I + 1, 0, J + 1);
     };
     halop();
     DETECT(flagc, 1, I, 1, J, 1, K);

@@ -361,9 +361,9 @@ void bring_into_domain(double& qx, double& qy, double& qz, double off) {
     if (q <= lo - h / 2.0) q = (q - lo + hi) * (1.0 - a) + (lo - h / 2.0 + off) * a;
     if (q >= hi + h / 2.0) q = (q + lo - hi) * (1.0 - b) + (hi + h / 2.0 - off) * b;
   };
-  one(qx, xmin, xmax, dx, ibcu(1), ibcu(2));
-  one(qy, ymin, ymax, dy, ibcv(3), ibcv(4));
-  one(qz, zmin, zmax, dz, ibcw(5), ibcw(6));
+  one(qx, xmin, xmax, dx, ibcu(LowX), ibcu(HighX));
+  one(qy, ymin, ymax, dy, ibcv(LowY), ibcv(HighY));
+  one(qz, zmin, zmax, dz, ibcw(LowZ), ibcw(HighZ));
 }
 
 CellOfPoint march_image_point(double px, double py, double pz, double nx, double ny, double nz, double off,

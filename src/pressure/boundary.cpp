@@ -89,9 +89,9 @@ void BOUNDARYFIELD(Array3<double>& f, int own, const Faces<int>& ibc, const Face
 #pragma omp parallel default(shared)
   {
     for (int face : order) FACE(f, own, face, ibc(face), bc(face));
-    if (lo == -1) LINES(f, own, [=](double* e) { e[-s] = 2 * e[0] - e[s]; });
-    if (hi == -1) LINES(f, own, [=](double* e) { e[onp] = 2 * e[on] - e[on1]; });
-    if (lo == 0) LINES(f, own, [=](double* e) { e[-s] = e[on1]; });
+    if (lo == Given) LINES(f, own, [=](double* e) { e[-s] = 2 * e[0] - e[s]; });
+    if (hi == Given) LINES(f, own, [=](double* e) { e[onp] = 2 * e[on] - e[on1]; });
+    if (lo == Periodic) LINES(f, own, [=](double* e) { e[-s] = e[on1]; });
   }
 }
 
@@ -99,19 +99,19 @@ void BOUNDARYFIELD(Array3<double>& f, int own, const Faces<int>& ibc, const Face
 
 // Outer layers of u: faces low x, high x, low y, high y, low z, high z.
 void BOUNDARYU() {
-  static const int order[6] = {1, 2, 3, 4, 5, 6};
+  static const int order[6] = {LowX, HighX, LowY, HighY, LowZ, HighZ};
   BOUNDARYFIELD(u, 0, ibcu, bcu, order);
 }
 
 // Outer layers of v: faces low y, high y, low z, high z, low x, high x.
 void BOUNDARYV() {
-  static const int order[6] = {3, 4, 5, 6, 1, 2};
+  static const int order[6] = {LowY, HighY, LowZ, HighZ, LowX, HighX};
   BOUNDARYFIELD(v, 1, ibcv, bcv, order);
 }
 
 // Outer layers of w: faces low z, high z, low x, high x, low y, high y.
 void BOUNDARYW() {
-  static const int order[6] = {5, 6, 1, 2, 3, 4};
+  static const int order[6] = {LowZ, HighZ, LowX, HighX, LowY, HighY};
   BOUNDARYFIELD(w, 2, ibcw, bcw, order);
 }
 
@@ -122,10 +122,10 @@ void BOUNDARYW() {
 void BOUNDARYP() {
   const int I = imax, J = jmax, K = kmax;
   const std::int64_t sj = p.sj(), sk = p.sk();
-  const double t1 = ibcp(1), t2 = ibcp(2), t3 = ibcp(3), t4 = ibcp(4), t5 = ibcp(5), t6 = ibcp(6);
-  const double c1 = 1 - std::abs(ibcp(1)), c2 = 1 - std::abs(ibcp(2));
-  const double c3 = 1 - std::abs(ibcp(3)), c4 = 1 - std::abs(ibcp(4));
-  const double c5 = 1 - std::abs(ibcp(5)), c6 = 1 - std::abs(ibcp(6));
+  const double t1 = ibcp(LowX), t2 = ibcp(HighX), t3 = ibcp(LowY), t4 = ibcp(HighY), t5 = ibcp(LowZ), t6 = ibcp(HighZ);
+  const double c1 = 1 - std::abs(ibcp(LowX)), c2 = 1 - std::abs(ibcp(HighX));
+  const double c3 = 1 - std::abs(ibcp(LowY)), c4 = 1 - std::abs(ibcp(HighY));
+  const double c5 = 1 - std::abs(ibcp(LowZ)), c6 = 1 - std::abs(ibcp(HighZ));
 #pragma omp parallel default(shared)
   {
 #pragma omp for schedule(static)

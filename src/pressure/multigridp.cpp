@@ -47,9 +47,9 @@ inline GhostWeights ghost_weights(int face) {
 // a barrier so a later group may read what an earlier one wrote.  Only the
 // interior ranges of the faces are written: edges and corners stay.
 void face_ghosts(Array3<double>& f, int nx, int ny, int nz) {
-  const GhostWeights w1 = ghost_weights(1), w2 = ghost_weights(2);
-  const GhostWeights w3 = ghost_weights(3), w4 = ghost_weights(4);
-  const GhostWeights w5 = ghost_weights(5), w6 = ghost_weights(6);
+  const GhostWeights w1 = ghost_weights(LowX), w2 = ghost_weights(HighX);
+  const GhostWeights w3 = ghost_weights(LowY), w4 = ghost_weights(HighY);
+  const GhostWeights w5 = ghost_weights(LowZ), w6 = ghost_weights(HighZ);
 
   // Group 1: x faces.
 #pragma omp for schedule(static)
@@ -380,8 +380,8 @@ void SMOOTHINGP(int l, int n) {
   double* be = work;  // be[1..nz]
   for (int k = 1; k <= nz; ++k) be[k] = diag;
   if (nz >= 1) {
-    be[1] = be[1] + cz * static_cast<double>(ibcp(5));
-    be[nz] = be[nz] + cz * static_cast<double>(ibcp(6));
+    be[1] = be[1] + cz * static_cast<double>(ibcp(LowZ));
+    be[nz] = be[nz] + cz * static_cast<double>(ibcp(HighZ));
   }
   for (int k = 1; k <= nz - 1; ++k) be[k + 1] = be[k + 1] - cz * cz / be[k];
 

@@ -53,7 +53,7 @@ void write_six_arrays() {
 
 void WRITEFIRSTRESULT(const std::string& casepath, int fileid) {
   int ier = 0;
-  orva::CG_ORVA_WRITE_SOL_TIME_F(time, ier);
+  orva::CG_ORVA_WRITE_SOL_TIME_F(simtime, ier);
   if (ier != 0) stop_write_error();
   write_six_arrays();
   orva::CG_ORVA_FLUSH_F(casepath, fileid, ier);
@@ -64,7 +64,7 @@ void WRITERESULTS(const std::string& casepath) {
   orva::ORVA_WRITE_SOL_START_F(casepath, ier);
   if (ier != 0) stop_write_error();
   say("Writing Orva output ...");
-  orva::CG_ORVA_WRITE_SOL_TIME_F(time, ier);
+  orva::CG_ORVA_WRITE_SOL_TIME_F(simtime, ier);
   if (ier != 0) stop_write_error();
   write_six_arrays();
   orva::ORVA_WRITE_SOL_END_F(casepath, ier);

@@ -273,7 +273,7 @@ void READSAVED(const std::string& startfile) {
 
   // 1
   if (!in.integer(nstep)) ERRORSTOP(3);
-  real(time);
+  real(simtime);
 
   // 2
   for (int l = lmin; l <= 0; ++l) {
