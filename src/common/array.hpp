@@ -13,6 +13,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <new>
+#include <type_traits>
 #include <utility>
 
 namespace rl {
@@ -157,6 +158,37 @@ class Array {
   std::int64_t sj_ = 0, sk_ = 0, off_ = 0;
   int lo_[R] = {};
   int hi_[R] = {};
+};
+
+// A non-owning view of a 3-D array for stencil loops: v(i, j, k) is the
+// array's element (i, j, k), with the array's bounds check in the debug
+// build.  In the release build it costs what a raw pointer with hoisted
+// strides costs: within a row the (j, k) part of the address is loop
+// invariant, so `V(i + 1, j - 1, k)` compiles to the same load as
+// `Vrow[i + 1 - sj]`.  Views of different arrays are assumed not to alias
+// in the loops that use them (they mark their i loops `ivdep`).
+template <typename T>
+class Stencil {
+ public:
+  template <typename A>
+  explicit Stencil(A& a) : p_(a.data() + a.index(0, 0, 0)), sj_(a.sj()), sk_(a.sk()) {
+#ifdef RIVERLES_BOUNDS_CHECK
+    a_ = &a;
+#endif
+  }
+  T& operator()(int i, int j, int k) const {
+#ifdef RIVERLES_BOUNDS_CHECK
+    a_->index(i, j, k);
+#endif
+    return p_[i + static_cast<std::int64_t>(j) * sj_ + static_cast<std::int64_t>(k) * sk_];
+  }
+
+ private:
+  T* p_;  // element (0, 0, 0)
+  std::int64_t sj_, sk_;
+#ifdef RIVERLES_BOUNDS_CHECK
+  const Array<std::remove_const_t<T>, 3>* a_ = nullptr;
+#endif
 };
 
 template <typename T>
