@@ -19,46 +19,45 @@ inline double ghost_w(double c, double near, double far) { return c * near + (1.
 // times the near one, so a given gradient (+1) negates the inner value.
 inline double ghost_nut(double c, double t, double near, double far) { return (1.0 - c) * far - t * near; }
 
-// One row of stage 1, i = 1..n: the strain rates of each cell from the
-// staggered velocities, their magnitude and nut.  Kept as a function of its
-// own with unaliased rows so that the compiler vectorises it.
-void strain_row(const double* __restrict U, const double* __restrict V, const double* __restrict W,
-                double* __restrict S11, double* __restrict S22, double* __restrict S33, double* __restrict S12,
-                double* __restrict S13, double* __restrict S23, double* __restrict SA, double* __restrict NU, int n,
-                std::int64_t usj, std::int64_t usk, std::int64_t vsj, std::int64_t vsk, std::int64_t wsj,
-                std::int64_t wsk, double dx, double dy, double dz, double c) {
+// One row (j, k) of stage 1, i = 1..n: the strain rates of each cell from
+// the staggered velocities, their magnitude and nut.
+struct StrainViews {
+  Stencil<const double> u, v, w;
+  Stencil<double> s11, s22, s33, s12, s13, s23, sabs, nut;
+};
+
+void strain_row(const StrainViews& a, int j, int k, int n, double dx, double dy, double dz, double c) {
+#pragma GCC ivdep
   for (int i = 1; i <= n; ++i) {
-    const double* Ui = U + i;
-    const double* Vi = V + i;
-    const double* Wi = W + i;
-    const double a11 = (Ui[0] - Ui[-1]) / dx;
-    const double a22 = (Vi[0] - Vi[-vsj]) / dy;
-    const double a33 = (Wi[0] - Wi[-wsk]) / dz;
-    const double un = Ui[usj] + Ui[0] + Ui[-1] + Ui[-1 + usj];
-    const double us = Ui[0] + Ui[-1] + Ui[-usj] + Ui[-1 - usj];
-    const double ut = Ui[usk] + Ui[0] + Ui[-1] + Ui[-1 + usk];
-    const double ub = Ui[-usk] + Ui[0] + Ui[-1] + Ui[-1 - usk];
-    const double ve = Vi[1] + Vi[0] + Vi[-vsj] + Vi[1 - vsj];
-    const double vw = Vi[0] + Vi[-vsj] + Vi[-1] + Vi[-1 - vsj];
-    const double vt = Vi[vsk] + Vi[0] + Vi[-vsj] + Vi[-vsj + vsk];
-    const double vb = Vi[-vsk] + Vi[0] + Vi[-vsj] + Vi[-vsj - vsk];
-    const double we = Wi[1] + Wi[0] + Wi[-wsk] + Wi[1 - wsk];
-    const double ww = Wi[0] + Wi[-wsk] + Wi[-1] + Wi[-1 - wsk];
-    const double wn = Wi[wsj] + Wi[0] + Wi[-wsk] + Wi[wsj - wsk];
-    const double ws = Wi[-wsj] + Wi[0] + Wi[-wsk] + Wi[-wsj - wsk];
+    const double a11 = (a.u(i, j, k) - a.u(i - 1, j, k)) / dx;
+    const double a22 = (a.v(i, j, k) - a.v(i, j - 1, k)) / dy;
+    const double a33 = (a.w(i, j, k) - a.w(i, j, k - 1)) / dz;
+    // Four-point sums one spacing apart (their means scaled below).
+    const double un = a.u(i, j + 1, k) + a.u(i, j, k) + a.u(i - 1, j, k) + a.u(i - 1, j + 1, k);
+    const double us = a.u(i, j, k) + a.u(i - 1, j, k) + a.u(i, j - 1, k) + a.u(i - 1, j - 1, k);
+    const double ut = a.u(i, j, k + 1) + a.u(i, j, k) + a.u(i - 1, j, k) + a.u(i - 1, j, k + 1);
+    const double ub = a.u(i, j, k - 1) + a.u(i, j, k) + a.u(i - 1, j, k) + a.u(i - 1, j, k - 1);
+    const double ve = a.v(i + 1, j, k) + a.v(i, j, k) + a.v(i, j - 1, k) + a.v(i + 1, j - 1, k);
+    const double vw = a.v(i, j, k) + a.v(i, j - 1, k) + a.v(i - 1, j, k) + a.v(i - 1, j - 1, k);
+    const double vt = a.v(i, j, k + 1) + a.v(i, j, k) + a.v(i, j - 1, k) + a.v(i, j - 1, k + 1);
+    const double vb = a.v(i, j, k - 1) + a.v(i, j, k) + a.v(i, j - 1, k) + a.v(i, j - 1, k - 1);
+    const double we = a.w(i + 1, j, k) + a.w(i, j, k) + a.w(i, j, k - 1) + a.w(i + 1, j, k - 1);
+    const double ww = a.w(i, j, k) + a.w(i, j, k - 1) + a.w(i - 1, j, k) + a.w(i - 1, j, k - 1);
+    const double wn = a.w(i, j + 1, k) + a.w(i, j, k) + a.w(i, j, k - 1) + a.w(i, j + 1, k - 1);
+    const double ws = a.w(i, j - 1, k) + a.w(i, j, k) + a.w(i, j, k - 1) + a.w(i, j - 1, k - 1);
     const double a12 = ((un - us) * 0.25 / dy + (ve - vw) * 0.25 / dx) * 0.5;
     const double a13 = ((ut - ub) * 0.25 / dz + (we - ww) * 0.25 / dx) * 0.5;
     const double a23 = ((vt - vb) * 0.25 / dz + (wn - ws) * 0.25 / dy) * 0.5;
     const double sa =
         std::sqrt(((a12 * a12 + a13 * a13 + a23 * a23) * 2.0 + a11 * a11 + a22 * a22 + a33 * a33) * 2.0);
-    S11[i] = a11;
-    S22[i] = a22;
-    S33[i] = a33;
-    S12[i] = a12;
-    S13[i] = a13;
-    S23[i] = a23;
-    SA[i] = sa;
-    NU[i] = sa * c * c;
+    a.s11(i, j, k) = a11;
+    a.s22(i, j, k) = a22;
+    a.s33(i, j, k) = a33;
+    a.s12(i, j, k) = a12;
+    a.s13(i, j, k) = a13;
+    a.s23(i, j, k) = a23;
+    a.sabs(i, j, k) = sa;
+    a.nut(i, j, k) = sa * c * c;
   }
 }
 
@@ -80,25 +79,13 @@ void SMAGORINSKY() {
   {
     // Stage 1: strain rates, their magnitude and nut at every cell, fluid
     // or not.
-    const std::int64_t usj = u.sj(), usk = u.sk();
-    const std::int64_t vsj = v.sj(), vsk = v.sk();
-    const std::int64_t wsj = w.sj(), wsk = w.sk();
+    const StrainViews views{Stencil<const double>(u), Stencil<const double>(v), Stencil<const double>(w),
+                            Stencil<double>(s11),       Stencil<double>(s22),       Stencil<double>(s33),
+                            Stencil<double>(s12),       Stencil<double>(s13),       Stencil<double>(s23),
+                            Stencil<double>(sabs),      Stencil<double>(nut)};
 #pragma omp for schedule(static)
     for (int k = 1; k <= kmax; ++k)
-      for (int j = 1; j <= jmax; ++j) {
-        const double* U = u.at(0, j, k);
-        const double* V = v.at(0, j, k);
-        const double* W = w.at(0, j, k);
-        double* S11 = s11.at(0, j, k);
-        double* S22 = s22.at(0, j, k);
-        double* S33 = s33.at(0, j, k);
-        double* S12 = s12.at(0, j, k);
-        double* S13 = s13.at(0, j, k);
-        double* S23 = s23.at(0, j, k);
-        double* SA = sabs.at(0, j, k);
-        double* NU = nut.at(0, j, k);
-        strain_row(U, V, W, S11, S22, S33, S12, S13, S23, SA, NU, imax, usj, usk, vsj, vsk, wsj, wsk, dx, dy, dz, c);
-      }
+      for (int j = 1; j <= jmax; ++j) strain_row(views, j, k, imax, dx, dy, dz, c);
 
     // Stage 2: forcing cells at the bed take their value from the flow
     // farther out.

@@ -22,12 +22,15 @@ constexpr int kAhead = 8;  // planes to look ahead when fetching rows
 // The divergences of one block, kept by each thread.
 thread_local std::vector<double> block;
 
-// Divergences of up to B cells along a row, from the row pointers of u, v, w
-// at the first cell, with the three terms added from left to right.
-void block_row(const double* __restrict uu, const double* __restrict vv, const double* __restrict ww,
-               std::int64_t vj, std::int64_t wk, double hx, double hy, double hz, int nb, double* __restrict out) {
-  for (int n = 0; n < nb; ++n)
-    out[n] = (uu[n] - uu[n - 1]) / hx + (vv[n] - vv[n - vj]) / hy + (ww[n] - ww[n - wk]) / hz;
+// Divergences of the cells ib..ib+nb-1 of row (j, k), the three terms
+// added from left to right.
+void block_row(const Stencil<const double>& U, const Stencil<const double>& V, const Stencil<const double>& W, int ib,
+               int nb, int j, int k, double hx, double hy, double hz, double* __restrict out) {
+#pragma GCC ivdep
+  for (int n = 0; n < nb; ++n) {
+    const int i = ib + n;
+    out[n] = (U(i, j, k) - U(i - 1, j, k)) / hx + (V(i, j, k) - V(i, j - 1, k)) / hy + (W(i, j, k) - W(i, j, k - 1)) / hz;
+  }
 }
 
 }  // namespace
@@ -59,7 +62,7 @@ void DIVERGENCE() {
   divmax = 0.0;
   divsum = 0.0;
   if (I < 1 || J < 1 || K < 1) return;
-  const std::int64_t vj = v.sj(), wk = w.sk();  // neighbours below in j and k
+  const Stencil<const double> U(u), V(v), W(w);
 #pragma omp parallel
   {
     double mymax = -DBL_MAX;
@@ -76,21 +79,14 @@ void DIVERGENCE() {
       // block is one cache line, filled from one stretch of each row.
       // The rows lie a whole plane apart, too far for the hardware to guess
       // the next one: ask for the lines a few planes ahead.
-      const double* u0 = u.at(ib, 1, 1);
-      const double* v0 = v.at(ib, 1, 1);
-      const double* w0 = w.at(ib, 1, 1);
-      const std::int64_t usj = u.sj(), usk = u.sk(), vsk = v.sk(), wsj = w.sj();
       for (int j = 1; j <= J; ++j)
         for (int k = 1; k <= K; ++k) {
-          const double* uu = u0 + (j - 1) * usj + (k - 1) * usk;
-          const double* vv = v0 + (j - 1) * vj + (k - 1) * vsk;
-          const double* ww = w0 + (j - 1) * wsj + (k - 1) * wk;
           if (k + kAhead <= K) {
-            __builtin_prefetch(uu + kAhead * usk);
-            __builtin_prefetch(vv + kAhead * vsk);
-            __builtin_prefetch(ww + kAhead * wk);
+            __builtin_prefetch(&U(ib, j, k + kAhead));
+            __builtin_prefetch(&V(ib, j, k + kAhead));
+            __builtin_prefetch(&W(ib, j, k + kAhead));
           }
-          block_row(uu, vv, ww, vj, wk, hx, hy, hz, nb, d + (static_cast<std::int64_t>(j - 1) * K + (k - 1)) * B);
+          block_row(U, V, W, ib, nb, j, k, hx, hy, hz, d + (static_cast<std::int64_t>(j - 1) * K + (k - 1)) * B);
         }
       // Sum and maximum in the order i, j, k, with nothing else in the
       // loop; cells above the threshold are reported afterwards, in the same
