@@ -31,8 +31,18 @@ void BOUNDARYPRES(int l);
 // Ghosts of phi, then lap = seven-point Laplacian of phi on level l.
 void OPERATORP(int l);
 
-// n sweeps of vertical line Gauss-Seidel on phi of level l.
+// n sweeps of vertical line Gauss-Seidel on phi of level l: each sweep
+// refreshes the ghosts of phi (BOUNDARYP), then solves every column in z,
+// j ascending (parallel over j) and i ascending within j, in place.
+// reads: phi, src of l, ibcp; writes: phi of l.
 void SMOOTHINGP(int l, int n);
+
+// The solve of one column (i, j) of level l as the smoother defines it: the
+// tridiagonal system of the column, with its neighbours' phi as known and
+// the end rows folded with ibcp(LowZ) and ibcp(HighZ), by TRIDIAGP, its
+// solution stored at once.  SMOOTHINGP gives the same bits with a tuned
+// solver (linesmoother.hpp); this is its definition and its check.
+void LINESOLVE(int l, int i, int j);
 
 // Thomas algorithm for a tridiagonal system of n rows.  The vectors are
 // passed by their first element: a[0] is a(1), ..., a[n-1] is a(n).  a holds
