@@ -1,10 +1,22 @@
 // The console: the run's only log, and the operator's waits.
 //
-// A failure prints one fixed line, waits for one line of standard input (end
-// of input ends the wait) and stops the run.  The stop is an exception of
-// type RunStopped that only the program's entry point catches; it turns it
-// into a non-zero exit status.  Code inside a parallel region must not throw:
-// it uses stop_from_parallel, which ends the process directly.
+// How a run ends on a failure, by where it happens:
+//   - the design's stops (a failed key or library read or write, a failed
+//     allocation, an unreadable saved state, no argument): stop_run and
+//     ERRORSTOP print the fixed line, wait for one line of standard input
+//     (end of input ends the wait) and throw RunStopped, which only the
+//     program's entry point catches and turns into exit status 1;
+//   - a stop raised inside a parallel loop (a bed search that finds no foot
+//     point): stop_from_parallel prints the line and waits under a critical
+//     section, then ends the process with _Exit(1), since nothing may
+//     unwind through an OpenMP region;
+//   - a saved-state or Tecplot file that cannot be opened: open_failed
+//     (files.hpp) ends the process with status 2 and a line on standard
+//     error, as a runtime file error would;
+//   - the divergence pause and the bed-search warning are not stops: the
+//     run waits (pause) or goes on.
+// Standard output is the design's console; anything else goes to standard
+// error.
 #pragma once
 
 #include <string>

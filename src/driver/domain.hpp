@@ -7,11 +7,14 @@ namespace rl {
 // Reads the 2-D node coordinates into layer k = 0 of xg3/yg3 and Elevation
 // into elev, reads zminItm/zmaxItm, sets the corners and cell sizes, fills
 // the 3-D node coordinates and writes them to the case.
+// reads: the case grid, Elevation, zminItm, zmaxItm; writes: xg3, yg3, zg3, elev, xmin..zmax, dx, dy, dz, the
+//  3-D grid of the case
 void READGRID();
 
 // Builds bed from elev: the mean of each cell's four corner nodes, then the
 // ghost rows in y and, after them (so the corners follow), the ghost columns
 // in x, each by the blend |ibcp| * nearest + (1 - |ibcp|) * opposite.
+// reads: elev, ibcp; writes: bed
 void BUILDBED();
 
 }  // namespace rl

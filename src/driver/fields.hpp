@@ -123,13 +123,16 @@ extern Array2<double> elev;
 extern Array3<double> uout, vout, wout, pout, vortout, qout;
 
 // Sets lmin, the number of multigrid coarsenings as a negative number.
+// reads: imax, jmax, kmax; writes: lmin
 void LEVELCOUNT();
 
 // Allocates the store (everything above but the node arrays) in its fixed
 // order; a failure stops the run with error code 2.
+// reads: imax, jmax, kmax, lmin; writes: every array of the store, nslot
 void ALLOCFIELDS();
 
 // Allocates the node arrays of the main program, bounds 0:imax, 0:jmax(, 0:kmax).
+// reads: imax, jmax, kmax; writes: xg3, yg3, zg3, elev, uout..qout
 void ALLOCNODEARRAYS();
 
 }  // namespace rl

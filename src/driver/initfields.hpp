@@ -15,9 +15,12 @@ double uniform_draw();
 // Gives every field a defined start (velocities, old velocities, pressure,
 // multigrid corrections, right-hand sides, eddy viscosity, work arrays, slot
 // list) and adds the velocity noise when iperturb is not 0.
+// reads: initial, iperturb, amplitude, discharge, ymin, ymax, zmax; writes: p, pmg.phi, u, v, w, uo, vo, wo,
+//  rhs*, vort, Q, nut, s11..sabs, nslot, slotflag
 void INITFIELDS();
 
 // Adds uniform noise of half-width bamplitude to every node of elev.
+// reads: bamplitude, the generator; writes: elev
 void PERTURBBED();
 
 }  // namespace rl

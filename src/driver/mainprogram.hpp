@@ -21,6 +21,7 @@ constexpr double DTCLEAN = 0.0008;
 // advanced: prediction, forcing at the bed, projection, the second forcing,
 // eddy viscosity, reclassification and the copy into the old fields.
 // Returns the number of pressure cycles.
+// reads and writes: the whole flow state, as the routines it calls
 int ADVANCE();
 
 // When set, ADVANCE reports the wall time of each routine it calls (the

@@ -3,6 +3,7 @@
 
 namespace rl {
 
+// reads: uo, flagu, bed, dy, dz, zmin, discharge, gravity; writes: forcex, forcey, forcez
 void FORCES();
 
 }  // namespace rl

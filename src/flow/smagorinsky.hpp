@@ -10,6 +10,8 @@
 
 namespace rl {
 
+// reads: u, v, w, flagc, dx, dy, dz, smagorinsky, ibcp (and, at forcing cells, bed and nut through
+//  IMMERSEVISC); writes: nut, s11..s23, sabs
 void SMAGORINSKY();
 
 }  // namespace rl

@@ -9,10 +9,12 @@ namespace rl {
 // <outpath>/<outfile><n>.plt.  u, v, w, vort and Q are averaged onto the
 // nodes here; a node at or under the mean bed height of the four columns
 // around it gets zeros.  vort and Q must be current (VORTICITY just before).
+// reads: u, v, w, vort, Q, bed, the grid; writes: the file
 void WRITETECPLOT(const std::string& outpath, const std::string& outfile, int n);
 
 // Writes the bed surface (x, y and the node bed height) to the fixed path
 // c:/temp/tecbedform<n>.plt.  Nothing in a run calls it.
+// reads: bed, the grid; writes: the file
 void WRITETECBED(int n);
 
 // The name WRITETECPLOT writes to: folder and name stripped of blanks,

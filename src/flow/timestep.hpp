@@ -3,6 +3,7 @@
 
 namespace rl {
 
+// reads: u, v, w, dx, dy, dz, visc, cfl; writes: dt
 void TIMESTEP();
 
 }  // namespace rl

@@ -8,7 +8,9 @@
 
 namespace rl {
 
+// reads: u, v, w of row 2, rough, dy; writes: u, w of row 1
 void WALLS();
+// reads: u, w of row jmax-1, rough, dy; writes: u, w of row jmax
 void WALLN();
 
 }  // namespace rl

@@ -5,6 +5,7 @@ namespace rl {
 
 // Classifies every position of flagu, flagv, flagw, flagc against the bed:
 // 1 fluid, 0 forcing point (fluid next to the bed), -1 solid.
+// reads: bed, zmin, dz, ibcu, ibcv, ibcw, ibcp; writes: flagu, flagv, flagw, flagc
 void FLAGDETER();
 
 // The classification itself, whatever was classified before.
@@ -19,6 +20,7 @@ void FLAGREUSE(bool on);
 // Gives old velocities at positions that turned from solid into forcing
 // points a wall-law value.  Provided for a moving bed; the time loop never
 // calls it.
+// reads: flaguo..flagwo, flagu..flagw, bed, u, v, w; writes: uo, vo, wo at new forcing points
 void FLAGMOVE();
 
 }  // namespace rl

@@ -24,6 +24,7 @@ void IMMERSEW(int i, int j, int k, double& value);
 void FOOTCACHE(bool on);
 
 // Eddy viscosity at the cell centre (i,j,k) next to the bed.
+// reads: bed, nut and flagc (fluid positions), iibm; writes: value
 void IMMERSEVISC(int i, int j, int k, double& value);
 
 // Point (X,Y,Z) of the whole bilinear surface through z1 at (x1,y1), z2 at

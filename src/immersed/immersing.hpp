@@ -4,6 +4,8 @@
 
 namespace rl {
 
+// reads: flagu, flagv, flagw, bed, u, v, w (fluid positions), rough, visc, iibm, ibed; writes: u, v, w at
+//  forcing points
 void IMMERSING();
 
 }  // namespace rl

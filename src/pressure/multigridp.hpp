@@ -12,6 +12,7 @@
 namespace rl {
 
 // Right-hand side of level 0: dens/dt times the divergence of u, v, w.
+// reads: u, v, w, dens, dt, dx, dy, dz; writes: pmg(0).src
 void SOURCEP();
 
 // L2 norms (square root of the plain sum of squares over the interior) of
@@ -22,13 +23,16 @@ void RESNORMP(int l, double& result);
 // Face ghosts of phi of level l from ibcp: ghost = t*adjacent + (1-|t|)*far
 // end of the row.  Edges and corners of the ghost layer are left as they are.
 // (BOUNDARY_M has a BOUNDARYP() without arguments for p.)
+// reads: phi of l, ibcp; writes: the face ghosts of phi of l
 void BOUNDARYP(int l);
 
 // All ghosts of res of level l: the faces as BOUNDARYP, then the twelve
 // edges and the eight corners by extrapolation.
+// reads: res of l, ibcp; writes: all ghosts of res of l
 void BOUNDARYPRES(int l);
 
 // Ghosts of phi, then lap = seven-point Laplacian of phi on level l.
+// reads: phi of l, ibcp; writes: ghosts of phi of l, lap of l
 void OPERATORP(int l);
 
 // n sweeps of vertical line Gauss-Seidel on phi of level l: each sweep
@@ -51,24 +55,30 @@ void LINESOLVE(int l, int i, int j);
 void TRIDIAGP(int n, double* a, double* b, double* c, double* d, double* x);
 
 // res = src - lap on level l.
+// reads: src, lap of l; writes: res of l
 void RESIDUALP(int l);
 
 // src of level l-1 = mean of res over each coarse cell; phi of l-1 cleared
 // in the interior.
+// reads: res of l; writes: src and interior phi of l-1
 void RESTRICTIONP(int l);
 
 // Adds the interpolated correction phi of level l-1 to phi of level l.
+// reads: phi of l-1 (with its lagging face ghosts); writes: ghosts of res of l-1, res and phi of l
 void PROLONGATIONP(int l);
 
 // One cycle from level l downwards.
+// reads: src, phi of l and below; writes: phi, lap, res of l and below, src below
 void MULTIGRIDP(int l, int gamma, int npre, int npost, int ncoarse);
 
 // Point Gauss-Seidel on level l, at most ncoarse sweeps, until the largest
 // relative change of a sweep is below 1e-8.
+// reads: phi, src of l, ibcp; writes: phi of l
 void SOLVERP(int l, int ncoarse);
 
 // Solves for pmg(0).phi from the predicted velocities; returns the number
 // of cycles performed.
+// reads: u, v, w, pmg, igamma, ipres, iposts, kpoismax, eps; writes: pmg (pmg(0).phi the correction)
 int POISSONP();
 
 }  // namespace rl

@@ -23,10 +23,13 @@ namespace rl {
 [[noreturn]] void ERRORSTOP(int code);
 
 // Writes the state to <outpath>/<outfile>.dat (both stripped of blanks).
+// reads: pmg.phi, uo, vo, wo, rhsuo, rhsvo, rhswo, nut, bed, the slot list; writes: the file
 void WRITESAVED(int nstep, double time, const std::string& outpath, const std::string& outfile);
 
 // Reads the state from the file named as it stands; u, v, w become uo, vo,
 // wo.  Any record that can't be read stops the run with error code 3.
+// reads: the file; writes: nstep, simtime, pmg.phi, uo, vo, wo, u, v, w, rhsuo, rhsvo, rhswo, nut, bed,
+//  nslot, the slot list
 void READSAVED(const std::string& startfile);
 
 // The name WRITESAVED writes to: outpath with its leading and trailing blanks
