@@ -129,18 +129,18 @@ void ALLOCFIELDS() {
 }
 
 void ALLOCNODEARRAYS() {
-  // The status of these allocations is not tested: a failure shows up as a
-  // failing library call later on.
-  xg3.allocate("xg3", 0, imax, 0, jmax, 0, kmax);
-  yg3.allocate("yg3", 0, imax, 0, jmax, 0, kmax);
-  zg3.allocate("zg3", 0, imax, 0, jmax, 0, kmax);
-  elev.allocate("elev", 0, imax, 0, jmax);
-  uout.allocate("uout", 0, imax, 0, jmax, 0, kmax);
-  vout.allocate("vout", 0, imax, 0, jmax, 0, kmax);
-  wout.allocate("wout", 0, imax, 0, jmax, 0, kmax);
-  pout.allocate("pout", 0, imax, 0, jmax, 0, kmax);
-  vortout.allocate("vortout", 0, imax, 0, jmax, 0, kmax);
-  qout.allocate("qout", 0, imax, 0, jmax, 0, kmax);
+  // A failed allocation here would only show as a failing library call
+  // later, reported as a read error; it stops with the allocation error.
+  need(xg3, "xg3", 0, imax, 0, jmax, 0, kmax);
+  need(yg3, "yg3", 0, imax, 0, jmax, 0, kmax);
+  need(zg3, "zg3", 0, imax, 0, jmax, 0, kmax);
+  need(elev, "elev", 0, imax, 0, jmax);
+  need(uout, "uout", 0, imax, 0, jmax, 0, kmax);
+  need(vout, "vout", 0, imax, 0, jmax, 0, kmax);
+  need(wout, "wout", 0, imax, 0, jmax, 0, kmax);
+  need(pout, "pout", 0, imax, 0, jmax, 0, kmax);
+  need(vortout, "vortout", 0, imax, 0, jmax, 0, kmax);
+  need(qout, "qout", 0, imax, 0, jmax, 0, kmax);
 }
 
 }  // namespace rl

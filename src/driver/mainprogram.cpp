@@ -26,6 +26,7 @@
 #include "immersed/immerse.hpp"
 #include "immersed/immersing.hpp"
 #include "immersed/stepend.hpp"
+#include "immersed/wallaw.hpp"
 #include "orvalib/orvalib.hpp"
 #include "pressure/boundary.hpp"
 #include "pressure/correction.hpp"
@@ -276,8 +277,11 @@ int RIVERLES(int argc, char** argv) {
     // The bed stands still: searches and classifications are kept.
     FOOTCACHE(true);
     FLAGREUSE(true);
-    while (time_step(m)) {
-    }
+    // Forcing points whose image-point march found no clean stencil are
+    // known after the first step (their geometry is kept): one warning.
+    bool more = time_step(m);
+    report_march_fallbacks();
+    while (more) more = time_step(m);
     int ier = 0;
     orva::CG_CLOSE_F(m.fileid, ier);
   } catch (const RunStopped& s) {

@@ -100,10 +100,12 @@ struct Search {
 // prints are kept with it, so that a reuse prints them again.
 thread_local std::vector<std::string>* warning_sink = nullptr;
 
-// A search that found nothing ends the run; inside a parallel loop the stop
-// must not unwind through the region.
+// A search that found nothing ends the run; inside a parallel region the
+// stop must not unwind through it.  The test is on the nesting level, not
+// omp_in_parallel(): a region of one thread is not "active", but an
+// exception thrown inside it still ends the process with an abort.
 [[noreturn]] void search_failed(const char* line) {
-  if (omp_in_parallel()) stop_from_parallel(line);
+  if (omp_get_level() > 0) stop_from_parallel(line);
   stop_run(line);
 }
 
@@ -317,6 +319,7 @@ FootPoint kept(CachedFoot* e, Search search) {
 template <typename Search>
 void force_velocity(Kind kind, const Array3<int>& flag, int i, int j, int k, Search search, const char* failure,
                     int component, double& value) {
+  set_march_position({"uvwc"[kind], i, j, k});
   CachedFoot* e = entry_of(kind, flag, i, j, k);
   const FootPoint f = kept(e, search);
   if (!f.found) search_failed(failure);
@@ -368,6 +371,7 @@ void IMMERSEW(int i, int j, int k, double& value) {
 }
 
 void IMMERSEVISC(int i, int j, int k, double& value) {
+  set_march_position({'c', i, j, k});
   const FootPoint f = kept(entry_of(KC, flagc, i, j, k), [=] { return foot_c(i, j, k); });
   if (!f.found) search_failed("immrsing visc could not find the minimum point");
   if (iibm != 0)

@@ -14,12 +14,16 @@ inline double lin(double a, double b, double s, double s0, double s1, double h) 
   return a * ((s1 - s) / h) + b * ((s - s0) / h);
 }
 
+// All eight centres fluid; a centre outside flagc is unclean.
 bool centres_clean(const CellOfPoint& c) {
   const int is[2] = {c.iq, c.iq + c.si}, js[2] = {c.jq, c.jq + c.sj}, ks[2] = {c.kq, c.kq + c.sk};
   for (int m = 0; m < 2; ++m)
     for (int l = 0; l < 2; ++l)
-      for (int n = 0; n < 2; ++n)
-        if (flagc(is[n], js[l], ks[m]) != 1) return false;
+      for (int n = 0; n < 2; ++n) {
+        const int i = is[n], j = js[l], k = ks[m];
+        if (i < 0 || i > imax + 1 || j < 0 || j > jmax + 1 || k < 0 || k > kmax + 1 || flagc(i, j, k) != 1)
+          return false;
+      }
   return true;
 }
 
@@ -33,8 +37,15 @@ void VISCTRI(double px, double py, double pz, double fx, double fy, double fz, d
     return;
   }
   double qx = px + ddx, qy = py + ddy, qz = pz + ddz;
-  const CellOfPoint c = march_image_point(px, py, pz, ddx / dist, ddy / dist, ddz / dist, 1e-6, ddx, ddy, ddz, qx, qy,
-                                          qz, centres_clean);
+  CellOfPoint c;
+  if (!march_image_point(px, py, pz, ddx / dist, ddy / dist, ddz / dist, 1e-6, ddx, ddy, ddz, qx, qy, qz,
+                         centres_clean, c)) {
+    // No clean stencil along the normal: the inverse-distance sample at the
+    // first image point.
+    note_march_fallback();
+    VISCIDW(px, py, pz, fx, fy, fz, result);
+    return;
+  }
 
   // Along x, then y, then z, with the signed spacings.
   const int i2 = c.iq + c.si, j2 = c.jq + c.sj, k2 = c.kq + c.sk;
@@ -60,9 +71,9 @@ void VISCIDW(double px, double py, double pz, double fx, double fy, double fz, d
     return;
   }
   const double qx = px + ddx, qy = py + ddy, qz = pz + ddz;
-  const int Ih = static_cast<int>((qx - xmin) / dx + 0.5);
-  const int Jh = static_cast<int>((qy - ymin) / dy + 0.5);
-  const int Kh = static_cast<int>((qz - zmin) / dz + 0.5);
+  const int Ih = cell_index((qx - xmin) / dx + 0.5);
+  const int Jh = cell_index((qy - ymin) / dy + 0.5);
+  const int Kh = cell_index((qz - zmin) / dz + 0.5);
   const double S = idw_sample(nut, flagc, Ih - 2, Jh - 2, Kh - 2, 0, imax + 1, 0, jmax + 1, 0, kmax + 1, 0.5, 0.5,
                               0.5, qx, qy, qz);
   const double ex = qx - px, ey = qy - py, ez = qz - pz;

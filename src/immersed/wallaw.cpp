@@ -1,6 +1,8 @@
 #include "immersed/wallaw.hpp"
 
+#include <algorithm>
 #include <cmath>
+#include <cstdio>
 #include <cstdlib>
 
 #include "driver/fields.hpp"
@@ -22,6 +24,13 @@ inline double lin(double a, double b, double s, double s0, double s1, double h) 
 
 // True when all 24 velocity positions of the trilinear stencil of q are fluid;
 // a forcing point is as unclean as a solid one.
+// A stencil position outside the flag array (an image point held in the
+// half cell beyond a wall, or an index from a degenerate grid) is unclean.
+bool fluid_at(const Array3<int>& f, int i, int j, int k) {
+  return i >= f.lo(0) && i <= f.hi(0) && j >= f.lo(1) && j <= f.hi(1) && k >= f.lo(2) && k <= f.hi(2) &&
+         f(i, j, k) == 1;
+}
+
 bool stencil_clean(const CellOfPoint& c) {
   const int ia[2] = {c.iq - 1, c.iq}, ib[2] = {c.iq, c.iq + c.si};
   const int ja[2] = {c.jq - 1, c.jq}, jb[2] = {c.jq, c.jq + c.sj};
@@ -29,9 +38,9 @@ bool stencil_clean(const CellOfPoint& c) {
   for (int m = 0; m < 2; ++m)
     for (int l = 0; l < 2; ++l)
       for (int n = 0; n < 2; ++n) {
-        if (flagu(ia[n], jb[l], kb[m]) != 1) return false;
-        if (flagv(ib[n], ja[l], kb[m]) != 1) return false;
-        if (flagw(ib[n], jb[l], ka[m]) != 1) return false;
+        if (!fluid_at(flagu, ia[n], jb[l], kb[m])) return false;
+        if (!fluid_at(flagv, ib[n], ja[l], kb[m])) return false;
+        if (!fluid_at(flagw, ib[n], jb[l], ka[m])) return false;
       }
   return true;
 }
@@ -80,8 +89,8 @@ void sample_trilinear(const CellOfPoint& c, double qx, double qy, double qz, dou
 // cloud of six positions per direction around q.
 void sample_cloud(double qx, double qy, double qz, double& ux, double& uy, double& uz) {
   const double ox = (qx - xmin) / dx, oy = (qy - ymin) / dy, oz = (qz - zmin) / dz;
-  const int I = static_cast<int>(ox), J = static_cast<int>(oy), K = static_cast<int>(oz);
-  const int Ih = static_cast<int>(ox + 0.5), Jh = static_cast<int>(oy + 0.5), Kh = static_cast<int>(oz + 0.5);
+  const int I = cell_index(ox), J = cell_index(oy), K = cell_index(oz);
+  const int Ih = cell_index(ox + 0.5), Jh = cell_index(oy + 0.5), Kh = cell_index(oz + 0.5);
   ux = idw_sample(u, flagu, I - 2, Jh - 2, Kh - 2, 0, imax, 0, jmax + 1, 0, kmax + 1, 0.0, 0.5, 0.5, qx, qy, qz);
   uy = idw_sample(v, flagv, Ih - 2, J - 2, Kh - 2, 0, imax + 1, 0, jmax, 0, kmax + 1, 0.5, 0.0, 0.5, qx, qy, qz);
   uz = idw_sample(w, flagw, Ih - 2, Jh - 2, K - 2, 0, imax + 1, 0, jmax + 1, 0, kmax, 0.5, 0.5, 0.0, qx, qy, qz);
@@ -122,10 +131,14 @@ inline void law_at_point(double us, double dist, double z0, double tx, double ty
 }
 
 // Smooth log law Ut/u* = (1/0.4) ln(yq u*/visc) + 5.1 by Newton's method,
-// from the rough-law estimate; no iteration limit.
+// from the rough-law estimate, until the relative change is at most 1e-8.
+// Newton settles in a handful of iterations wherever it settles at all; the
+// cap of 10000 only turns an endless oscillation into the last iterate.
 double smooth_newton(double us, double ut, double yq) {
   double old;
+  int count = 0;
   do {
+    if (++count > 10000) break;
     old = us;
     const double e = std::exp((ut / old - 5.1) * 0.4);
     const double f = e - yq * old / visc;
@@ -202,8 +215,10 @@ TriGeometry tri_geometry(double px, double py, double pz, double fx, double fy, 
     // Inside the roughness layer the law means nothing: move p out along the
     // normal of the bed patch under the foot point.  q stays as it was for
     // the first test of the stencil.
-    const int i0 = static_cast<int>((fx - xmin) / dx + 0.5);
-    const int j0 = static_cast<int>((fy - ymin) / dy + 0.5);
+    // The plan cell of the foot point; a foot point on a patch beyond the
+    // ghost columns is held to the last patch that bed holds.
+    const int i0 = std::clamp(cell_index((fx - xmin) / dx + 0.5), 0, imax);
+    const int j0 = std::clamp(cell_index((fy - ymin) / dy + 0.5), 0, jmax);
     const double x1 = xmin + (i0 - 0.5) * dx, x2 = x1 + dx;
     const double y1 = ymin + (j0 - 0.5) * dy, y2 = y1 + dy;
     double a, b, c, e;
@@ -224,7 +239,20 @@ TriGeometry tri_geometry(double px, double py, double pz, double fx, double fy, 
 
   // March the image point outward until its whole stencil is fluid.  d keeps
   // the accumulated offset, so a wrap of q does not disturb the distance.
-  const CellOfPoint cell = march_image_point(px, py, pz, nx, ny, nz, 1e-8, ddx, ddy, ddz, qx, qy, qz, stencil_clean);
+  // Where no clean stencil is found, the first image point is sampled by
+  // inverse distance instead.
+  const double q0x = qx, q0y = qy, q0z = qz, d0 = std::sqrt(ddx * ddx + ddy * ddy + ddz * ddz);
+  CellOfPoint cell;
+  g.fallback = !march_image_point(px, py, pz, nx, ny, nz, 1e-8, ddx, ddy, ddz, qx, qy, qz, stencil_clean, cell);
+  if (g.fallback) {
+    note_march_fallback();
+    qx = q0x;
+    qy = q0y;
+    qz = q0z;
+    ddx = d0;
+    ddy = 0.0;
+    ddz = 0.0;
+  }
 
   g.px = px;
   g.py = py;
@@ -245,7 +273,10 @@ TriGeometry tri_geometry(double px, double py, double pz, double fx, double fy, 
 void tri_apply(bool smooth, const TriGeometry& g, double& upx, double& upy, double& upz, double& grad,
                double& ustar, double& tx, double& ty, double& tz) {
   double ux, uy, uz, ut;
-  sample_trilinear(g.cell, g.qx, g.qy, g.qz, ux, uy, uz);
+  if (g.fallback)
+    sample_cloud(g.qx, g.qy, g.qz, ux, uy, uz);
+  else
+    sample_trilinear(g.cell, g.qx, g.qy, g.qz, ux, uy, uz);
   double ttx, tty, ttz;
   tangential(ux, uy, uz, g.nx, g.ny, g.nz, ttx, tty, ttz, ut);
   if (ut == 0.0) {
@@ -366,13 +397,18 @@ void bring_into_domain(double& qx, double& qy, double& qz, double off) {
   one(qz, zmin, zmax, dz, ibcw(LowZ), ibcw(HighZ));
 }
 
-CellOfPoint march_image_point(double px, double py, double pz, double nx, double ny, double nz, double off,
-                              double& ddx, double& ddy, double& ddz, double& qx, double& qy, double& qz,
-                              bool (*clean)(const CellOfPoint&)) {
+bool march_image_point(double px, double py, double pz, double nx, double ny, double nz, double off, double& ddx,
+                       double& ddy, double& ddz, double& qx, double& qy, double& qz, bool (*clean)(const CellOfPoint&),
+                       CellOfPoint& c) {
   bring_into_domain(qx, qy, qz, off);
-  CellOfPoint c = locate_point(qx, qy, qz);
+  c = locate_point(qx, qy, qz);
   const double step = 0.125 * dy;
-  while (!clean(c)) {
+  const double lx = xmax - xmin, ly = ymax - ymin, lz = zmax - zmin;
+  const double reach = 4.0 * std::sqrt(lx * lx + ly * ly + lz * lz);
+  const double ratio = reach / step;
+  const long limit = ratio >= 0.0 && ratio < 1e8 ? static_cast<long>(ratio) + 1 : 0;
+  for (long n = 0; !clean(c); ++n) {
+    if (n >= limit) return false;
     ddx = ddx + step * nx;
     ddy = ddy + step * ny;
     ddz = ddz + step * nz;
@@ -382,14 +418,48 @@ CellOfPoint march_image_point(double px, double py, double pz, double nx, double
     bring_into_domain(qx, qy, qz, off);
     c = locate_point(qx, qy, qz);
   }
-  return c;
+  return true;
+}
+
+int cell_index(double x) {
+  constexpr int kFar = -1000000000;
+  return x > -1e9 && x < 1e9 ? static_cast<int>(x) : kFar;
+}
+
+namespace {
+
+thread_local MarchPosition current_position{'?', 0, 0, 0};
+long fallbacks = 0, reported = 0;
+MarchPosition first_fallback{'?', 0, 0, 0};
+
+}  // namespace
+
+void set_march_position(const MarchPosition& p) { current_position = p; }
+
+void note_march_fallback() {
+#pragma omp critical(riverles_march_fallback)
+  {
+    if (fallbacks == 0) first_fallback = current_position;
+    ++fallbacks;
+  }
+}
+
+long report_march_fallbacks() {
+  if (fallbacks > reported) {
+    std::fprintf(stderr,
+                 "riverles: warning: the image-point march found no clean stencil at %ld forcing point(s); they "
+                 "take the inverse-distance sample at their first image point (first: %c at i=%d j=%d k=%d)\n",
+                 fallbacks, first_fallback.kind, first_fallback.i, first_fallback.j, first_fallback.k);
+    reported = fallbacks;
+  }
+  return fallbacks;
 }
 
 CellOfPoint locate_point(double qx, double qy, double qz) {
   CellOfPoint c;
-  c.iq = static_cast<int>((qx - xmin) / dx + 1.0);
-  c.jq = static_cast<int>((qy - ymin) / dy + 1.0);
-  c.kq = static_cast<int>((qz - zmin) / dz + 1.0);
+  c.iq = cell_index((qx - xmin) / dx + 1.0);
+  c.jq = cell_index((qy - ymin) / dy + 1.0);
+  c.kq = cell_index((qz - zmin) / dz + 1.0);
   c.xc = xmin + (c.iq - 0.5) * dx;
   c.yc = ymin + (c.jq - 0.5) * dy;
   c.zc = zmin + (c.kq - 0.5) * dz;

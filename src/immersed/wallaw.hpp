@@ -58,10 +58,33 @@ CellOfPoint locate_point(double qx, double qy, double qz);
 // Marches the image point q outward from p along n in steps of dy/8 until
 // its cell passes `clean`: d, the offset of q from p, grows by each step, and
 // q = p + d is brought into the domain (off inside a non-periodic face) before
-// every test.  On entry q = p + d; returns the cell of the final q.
-CellOfPoint march_image_point(double px, double py, double pz, double nx, double ny, double nz, double off,
-                              double& ddx, double& ddy, double& ddz, double& qx, double& qy, double& qz,
-                              bool (*clean)(const CellOfPoint&));
+// every test.  On entry q = p + d.  The march is bounded: where it would
+// leave the box for good or never meet a clean stencil (a spike, a ridge, a
+// bed above the top at a wall), it gives up once |d| exceeds four diagonals
+// of the box and returns false; `cell` then holds the last cell tried.  Every
+// march that ends within the bound is the unbounded one, step for step.
+bool march_image_point(double px, double py, double pz, double nx, double ny, double nz, double off, double& ddx,
+                       double& ddy, double& ddz, double& qx, double& qy, double& qz, bool (*clean)(const CellOfPoint&),
+                       CellOfPoint& cell);
+
+// The index of a cell from a coordinate offset over a spacing, truncated
+// towards zero; a value that is not finite or far outside any array (a
+// degenerate or NaN grid) gives an index far outside every array instead
+// of an undefined conversion, so that every bounds test rejects it.
+int cell_index(double x);
+
+// Points whose march found no clean stencil take the inverse-distance
+// sample of the inverse-distance routines at their first image point.  The
+// count and the first such position are kept for one warning line.
+struct MarchPosition {
+  char kind;  // 'u', 'v', 'w' or 'c' (cell centre, eddy viscosity)
+  int i, j, k;
+};
+void set_march_position(const MarchPosition& p);  // the position now being forced, per thread
+void note_march_fallback();                        // records the current position
+// The warning line (on standard error) when points fell back since the last
+// report; returns how many did in all.
+long report_march_fallbacks();
 
 // The trilinear wall law in two parts.  The geometry of a forcing point P
 // with foot point F depends only on the bed, the grid, the flags and the
@@ -76,6 +99,7 @@ struct TriGeometry {
   double qx, qy, qz;
   CellOfPoint cell;
   double dist, yq, logq;
+  bool fallback;  // no clean stencil: sample by inverse distance at (qx, qy, qz), the first image point
 };
 TriGeometry tri_geometry(double px, double py, double pz, double fx, double fy, double fz);
 void tri_apply(bool smooth, const TriGeometry& g, double& upx, double& upy, double& upz, double& grad,

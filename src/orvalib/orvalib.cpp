@@ -112,19 +112,30 @@ bool remove_child(const std::string& parent, const std::string& name) {
   return cgio_delete_node(st.cgio, pid, id) == CGIO_ERR_NONE;
 }
 
+// A name, label or data type as the cgio calls read it: they copy a whole
+// fixed-size field (33 characters for names and labels), whatever the
+// string's own length, so short strings are handed over in a zero-filled
+// buffer of that size.
+struct Field33 {
+  char c[CGIO_MAX_NAME_LENGTH + 1] = {};
+  explicit Field33(const std::string& s) { std::strncpy(c, s.c_str(), CGIO_MAX_NAME_LENGTH); }
+};
+
 // Writes the child `name` of `pid` with the given label and data, replacing
 // the data of an existing node of that name.
-int put(double pid, const std::string& name, const char* label, const char* type, int ndims,
+int put(double pid, const std::string& name_, const char* label_, const char* type_, int ndims,
         const cgsize_t* dims, const void* data, double* out = nullptr) {
+  const Field33 nm(name_), lb(label_), tp(type_);
+  const char *name = nm.c, *label = lb.c, *type = tp.c;
   double id;
-  if (cgio_get_node_id(st.cgio, pid, name.c_str(), &id) == CGIO_ERR_NONE) {
+  if (cgio_get_node_id(st.cgio, pid, name, &id) == CGIO_ERR_NONE) {
     if (cgio_set_label(st.cgio, id, label) != CGIO_ERR_NONE) return 1;
     if (ndims > 0) {
       if (cgio_set_dimensions(st.cgio, id, type, ndims, dims) != CGIO_ERR_NONE) return 1;
       if (cgio_write_all_data(st.cgio, id, data) != CGIO_ERR_NONE) return 1;
     }
   } else {
-    if (cgio_create_node(st.cgio, pid, name.c_str(), &id) != CGIO_ERR_NONE) return 1;
+    if (cgio_create_node(st.cgio, pid, name, &id) != CGIO_ERR_NONE) return 1;
     if (cgio_set_label(st.cgio, id, label) != CGIO_ERR_NONE) return 1;
     if (ndims > 0) {
       if (cgio_set_dimensions(st.cgio, id, type, ndims, dims) != CGIO_ERR_NONE) return 1;

@@ -8,6 +8,8 @@
 #include <cstring>
 #include <string>
 #include <system_error>
+#include <type_traits>
+#include <utility>
 #include <vector>
 
 #include "common/console.hpp"
@@ -172,17 +174,28 @@ class TokenIn {
 };
 
 // The slot list is sized for one entry at allocation; a saved file that
-// holds more entries gets the list enlarged to its count rather than
-// written past its end.
+// holds more entries gets the list enlarged as its entries are read (in
+// doubling steps), rather than written past its end.  Growing on the
+// entries themselves, not on the count, means that a file which announces
+// more entries than it holds ends in the read error, not in an attempt to
+// take memory for entries that never come.  A failed allocation stops the
+// run with the allocation error.
 void fit_slots(int n) {
   if (n <= slotflag.hi(0)) return;
-  slot1.allocate("slot1", 1, n);
-  slot2.allocate("slot2", 1, n);
-  slot3.allocate("slot3", 1, n);
-  slot4.allocate("slot4", 1, n);
-  slot5.allocate("slot5", 1, n);
-  slot6.allocate("slot6", 1, n);
-  slotflag.allocate("slotflag", 1, n);
+  const int cap = std::max(n, slotflag.hi(0) > INT32_MAX / 2 ? INT32_MAX : 2 * slotflag.hi(0));
+  auto grow = [cap](auto& a, const char* name) {
+    std::remove_reference_t<decltype(a)> b;
+    if (!b.allocate(name, 1, cap)) ERRORSTOP(2);
+    for (int m = 1; m <= a.hi(0); ++m) b(m) = a(m);
+    a = std::move(b);
+  };
+  grow(slot1, "slot1");
+  grow(slot2, "slot2");
+  grow(slot3, "slot3");
+  grow(slot4, "slot4");
+  grow(slot5, "slot5");
+  grow(slot6, "slot6");
+  grow(slotflag, "slotflag");
 }
 
 }  // namespace
@@ -318,8 +331,8 @@ void READSAVED(const std::string& startfile) {
 
   // 5 and 6
   if (!in.integer(nslot)) ERRORSTOP(3);
-  fit_slots(nslot);
   for (int n = 1; n <= nslot; ++n) {
+    fit_slots(n);
     real(slot1(n));
     real(slot2(n));
     real(slot3(n));
