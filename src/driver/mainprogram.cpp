@@ -5,10 +5,13 @@
 #include <omp.h>
 
 #include <cmath>
+#include <cstdio>
+#include <filesystem>
 #include <string>
 #include <type_traits>
 
 #include "common/console.hpp"
+#include "common/files.hpp"
 #include "driver/conditions.hpp"
 #include "driver/domain.hpp"
 #include "driver/fields.hpp"
@@ -56,6 +59,18 @@ void flush_denormals() { _mm_setcsr(_mm_getcsr() | 0x8040); }
 int power_of_two(int e) {
   if (e < 0 || e > 31) return 0;
   return static_cast<std::int32_t>(static_cast<std::uint32_t>(1u) << e);
+}
+
+// The folder of the saved states and Tecplot files is made at the start,
+// so that a missing one does not end the run when the first file is due.
+void make_output_folder(const std::string& outpath) {
+  const std::string dir = strip_blanks(outpath);
+  std::error_code ec;
+  if (dir.empty() || std::filesystem::is_directory(dir, ec)) return;
+  std::filesystem::create_directories(dir, ec);
+  if (ec)
+    std::fprintf(stderr, "riverles: warning: cannot make the output folder \"%s\": %s\n", dir.c_str(),
+                 ec.message().c_str());
 }
 
 // Both side walls get the wall law exactly when their three velocity types
@@ -149,6 +164,7 @@ void startup(MainState& m) {
   if (m.tecplot == 1) m.dttecplot = read_real("dtTecplotItm");
   m.outpath = read_string("outpathItm");
   m.outfile = read_string("outfileItm");
+  if (m.hotout == 1 || m.tecplot == 1) make_output_folder(m.outpath);
 
   FLAGDETER();
 
@@ -273,6 +289,12 @@ int RIVERLES(int argc, char** argv) {
     if (argc != 2) stop_run("Input File not specified");
     MainState m;
     m.casepath = argv[1];
+    // One run at a time on a case; what a killed run left is cleared.
+    std::string refusal;
+    if (orva::CLAIM_CASE(m.casepath, refusal) != 0) {
+      std::fprintf(stderr, "riverles: %s\n", refusal.c_str());
+      throw RunStopped{1};
+    }
     startup(m);
     // The bed stands still: searches and classifications are kept.
     FOOTCACHE(true);
@@ -290,6 +312,7 @@ int RIVERLES(int argc, char** argv) {
     say(std::string("riverles: internal error: ") + e.what());
     status = 2;
   }
+  orva::RELEASE_CASE();
   FOOTCACHE(false);
   FLAGREUSE(false);
   _mm_setcsr(csr);

@@ -15,6 +15,12 @@
 #include <fstream>
 #include <thread>
 
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <cerrno>
+
 namespace orva {
 
 namespace {
@@ -22,6 +28,10 @@ namespace {
 constexpr int kStringLength = 200;  // length of a string condition handed back
 constexpr int kPointerLength = 32;  // length of a name in FlowSolutionPointers
 constexpr double kOpenRetrySeconds = 5.0;
+// How long a run waits for a file that another program holds open: long
+// enough to look at a result in a viewer, short enough that a forgotten
+// viewer does not stall a run for good.
+constexpr double kHeldWaitSeconds = 600.0;
 
 // The library's one attached case.
 struct State {
@@ -56,19 +66,44 @@ bool valid_name(const std::string& name) {
          name.find('/') == std::string::npos;
 }
 
-// Opens `path` with the cgio layer, retrying while another process holds it.
+// Whether another process holds the file open (HDF5 locks a file it opens
+// with flock): our own exclusive lock, tried and let go at once, fails.
+bool held_by_another(const std::string& path) {
+  const int fd = ::open(path.c_str(), O_RDONLY);
+  if (fd < 0) return false;
+  const bool held = ::flock(fd, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK;
+  ::close(fd);
+  return held;
+}
+
+// Opens `path` with the cgio layer.  A failed open is retried for a few
+// seconds; while another program (a viewer looking at a result) holds the
+// file open, the wait goes on for up to kHeldWaitSeconds, with one note on
+// standard error once it has lasted a few seconds.
 int open_with_retry(const std::string& path, int cgio_mode, int& handle) {
   using clock = std::chrono::steady_clock;
-  const auto until = clock::now() + std::chrono::duration<double>(kOpenRetrySeconds);
+  const auto start = clock::now();
+  bool noted = false;
   for (;;) {
     int h = -1;
     if (cgio_open_file(path.c_str(), cgio_mode, cgio_mode == CGIO_MODE_WRITE ? CGIO_FILE_HDF5 : CGIO_FILE_NONE,
                        &h) == CGIO_ERR_NONE) {
+      if (noted) std::fprintf(stderr, "riverles: %s is free again; the run goes on\n", path.c_str());
       handle = h;
       return 0;
     }
     // Only a file that exists can be held by another process.
-    if (clock::now() >= until || (cgio_mode != CGIO_MODE_WRITE && !std::filesystem::exists(path))) return 1;
+    if (cgio_mode != CGIO_MODE_WRITE && !std::filesystem::exists(path)) return 1;
+    const double waited = std::chrono::duration<double>(clock::now() - start).count();
+    const bool held = held_by_another(path);
+    if (waited >= (held ? kHeldWaitSeconds : kOpenRetrySeconds)) return 1;
+    if (held && !noted && waited >= kOpenRetrySeconds) {
+      std::fprintf(stderr,
+                   "riverles: %s is held open by another program (a viewer?); waiting for it to let go "
+                   "(at most %.0f minutes)\n",
+                   path.c_str(), kHeldWaitSeconds / 60.0);
+      noted = true;
+    }
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
   }
 }
@@ -223,6 +258,58 @@ int put_dataclass(double pid) {
 }
 
 }  // namespace
+
+namespace {
+
+int run_lock_fd = -1;
+std::string run_lock_path;
+
+}  // namespace
+
+int CLAIM_CASE(const std::string& path_, std::string& message) {
+  const std::string path = trim(path_);
+  const std::string temp = path + ".temp";
+  std::error_code ec;
+  if (!std::filesystem::exists(path, ec) && !std::filesystem::exists(temp, ec)) return 0;
+  // The run lock: an flock on CASEFILE.run, which the system drops when the
+  // process ends, however it ends.
+  const std::string lockname = path + ".run";
+  const int fd = ::open(lockname.c_str(), O_RDWR | O_CREAT, 0644);
+  if (fd < 0) return 0;  // a folder we cannot write to: nothing to guard
+  if (::flock(fd, LOCK_EX | LOCK_NB) != 0) {
+    ::close(fd);
+    message = "another run is working on " + path + " (it holds " + lockname +
+              "); two runs on one case would overwrite each other's results, so this one does not start";
+    return 1;
+  }
+  const std::string pid = std::to_string(::getpid()) + "\n";
+  if (::ftruncate(fd, 0) == 0 && ::write(fd, pid.data(), pid.size()) < 0) {
+  }
+  run_lock_fd = fd;
+  run_lock_path = lockname;
+  // No other run is at work, so what earlier runs left is stale: a result
+  // lock of a run killed while writing, and the copy of an interrupted
+  // compaction, which is complete when the case itself is gone (the kill
+  // came between the removal of the case and the renaming of the copy).
+  std::filesystem::remove(path + ".lock", ec);
+  if (std::filesystem::exists(temp, ec)) {
+    if (std::filesystem::exists(path, ec))
+      std::filesystem::remove(temp, ec);
+    else
+      std::filesystem::rename(temp, path, ec);
+  }
+  return 0;
+}
+
+void RELEASE_CASE() {
+  if (st.in_result && !st.lockpath.empty()) std::remove(st.lockpath.c_str());
+  st.in_result = false;
+  if (run_lock_fd >= 0) {
+    std::remove(run_lock_path.c_str());
+    ::close(run_lock_fd);
+    run_lock_fd = -1;
+  }
+}
 
 void CG_OPEN_F(const std::string& path, int mode, int& fileid, int& ier) {
   fileid = 0;

@@ -63,6 +63,21 @@ void CG_ORVA_FLUSH_F(const std::string& casepath, int fileid, int& ier);
 // 1 when the host asks the run to stop, else 0.
 void ORVA_CHECK_CANCEL_F(int& cancel);
 
+// ---- Guarding a case against a second run (not part of the host's calls) ----
+
+// Takes the run lock of the case (an flock on "<case>.run", released by the
+// system when the process ends) and clears what earlier runs left: a stale
+// "<case>.lock", and "<case>.temp" of an interrupted compaction (removed, or
+// renamed to the case if the case itself is gone).  Returns 1 with a message
+// when another run holds the case; 0 otherwise (also when neither the case
+// nor its copy exists: the open then reports the missing file).
+int CLAIM_CASE(const std::string& path, std::string& message);
+
+// Lets the case go at the end of a run or at a stop: removes the result lock
+// if a result was being written (leaving the result as far as it got) and
+// the run lock.
+void RELEASE_CASE();
+
 // ---- Case authoring (what a host needs to write a new case) ----
 
 struct Condition {
