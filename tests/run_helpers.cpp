@@ -168,6 +168,13 @@ int count_lines_starting(const std::string& text, const std::string& prefix) {
   return n;
 }
 
+std::string slurp(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::stringstream ss;
+  ss << in.rdbuf();
+  return ss.str();
+}
+
 std::string last_line(const std::string& text) {
   std::istringstream in(text);
   std::string last;

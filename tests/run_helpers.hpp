@@ -50,6 +50,7 @@ std::string run_description(const std::string& example, const std::string& extra
 bool all_finite();
 
 int count_lines_starting(const std::string& text, const std::string& prefix);
+std::string slurp(const std::string& path);
 std::string last_line(const std::string& text);
 
 // Number of results stored in a run's case file, read with the CGNS library.

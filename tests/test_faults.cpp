@@ -3,8 +3,12 @@
 // states, and what a run leaves behind.
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
+#include <cmath>
 #include <filesystem>
 #include <fstream>
+#include <sstream>
 
 #include "run_helpers.hpp"
 
@@ -39,4 +43,109 @@ TEST(Faults, BedsThatBreakTheMarchRunOnWithOneWarning) {
           << "bed " << n << " iIBM " << ibm;
     }
   }
+}
+
+// A bed search that finds nothing (the box bottom far above everything)
+// stops inside a parallel loop: with one thread as with two, the message,
+// the wait and exit status 1, never an abort.
+TEST(Faults, StopFromAParallelLoopIsCleanWithAnyThreadCount) {
+  for (int threads : {1, 2}) {
+    CaseSpec s;
+    s.set("zminItm", 0.2).set("zmaxItm", 0.0);  // every candidate is farther than zmax - zmin
+    const std::string dir = rltest::temp_dir("stop-parallel");
+    s.write(dir + "/case.cgn", ridge);
+    const auto r = rltest::run_solver(dir, {"case.cgn"}, threads);
+    EXPECT_EQ(r.status, 1) << threads;
+    EXPECT_NE(r.out.find("could not find the minimum point"), std::string::npos) << r.out;
+  }
+}
+
+// Degenerate plans (all x equal, or not a number) give no undefined
+// conversion: the run ends with a status, not a signal.
+double nan_bed(double, double) { return std::nan(""); }
+
+TEST(Faults, DegenerateGridsEndWithoutACrash) {
+  for (double lx : {0.0, std::nan("")}) {
+    CaseSpec s;
+    s.lx = lx;
+    s.bed = 0.05;
+    const std::string dir = rltest::temp_dir("degenerate");
+    s.write(dir + "/case.cgn");
+    const auto r = rltest::run_solver(dir, {"case.cgn"}, 1);
+    EXPECT_TRUE(r.status == 0 || r.status == 1) << r.status << r.out;
+  }
+  CaseSpec s;
+  const std::string dir = rltest::temp_dir("degenerate-bed");
+  s.write(dir + "/case.cgn", nan_bed);
+  const auto r = rltest::run_solver(dir, {"case.cgn"}, 1);
+  EXPECT_TRUE(r.status == 0 || r.status == 1) << r.status << r.out;
+}
+
+// A saved state that announces more slot entries than it holds ends in the
+// read error, however large the count.
+TEST(Faults, HugeSlotCountIsAReadError) {
+  CaseSpec s;
+  s.set("HotoutItm", 1).set("dtHotoutItm", 0.01).set("outfileItm", std::string("state"));
+  const std::string dir = rltest::temp_dir("slots");
+  s.write(dir + "/case.cgn");
+  ASSERT_EQ(rltest::run_solver(dir, {"case.cgn"}).status, 0);
+  std::string text;
+  {
+    std::ifstream in(dir + "/state.dat");
+    std::stringstream ss;
+    ss << in.rdbuf();
+    text = ss.str();
+  }
+  for (const char* count : {"1000000000", "2147483647"}) {
+    std::ofstream(dir + "/big.dat") << text.substr(0, text.rfind("0\n")) << count << "\n1 2 3 4 5 6\n7 8 9 10 11 12\n";
+    CaseSpec h = s;
+    h.set("HotstartItm", 1).set("StartfileItm", std::string("big.dat")).set("HotoutItm", 0);
+    h.write(dir + "/case.cgn");
+    const auto r = rltest::run_solver(dir, {"case.cgn"});
+    EXPECT_EQ(r.status, 1);
+    EXPECT_EQ(rltest::last_line(r.out), "ERROR : Failed to read the saved results ...");
+  }
+}
+
+// What a killed run leaves (a result lock, the copy of an interrupted
+// compaction) is cleared by the next run; the output folder is made.
+TEST(Faults, LeftoversAreClearedAndTheOutputFolderMade) {
+  CaseSpec s;
+  s.set("HotoutItm", 1).set("dtHotoutItm", 0.01).set("outpathItm", std::string("out/deeper"));
+  const std::string dir = rltest::temp_dir("leftovers");
+  s.write(dir + "/case.cgn");
+  std::ofstream(dir + "/case.cgn.lock") << "";
+  std::filesystem::copy_file(dir + "/case.cgn", dir + "/case.cgn.temp");
+  auto r = rltest::run_solver(dir, {"case.cgn"});
+  EXPECT_EQ(r.status, 0) << r.out;
+  EXPECT_FALSE(std::filesystem::exists(dir + "/case.cgn.lock"));
+  EXPECT_FALSE(std::filesystem::exists(dir + "/case.cgn.temp"));
+  EXPECT_FALSE(std::filesystem::exists(dir + "/case.cgn.run"));
+  EXPECT_TRUE(std::filesystem::exists(dir + "/out/deeper/run.dat"));
+  // A kill between the removal of the case and the renaming of its
+  // compacted copy: the copy becomes the case.
+  std::filesystem::rename(dir + "/case.cgn", dir + "/case.cgn.temp");
+  r = rltest::run_solver(dir, {"case.cgn"});
+  EXPECT_EQ(r.status, 0) << r.out;
+  EXPECT_EQ(rltest::stored_results(dir + "/case.cgn"), 1);
+}
+
+// A second run on a case that a run is working on refuses to start; the
+// first goes on undisturbed.
+TEST(Faults, SecondRunOnACaseIsRefused) {
+  CaseSpec s;
+  s.set("timetypeItm", 2).set("OTimeItm", 1.0);  // dt 0: runs until cancelled
+  const std::string dir = rltest::temp_dir("two-runs");
+  s.write(dir + "/case.cgn");
+  const std::string cmd = "cd '" + dir + "' && OMP_NUM_THREADS=1 '" RIVERLES_EXE "' case.cgn < /dev/null > first.log 2>&1 &";
+  ASSERT_EQ(std::system(cmd.c_str()), 0);
+  for (int n = 0; n < 200 && rltest::count_lines_starting(rltest::slurp(dir + "/first.log"), "Step Number") < 2; ++n)
+    ::usleep(50000);
+  const auto r = rltest::run_solver(dir, {"case.cgn"});
+  std::ofstream(dir + "/case.cgn.cancel") << "";
+  EXPECT_EQ(r.status, 1);
+  EXPECT_NE(r.out.find("another run is working on case.cgn"), std::string::npos) << r.out;
+  EXPECT_EQ(rltest::count_lines_starting(r.out, "Step Number"), 0);
+  for (int n = 0; n < 200 && std::filesystem::exists(dir + "/case.cgn.run"); ++n) ::usleep(50000);
+  EXPECT_FALSE(std::filesystem::exists(dir + "/case.cgn.run"));
 }
