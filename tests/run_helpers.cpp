@@ -200,3 +200,24 @@ int stored_results(const std::string& casefile) {
 }
 
 }  // namespace rltest
+
+namespace rltest {
+
+int readable_results(const std::string& casefile) {
+  int fn = 0, n = 0, nsols = 0;
+  if (cg_open(casefile.c_str(), CG_MODE_READ, &fn) != CG_OK) return -2;
+  char name[33];
+  if (cg_biter_read(fn, 1, name, &n) != CG_OK) n = 0;
+  cg_nsols(fn, 1, 1, &nsols);
+  cgsize_t size[9];
+  int ok = n <= nsols && cg_zone_read(fn, 1, 1, name, size) == CG_OK;
+  std::vector<double> a(ok ? static_cast<std::size_t>(size[0] * size[1] * size[2]) : 0);
+  const cgsize_t lo[3] = {1, 1, 1}, hi[3] = {size[0], size[1], size[2]};
+  for (int sol = 1; ok && sol <= n; ++sol)
+    for (const char* f : {"VelocityX", "VelocityY", "VelocityZ", "Pressure", "Vorticity", "Coherent"})
+      ok = ok && cg_field_read(fn, 1, 1, sol, f, CGNS_ENUMV(RealDouble), lo, hi, a.data()) == CG_OK;
+  cg_close(fn);
+  return ok ? n : -1;
+}
+
+}  // namespace rltest

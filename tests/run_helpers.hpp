@@ -55,5 +55,9 @@ std::string last_line(const std::string& text);
 
 // Number of results stored in a run's case file, read with the CGNS library.
 int stored_results(const std::string& casefile);
+// Number of results the case file declares, once the CGNS library has opened
+// it and read every declared result's arrays; -1 if a declared result does
+// not read back, -2 if the library cannot open the file.
+int readable_results(const std::string& casefile);
 
 }  // namespace rltest

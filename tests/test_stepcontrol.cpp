@@ -35,7 +35,7 @@ TEST(TimeStep, CapZeroFlowAndHandWorkedCells) {
   visc = 0.01;
   u(0, 1, 1) = -2.0;  // low ghost face of cell 1
   u(1, 1, 1) = 1.0;
-  u(2, 1, 1) = 0.5;
+  u(2, 1, 1) = 3.0;   // high face of cell 2, the last column: the fastest
   v(1, 0, 1) = 0.3;
   v(1, 1, 1) = -0.1;
   w(1, 1, 1) = 0.4;   // top face of cell 1 (kmax)
@@ -44,7 +44,10 @@ TEST(TimeStep, CapZeroFlowAndHandWorkedCells) {
   w(1, 1, 2) = 1.0e6;
   // S = 100 + 25 + 4 = 129, D = 1.29
   // cell 1: 2/0.1 + 1.29 + 0.3/0.2 + 0.4/0.5 = 23.59
-  // cell 2: 1/0.1 + 1.29 + 0/0.2 + 0.8/0.5 = 12.89
+  // cell 2: 3/0.1 + 1.29 + 0/0.2 + 0.8/0.5 = 32.89
+  TIMESTEP();
+  EXPECT_NEAR(dt, 0.5 / 32.89, 1e-15);
+  u(2, 1, 1) = 0.5;  // now cell 1, with the low ghost face, limits
   TIMESTEP();
   EXPECT_NEAR(dt, 0.5 / 23.59, 1e-15);
 

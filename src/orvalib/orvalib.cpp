@@ -214,9 +214,47 @@ int read_reals(const std::string& path, double* out, long expected) {
 
 std::string solution_name(std::size_t n) { return "FlowSolution" + std::to_string(n); }
 
-// Declares all solutions written so far: rewrites the iterative data of the
-// results base and zone, and the copy of the times in the input base, so
-// that the step count, the times and the pointers always agree.
+// Declares all solutions written so far: the iterative data of the results
+// base and zone, and the copy of the times in the input base, so that the
+// step count, the times and the pointers always agree.
+//
+// A kill may come at any instant, and the CGNS library refuses a file whose
+// arrays disagree with the step count.  So every new array is first written
+// whole as a draft beside the old one, under a label the library does not
+// read, and the change is then made one node at a time, each change flushed
+// before the next: the zone's pointers leave, the arrays of the base leave,
+// the step count changes (a count with no arrays is valid), the new arrays
+// come in and the pointers come back.  At every instant the file declares
+// the old or the new number of results, each of them complete.  Every change
+// is among a few nodes (never among the solutions of the zone), so it costs
+// the same however many results are stored.
+constexpr const char* kDraftLabel = "RiverlesDraft_t";
+
+int flush_now() { return cgio_flush_to_disk(st.cgio) == CGIO_ERR_NONE ? 0 : 1; }
+
+// parent/name.draft becomes parent/name with its real label.
+int promote(const std::string& parent, const std::string& name, const char* label) {
+  double pid, id;
+  if (node(parent, pid)) return 1;
+  const Field33 nm(name), lb(label);
+  if (cgio_get_node_id(st.cgio, pid, (name + ".draft").c_str(), &id) != CGIO_ERR_NONE) return 1;
+  if (cgio_set_name(st.cgio, pid, id, nm.c) != CGIO_ERR_NONE || flush_now()) return 1;
+  if (cgio_set_label(st.cgio, id, lb.c) != CGIO_ERR_NONE || flush_now()) return 1;
+  return 0;
+}
+
+// Removes parent/name, flushed.
+int retire(const std::string& parent, const std::string& name) {
+  remove_child(parent, name);
+  return flush_now();
+}
+
+// The step count of a BaseIterativeData node, made if missing.
+int set_steps(double base, int steps, double& id) {
+  const cgsize_t one = 1;
+  return put(base, "BaseIterativeData", "BaseIterativeData_t", "I4", 1, &one, &steps, &id) || flush_now();
+}
+
 int declare_solutions() {
   if (!st.pending) return 0;
   if (ensure_open()) return 1;
@@ -229,17 +267,29 @@ int declare_solutions() {
     pointers.replace(s * kPointerLength, name.size(), name);
   }
   const int steps = static_cast<int>(n);
-  const cgsize_t one = 1;
-  double rb, ib, zone, bid, zid;
+  const std::string rbi = "/ResultBase/BaseIterativeData", ibi = "/InputBase/BaseIterativeData";
+  const std::string zi = "/ResultBase/Zone1/ZoneIterativeData";
+  double rb, ib, zone, bid, zid, iid;
   if (node("/ResultBase", rb) || node("/InputBase", ib) || node("/ResultBase/Zone1", zone)) return 1;
-  if (put(rb, "BaseIterativeData", "BaseIterativeData_t", "I4", 1, &one, &steps, &bid)) return 1;
-  if (put(bid, "TimeValues", "DataArray_t", "R8", 1, &n, st.times.data())) return 1;
-  if (put(bid, "IterationValues", "DataArray_t", "I4", 1, &n, iters.data())) return 1;
-  if (put(zone, "ZoneIterativeData", "ZoneIterativeData_t", "MT", 0, nullptr, nullptr, &zid)) return 1;
+  // The containers: an empty ZoneIterativeData and a BaseIterativeData with
+  // no arrays are valid with any step count.
+  if (node(zi, zid) && put(zone, "ZoneIterativeData", "ZoneIterativeData_t", "MT", 0, nullptr, nullptr, &zid))
+    return 1;
+  if (node(rbi, bid) && set_steps(rb, steps, bid)) return 1;
+  if (node(ibi, iid) && set_steps(ib, steps, iid)) return 1;
+  // The drafts, whole.
   const cgsize_t pdims[2] = {kPointerLength, n};
-  if (put(zid, "FlowSolutionPointers", "DataArray_t", "C1", 2, pdims, pointers.data())) return 1;
-  if (put(ib, "BaseIterativeData", "BaseIterativeData_t", "I4", 1, &one, &steps, &bid)) return 1;
-  if (put(bid, "TimeValues", "DataArray_t", "R8", 1, &n, st.times.data())) return 1;
+  if (put(bid, "TimeValues.draft", kDraftLabel, "R8", 1, &n, st.times.data())) return 1;
+  if (put(bid, "IterationValues.draft", kDraftLabel, "I4", 1, &n, iters.data())) return 1;
+  if (put(zid, "FlowSolutionPointers.draft", kDraftLabel, "C1", 2, pdims, pointers.data())) return 1;
+  if (put(iid, "TimeValues.draft", kDraftLabel, "R8", 1, &n, st.times.data())) return 1;
+  if (flush_now()) return 1;
+  // One node at a time.
+  if (retire(zi, "FlowSolutionPointers") || retire(rbi, "TimeValues") || retire(rbi, "IterationValues")) return 1;
+  if (set_steps(rb, steps, bid)) return 1;
+  if (promote(rbi, "TimeValues", "DataArray_t") || promote(rbi, "IterationValues", "DataArray_t")) return 1;
+  if (promote(zi, "FlowSolutionPointers", "DataArray_t")) return 1;
+  if (retire(ibi, "TimeValues") || set_steps(ib, steps, iid) || promote(ibi, "TimeValues", "DataArray_t")) return 1;
   st.pending = false;
   return 0;
 }
