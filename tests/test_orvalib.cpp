@@ -167,105 +167,6 @@ int base_times(int fn, int b, std::vector<double>& times) {
 
 }  // namespace
 
-TEST_F(Orvalib, KeysRoundTripByNameWithTheirTypes) {
-  const std::string longtext(230, 'q');
-  make_case(3, 2,
-            {ikey("kmaxItm", 5), ikey("TimeInitialItm", -7), rkey("zminItm", -0.25), rkey("epsItm", 1.0e-4),
-             skey("outpathItm", "out dir/x"), skey("StartfileItm", ""), skey("outfileItm", longtext)});
-  open_attach();
-  int iv = 0, ier = 1;
-  double rv = 0.0;
-  std::string sv;
-  CG_ORVA_READ_INTEGER_F("kmaxItm", iv, ier);
-  EXPECT_EQ(ier, 0);
-  EXPECT_EQ(iv, 5);
-  CG_ORVA_READ_INTEGER_F("TimeInitialItm", iv, ier);
-  EXPECT_EQ(ier, 0);
-  EXPECT_EQ(iv, -7);
-  CG_ORVA_READ_REAL_F("zminItm", rv, ier);
-  EXPECT_EQ(ier, 0);
-  EXPECT_EQ(rv, -0.25);
-  CG_ORVA_READ_REAL_F("epsItm", rv, ier);
-  EXPECT_EQ(ier, 0);
-  EXPECT_EQ(rv, 1.0e-4);
-  // Strings come back blank padded to 200; an empty one is all blanks; a
-  // longer one is cut at 200.
-  CG_ORVA_READ_STRING_F("outpathItm", sv, ier);
-  EXPECT_EQ(ier, 0);
-  EXPECT_EQ(sv, padded("out dir/x"));
-  CG_ORVA_READ_STRING_F("StartfileItm", sv, ier);
-  EXPECT_EQ(ier, 0);
-  EXPECT_EQ(sv, std::string(200, ' '));
-  CG_ORVA_READ_STRING_F("outfileItm", sv, ier);
-  EXPECT_EQ(ier, 0);
-  EXPECT_EQ(sv, std::string(200, 'q'));
-  // A key given blank padded, as a fixed-length string, is the same key.
-  CG_ORVA_READ_INTEGER_F(padded("kmaxItm"), iv, ier);
-  EXPECT_EQ(ier, 0);
-  EXPECT_EQ(iv, 5);
-
-  // Missing keys and wrong types are errors, and leave the value alone.
-  iv = 42;
-  CG_ORVA_READ_INTEGER_F("igammaItm", iv, ier);
-  EXPECT_NE(ier, 0);
-  EXPECT_EQ(iv, 42);
-  CG_ORVA_READ_INTEGER_F("KmaxItm", iv, ier);  // case matters
-  EXPECT_NE(ier, 0);
-  rv = 3.5;
-  CG_ORVA_READ_REAL_F("zmaxItm", rv, ier);
-  EXPECT_NE(ier, 0);
-  EXPECT_EQ(rv, 3.5);
-  CG_ORVA_READ_STRING_F("outfile", sv, ier);
-  EXPECT_NE(ier, 0);
-  CG_ORVA_READ_INTEGER_F("zminItm", iv, ier);  // a real is not an integer
-  EXPECT_NE(ier, 0);
-  CG_ORVA_READ_STRING_F("kmaxItm", sv, ier);  // nor a string
-  EXPECT_NE(ier, 0);
-  CG_ORVA_READ_INTEGER_F("outpathItm", iv, ier);
-  EXPECT_NE(ier, 0);
-  CG_ORVA_READ_INTEGER_F(std::string(40, 'k'), iv, ier);  // longer than a node name
-  EXPECT_NE(ier, 0);
-  // An integer key may be read as a real.
-  CG_ORVA_READ_REAL_F("kmaxItm", rv, ier);
-  EXPECT_EQ(ier, 0);
-  EXPECT_EQ(rv, 5.0);
-
-  // After a flush the file is closed; reads reopen it.
-  CG_ORVA_FLUSH_F(path, 1, ier);
-  EXPECT_EQ(ier, 0);
-  CG_ORVA_READ_REAL_F("zminItm", rv, ier);
-  EXPECT_EQ(ier, 0);
-  EXPECT_EQ(rv, -0.25);
-}
-
-TEST_F(Orvalib, GridAndElevationComeIFastest) {
-  make_case(9, 5, {});
-  open_attach();
-  int ni = 0, nj = 0, ier = 1;
-  CG_ORVA_GOTOGRIDCOORD2D_F(ni, nj, ier);
-  ASSERT_EQ(ier, 0);
-  EXPECT_EQ(ni, 9);
-  EXPECT_EQ(nj, 5);
-  std::vector<double> x(45, -1.0), y(45, -1.0), e(45, -1.0);
-  CG_ORVA_GETGRIDCOORD2D_F(x.data(), y.data(), ier);
-  ASSERT_EQ(ier, 0);
-  EXPECT_DOUBLE_EQ(x[0], 0.0);
-  EXPECT_DOUBLE_EQ(x[1], 0.1);  // the next in memory is the next i
-  EXPECT_DOUBLE_EQ(y[1], 0.0);
-  EXPECT_DOUBLE_EQ(x[9], 0.0);  // one row further is the next j
-  EXPECT_DOUBLE_EQ(y[9], 0.05);
-  EXPECT_DOUBLE_EQ(x[44], 0.8);
-  EXPECT_DOUBLE_EQ(y[44], 0.2);
-  CG_ORVA_READ_GRID_REAL_NODE_F("Elevation", e.data(), ier);
-  ASSERT_EQ(ier, 0);
-  EXPECT_EQ(e[0], 0.0);
-  EXPECT_EQ(e[3 + 9 * 2], 203.0);
-  EXPECT_EQ(e[8 + 9 * 4], 408.0);
-  EXPECT_EQ(e[44], 408.0);
-  CG_ORVA_READ_GRID_REAL_NODE_F("Roughness", e.data(), ier);
-  EXPECT_NE(ier, 0);
-}
-
 TEST_F(Orvalib, ResultsReadBackThroughTheMidLevelLibrary) {
   const int ni = 4, nj = 3, nk = 5;
   make_case(ni, nj, {ikey("kmaxItm", 2)});
@@ -374,45 +275,6 @@ TEST_F(Orvalib, ResultsReadBackThroughTheMidLevelLibrary) {
   cg_close(fn);
 }
 
-TEST_F(Orvalib, ReattachingClearsResultsAndTheFileDoesNotGrow) {
-  const int ni = 9, nj = 5, nk = 9;
-  make_case(ni, nj, {ikey("kmaxItm", 3)});
-  std::vector<std::uintmax_t> sizes;
-  for (int run = 0; run < 4; ++run) {
-    open_attach();
-    if (run == 3) {
-      // Right after attaching, nothing of the earlier runs is left.
-      int ier;
-      CG_CLOSE_F(1, ier);
-      int fn;
-      ASSERT_EQ(cg_open(path.c_str(), CG_MODE_READ, &fn), CG_OK);
-      int nz = -1;
-      cg_nzones(fn, 1, &nz);
-      EXPECT_EQ(nz, 0);
-      std::vector<double> t;
-      EXPECT_EQ(base_times(fn, 1, t), -1);
-      EXPECT_EQ(base_times(fn, 2, t), -1);
-      cg_close(fn);
-      open_attach();
-    }
-    write_grid3(ni, nj, nk);
-    first_result(0.0);
-    for (int s = 2; s <= 4; ++s) loop_result(s, 0.1 * (s - 1));
-    int ier;
-    CG_CLOSE_F(1, ier);
-    sizes.push_back(fs::file_size(path));
-  }
-  // Each run leaves four results of 6 x 405 doubles (about 78 kB), not more.
-  for (std::size_t r = 1; r < sizes.size(); ++r) EXPECT_LE(sizes[r], sizes[0] + 4096) << "run " << r;
-  EXPECT_LT(sizes[3], 2 * 4 * 6 * 405 * 8);
-  int fn;
-  ASSERT_EQ(cg_open(path.c_str(), CG_MODE_READ, &fn), CG_OK);
-  int nsols = 0;
-  cg_nsols(fn, 1, 1, &nsols);
-  EXPECT_EQ(nsols, 4);
-  cg_close(fn);
-}
-
 TEST_F(Orvalib, LockFileOnlyWhileAResultIsOpenAndCancelFile) {
   make_case(3, 3, {});
   open_attach();
@@ -454,43 +316,6 @@ TEST_F(Orvalib, LockFileOnlyWhileAResultIsOpenAndCancelFile) {
   EXPECT_NE(ier, 0);
 }
 
-TEST_F(Orvalib, AppendCostDoesNotGrowWithStoredResults) {
-  const int ni = 9, nj = 5, nk = 9;
-  make_case(ni, nj, {});
-  open_attach();
-  write_grid3(ni, nj, nk);
-  first_result(0.0);
-  using clock = std::chrono::steady_clock;
-  // Mean time of appending results first..last (1-based solution numbers).
-  auto append = [&](int first, int last) {
-    const auto t0 = clock::now();
-    for (int s = first; s <= last; ++s) loop_result(s, 0.01 * s);
-    return std::chrono::duration<double, std::milli>(clock::now() - t0).count() / (last - first + 1);
-  };
-  append(2, 5);
-  const double after5 = append(6, 10);
-  // Fill up to 500 quickly: results written back to back, flushed once.
-  for (int s = 11; s <= 500; ++s) {
-    int ier = 1;
-    CG_ORVA_WRITE_SOL_TIME_F(0.01 * s, ier);
-    ASSERT_EQ(ier, 0);
-    write_arrays(s);
-  }
-  int ier = 1;
-  CG_ORVA_FLUSH_F(path, 1, ier);
-  ASSERT_EQ(ier, 0);
-  const double after500 = append(501, 505);
-  std::cout << "[ orvalib  ] append of one result (9x5x9 nodes): after 5 stored " << after5
-            << " ms, after 500 stored " << after500 << " ms\n";
-  EXPECT_LT(after500, 5.0 * after5 + 1.0);
-  CG_CLOSE_F(1, ier);
-  int fn;
-  ASSERT_EQ(cg_open(path.c_str(), CG_MODE_READ, &fn), CG_OK);
-  std::vector<double> t;
-  EXPECT_EQ(base_times(fn, 1, t), 505);
-  cg_close(fn);
-}
-
 TEST_F(Orvalib, AfterARunTheOutsideCheckerFindsNothingAtLevelsOneAndTwo) {
   const char* checker = "/usr/bin/cgnscheck";
   if (!fs::exists(checker)) GTEST_SKIP() << "cgnscheck is not installed";
@@ -518,6 +343,7 @@ TEST_F(Orvalib, AfterARunTheOutsideCheckerFindsNothingAtLevelsOneAndTwo) {
   }
 }
 
+// A viewer holding the case file open: the open waits until it lets go.
 TEST_F(Orvalib, OpenWaitsWhileAnotherProcessHoldsTheFile) {
   make_case(3, 3, {ikey("kmaxItm", 1)});
   int ready[2];
@@ -529,7 +355,7 @@ TEST_F(Orvalib, OpenWaitsWhileAnotherProcessHoldsTheFile) {
     int h = -1;
     const char ok = cgio_open_file(path.c_str(), CGIO_MODE_MODIFY, CGIO_FILE_NONE, &h) == CGIO_ERR_NONE ? 1 : 0;
     if (::write(ready[1], &ok, 1) != 1) ::_exit(2);
-    ::usleep(700000);
+    ::sleep(7);  // longer than the few seconds a plain failed open is retried
     if (ok) cgio_close_file(h);
     ::_exit(0);
   }
@@ -545,7 +371,7 @@ TEST_F(Orvalib, OpenWaitsWhileAnotherProcessHoldsTheFile) {
   int status = 0;
   ::waitpid(child, &status, 0);
   EXPECT_EQ(ier, 0);
-  EXPECT_GT(waited, 0.3);  // it had to wait for the other process
+  EXPECT_GT(waited, 6.5);  // it waited for the other process to let go
   int iv = 0;
   CG_ORVA_READ_INTEGER_F("kmaxItm", iv, ier);
   EXPECT_EQ(ier, 0);

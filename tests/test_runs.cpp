@@ -175,14 +175,3 @@ TEST(Runs, RerunReplacesResultsWithoutGrowingTheFile) {
   EXPECT_LE(size2, size1 + size1 / 20) << size1 << " -> " << size2;
   EXPECT_FALSE(std::filesystem::exists(run.file + ".lock"));
 }
-
-TEST(Runs, OneThreadIsDeterministic) {
-  CaseSpec s;
-  s.set("iPerturbItm", 1).set("amplitudeItm", 0.01).set("iBedPerturbItm", 1).set("BAmplitudeItm", 0.01);
-  s.set("timetypeItm", 0).set("endtimeItm", 0.1);
-  auto a = run_case(s, "det");
-  auto b = run_case(s, "det");
-  ASSERT_EQ(a.r.status, 0);
-  EXPECT_EQ(a.r.out, b.r.out);
-  EXPECT_GE(count_lines_starting(a.r.out, "Step Number"), 1);
-}

@@ -73,58 +73,6 @@ TEST(TimeStep, CapZeroFlowAndHandWorkedCells) {
   EXPECT_EQ(dt, 1.0);
 }
 
-// Discharge through the first section i = 0 with a cut cell: only flag -1
-// is skipped, the wet height is the distance from the face's bed height
-// (mean of the two columns) to the cell top, limited to dz, negative when
-// the top lies under the bed.
-TEST(Forces, DischargeWithCutCellAndController) {
-  grid(2, 2, 4);
-  dy = 0.5;
-  dz = 0.25;
-  zmin = 0.0;
-  discharge = 1.0;
-  gravity = 9.81;
-  for (int j = 0; j <= 3; ++j)
-    for (int i = 0; i <= 3; ++i) bed(i, j) = 0.0;
-  bed(0, 1) = 0.3;
-  bed(1, 1) = 0.4;  // Hb = 0.35 for j = 1
-  bed(0, 2) = 0.6;
-  bed(1, 2) = 0.6;  // Hb = 0.6 for j = 2
-  flagu.fill(1);
-  uo.fill(100.0);  // everything outside the section or the range is ignored
-  flagu(0, 1, 1) = -1;
-  uo(0, 1, 1) = 5.0;  // solid, skipped
-  flagu(0, 1, 2) = 0;
-  uo(0, 1, 2) = 1.0;  // h = -0.35 + 0.5 = 0.15
-  uo(0, 1, 3) = 2.0;  // h = 0.4 -> 0.25
-  uo(0, 1, 4) = 3.0;  // h -> 0.25
-  uo(0, 2, 1) = 4.0;  // flag 1 under the bed: h = -0.6 + 0.25 = -0.35
-  flagu(0, 2, 2) = -1;
-  uo(0, 2, 3) = 1.5;  // h = 0.15
-  uo(0, 2, 4) = 2.5;  // h -> 0.25
-  for (int k = 0; k <= 5; ++k) flagu(0, 0, k) = flagu(0, 3, k) = -1;
-  // sum = 0.5*(0.15 + 0.5 + 0.75) + 0.5*(-1.4 + 0.225 + 0.625) = 0.425
-  FORCES();
-  EXPECT_NEAR(forcex, (1.0 - 0.425) * 100.0, 1e-12);
-  EXPECT_EQ(forcey, 0.0);
-  EXPECT_EQ(forcez, -9.81);
-
-  // Above the target the controller brakes; a section all solid measures 0.
-  discharge = 0.2;
-  FORCES();
-  EXPECT_NEAR(forcex, (0.2 - 0.425) * 100.0, 1e-12);
-  flagu.fill(-1);
-  FORCES();
-  EXPECT_DOUBLE_EQ(forcex, 20.0);
-
-  // An empty section likewise.
-  grid(2, 0, 4);
-  uo.fill(1.0);
-  flagu.fill(1);
-  FORCES();
-  EXPECT_DOUBLE_EQ(forcex, 20.0);
-}
-
 // SAVEOLD copies 0..n+1 in all directions and leaves the -1 layers;
 // ZEROFLAGGED zeroes exactly the positions flagged -1 (not the forcing
 // points), whatever dt is: the threshold on dt belongs to its caller.

@@ -28,13 +28,6 @@ std::string fresh_dir(const std::string& name) {
   return d.string();
 }
 
-std::vector<std::string> read_lines(const std::string& name) {
-  std::ifstream f(name);
-  std::vector<std::string> lines;
-  std::string l;
-  while (std::getline(f, l)) lines.push_back(l);
-  return lines;
-}
 
 std::string field(double x) {
   char buf[40];
@@ -102,19 +95,6 @@ bool close_to(double got, double want, double rel) {
 
 }  // namespace
 
-TEST(Tecplot, FileName) {
-  EXPECT_EQ(rl::tecplot_file_name("out", "run", 12), "out/run12.plt");
-  EXPECT_EQ(rl::tecplot_file_name("  out  ", "   run   ", 12), "out/run12.plt");
-  EXPECT_EQ(rl::tecplot_file_name("out" + std::string(197, ' '), "run" + std::string(197, ' '), 0), "out/run0.plt");
-  EXPECT_EQ(rl::tecplot_file_name("o", "r", 1234567), "o/r1234567.plt");
-  // The time 3.2 with a Tecplot interval of 0.5 gives file number 6.
-  EXPECT_EQ(rl::tecplot_file_name("o", "r", static_cast<int>(3.2 / 0.5)), "o/r6.plt");
-  // A name longer than 200 characters is cut there.
-  const std::string longname = rl::tecplot_file_name(std::string(195, 'a'), "bcd", 7);
-  EXPECT_EQ(longname.size(), 200u);
-  EXPECT_EQ(longname, std::string(195, 'a') + "/bcd7");
-}
-
 TEST(Tecplot, FieldFormat) {
   EXPECT_EQ(field(1.0), " .10000000000000E+01");
   EXPECT_EQ(field(0.0), " .00000000000000E+00");
@@ -147,83 +127,6 @@ TEST(Tecplot, FieldFormat) {
     }
     EXPECT_EQ(s[0], ' ');
   }
-}
-
-TEST(Tecplot, TinyCaseValueByValue) {
-  set_tiny_case(1.0);
-  const std::string dir = fresh_dir("tiny");
-  // An older, longer file of the same name is written over from its start.
-  {
-    std::ofstream old(dir + "/run12.plt");
-    for (int n = 0; n < 100; ++n) old << "stale line " << n << "\n";
-  }
-  rl::WRITETECPLOT("  " + dir + "  ", "  run   ", 12);
-  const std::vector<std::string> lines = read_lines(dir + "/run12.plt");
-  ASSERT_EQ(lines.size(), 3u + 3 * 2 * 3);
-  EXPECT_EQ(lines[0], " TITLE = \"3D Navier-Stockes Equations\" ");
-  EXPECT_EQ(lines[1], " VARIABLES = x, y, z, u, v, w, vort, Q ");
-  EXPECT_EQ(lines[2], " ZONE , i=3 j= 2 K= 3, F=POINT");
-
-  // k outer, j middle, i inner.
-  const std::string zeros = field(0.0) + field(0.0) + field(0.0) + field(0.0) + field(0.0);
-  std::size_t n = 3;
-  int blanked = 0;
-  for (int k = 0; k <= 2; ++k)
-    for (int j = 0; j <= 1; ++j)
-      for (int i = 0; i <= 2; ++i, ++n) {
-        const std::string& l = lines[n];
-        ASSERT_EQ(l.size(), 160u) << l;
-        const Expected e = expected_at(i, j, k);
-        const double want[8] = {e.x, e.y, e.z, e.u, e.v, e.w, e.vort, e.q};
-        for (int f = 0; f < 8; ++f) {
-          const std::string s = l.substr(static_cast<std::size_t>(20 * f), 20);
-          EXPECT_EQ(s, field(want[f])) << "node " << i << "," << j << "," << k << " value " << f;
-          EXPECT_TRUE(close_to(std::strtod(s.c_str(), nullptr), want[f], 1e-14)) << s;
-        }
-        if (l.substr(60) == zeros) ++blanked;
-      }
-  // Blanked, for both j: i = 1 at k = 0 (under the bed) and k = 1 (exactly
-  // at it), i = 2 at every k (under it, and exactly at it for k = 2).
-  EXPECT_EQ(blanked, 2 * 5);
-  // A spot check written out by hand: node (1,1,2), above the bed.
-  // u = 3 + 5*1.5 + 7*2.5 - 20 = 8, v = -3 + 9 + 10 + 0.125 = 16.125,
-  // w = 9 - 4.5 + 22 = 26.5, vort = 1.5 + 3 + 10 = 14.5, Q = 1.5 - 12 + 1.25 = -9.25.
-  EXPECT_EQ(lines[3 + 1 + 3 * 1 + 6 * 2],
-            " .15000000000000E+01 -.75000000000000E+0 .10000000000000E+01 .80000000000000E+01"
-            " .16125000000000E+02 .26500000000000E+02 .14500000000000E+02 -.92500000000000E+1");
-  // Node (1,0,1) sits exactly at the bed height 0.5; its x, y, z stay.
-  EXPECT_EQ(lines[3 + 1 + 0 + 6 * 1],
-            " .15000000000000E+01 -.10000000000000E+1 .50000000000000E+00" + zeros);
-}
-
-TEST(Tecplot, BedFileOnItsFixedPath) {
-  set_tiny_case(1.0);
-  rl::bed(0, 0) = 0.3;  // node (0,0) mean: (0.3 + 0 - 1 + 0) / 4 = -0.175
-  const std::string dir = fresh_dir("bed");
-  fs::create_directories(fs::path(dir) / "c:" / "temp");
-  const fs::path here = fs::current_path();
-  fs::current_path(dir);
-  rl::WRITETECBED(3);
-  fs::current_path(here);
-  const std::vector<std::string> lines = read_lines(dir + "/c:/temp/tecbedform3.plt");
-  ASSERT_EQ(lines.size(), 3u + 3 * 2);
-  EXPECT_EQ(lines[0], " TITLE = \"3D Navier-Stockes Equations\" ");
-  EXPECT_EQ(lines[1], " VARIABLES = x, y, z");
-  EXPECT_EQ(lines[2], " ZONE , i=3 j= 2, F=POINT");
-  const double B[3] = {-0.5, 0.5, 1.0};
-  std::size_t n = 3;
-  for (int j = 0; j <= 1; ++j)
-    for (int i = 0; i <= 2; ++i, ++n) {
-      ASSERT_EQ(lines[n][0], ' ');
-      std::istringstream s(lines[n]);
-      double x, y, z;
-      std::string rest;
-      ASSERT_TRUE(static_cast<bool>(s >> x >> y >> z)) << lines[n];
-      EXPECT_FALSE(static_cast<bool>(s >> rest));
-      EXPECT_EQ(x, 1.0 + 0.5 * i);
-      EXPECT_EQ(y, -1.0 + 0.25 * j);
-      EXPECT_EQ(z, (i == 0 && j == 0) ? (0.3 + 0.0 + -1.0 + 0.0) * 0.25 : B[i]) << lines[n];
-    }
 }
 
 // ParaView's Tecplot reader takes the file and finds the same grid and
