@@ -1,6 +1,6 @@
 #!/bin/bash
 # Installs what riverles needs on a Debian machine (as root) and builds it.
-#   scripts/setup.sh [--tests] [BUILD_TYPE] [BUILD_DIR]
+#   scripts/setup.sh [--tests] [BUILD_TYPE] [BUILD_DIR] [CMAKE OPTIONS...]
 # --tests also installs the outside readers the tests use (cgnscheck,
 # ParaView's Python, a virtual X server).
 set -euo pipefail
@@ -10,6 +10,7 @@ with_tests=0
 if [ "${1:-}" = "--tests" ]; then with_tests=1; shift; fi
 build_type=${1:-Release}
 build_dir=${2:-build}
+shift $(( $# < 2 ? $# : 2 ))  # the rest goes to CMake
 
 pkgs="g++ cmake make libcgns-dev libhdf5-dev libgtest-dev googletest"
 [ $with_tests = 1 ] && pkgs="$pkgs cgns-convert python3-paraview xvfb xauth"
@@ -24,5 +25,5 @@ if [ -n "$missing" ]; then
   apt-get install -y -qq $missing > /dev/null
 fi
 
-cmake -S . -B "$build_dir" -DCMAKE_BUILD_TYPE="$build_type" > /dev/null
+cmake -S . -B "$build_dir" -DCMAKE_BUILD_TYPE="$build_type" "$@" > /dev/null
 cmake --build "$build_dir" -j"$(nproc)"

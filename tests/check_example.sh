@@ -1,7 +1,8 @@
 #!/bin/bash
 # Runs the flat-channel example and hands its case file to outside readers:
-# cgnscheck (no errors, no warnings at levels 1 and 2) and ParaView's CGNS
-# reader (one time step per result, the six arrays).
+# cgnscheck (no errors, no warnings at levels 1 and 2), ParaView's CGNS
+# reader (one time step per result, the six arrays) and its Tecplot reader
+# (the node grid and the five fields of a Tecplot file).
 #   check_example.sh RIVERLES RIVERLES_CASE SOURCE_DIR
 set -uo pipefail
 riverles=$1 casetool=$2 src=$3
@@ -9,7 +10,9 @@ work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 fail() { echo "FAILED: $*"; exit 1; }
 
-"$casetool" "$src/examples/flat-channel.txt" "$work/flat.cgn" || fail "riverles-case"
+# The example with Tecplot files at t = 2 and 4 as well.
+{ cat "$src/examples/flat-channel.txt"; printf 'TecplotItm 1\ndtTecplotItm 2.0\n'; } > "$work/flat.txt"
+"$casetool" "$work/flat.txt" "$work/flat.cgn" || fail "riverles-case"
 (cd "$work" && "$riverles" flat.cgn < /dev/null > run.log) || fail "riverles exit status $?"
 results=$(( $(grep -c '^Writing Orva output' "$work/run.log") + 1 ))
 echo "riverles: $(grep -c '^Step Number' "$work/run.log") steps, $results results"
@@ -35,7 +38,8 @@ fi
 if command -v pvpython > /dev/null; then
   runner=""
   command -v xvfb-run > /dev/null && runner="xvfb-run -a"
-  $runner pvpython "$src/tests/pv_check_case.py" "$work/flat.cgn" "$results" || fail "ParaView reader"
+  $runner pvpython "$src/tests/pv_check_case.py" "$work/flat.cgn" "$results" "$work/riverles2.plt" ||
+    fail "ParaView readers"
 else
   echo "pvpython not installed (Debian package python3-paraview): skipped"
 fi

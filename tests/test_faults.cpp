@@ -7,12 +7,15 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <cmath>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
 
 #include "run_helpers.hpp"
+// After the case library, whose names the CGNS macros would replace.
+#include <cgns_io.h>
 
 using rltest::CaseSpec;
 
@@ -113,7 +116,7 @@ TEST(Faults, HugeSlotCountIsAReadError) {
 // compaction) is cleared by the next run; the output folder is made.
 TEST(Faults, LeftoversAreClearedAndTheOutputFolderMade) {
   CaseSpec s;
-  s.set("HotoutItm", 1).set("dtHotoutItm", 0.01).set("outpathItm", std::string("out/deeper"));
+  s.set("HotoutItm", 1).set("dtHotoutItm", 0.01).set("outpathItm", std::string("out/deeper")).set("OTimeItm", 0.02);
   const std::string dir = rltest::temp_dir("leftovers");
   s.write(dir + "/case.cgn");
   std::ofstream(dir + "/case.cgn.lock") << "";
@@ -129,7 +132,7 @@ TEST(Faults, LeftoversAreClearedAndTheOutputFolderMade) {
   std::filesystem::rename(dir + "/case.cgn", dir + "/case.cgn.temp");
   r = rltest::run_solver(dir, {"case.cgn"});
   EXPECT_EQ(r.status, 0) << r.out;
-  EXPECT_EQ(rltest::stored_results(dir + "/case.cgn"), 1);
+  EXPECT_EQ(rltest::stored_results(dir + "/case.cgn"), 3);
 }
 
 // A second run on a case that a run is working on refuses to start; the
@@ -202,4 +205,37 @@ TEST(Faults, KillDuringAResultWriteLeavesAReadableFile) {
     EXPECT_GE(n, seen - 1) << "trial " << trial;
   }
   EXPECT_LE(unopenable, 3);
+}
+
+// A viewer holding the case file for longer than a failed open is retried
+// (7 s): the open waits until it lets go.
+TEST(Faults, HeldCaseFileIsWaitedFor) {
+  CaseSpec s;
+  const std::string path = rltest::temp_dir("held") + "/case.cgn";
+  s.write(path);
+  int ready[2];
+  ASSERT_EQ(::pipe(ready), 0);
+  const pid_t child = ::fork();
+  ASSERT_GE(child, 0);
+  if (child == 0) {
+    int h = -1;
+    const char ok = cgio_open_file(path.c_str(), CGIO_MODE_MODIFY, CGIO_FILE_NONE, &h) == CGIO_ERR_NONE ? 1 : 0;
+    if (::write(ready[1], &ok, 1) != 1) ::_exit(2);
+    ::sleep(7);
+    if (ok) cgio_close_file(h);
+    ::_exit(0);
+  }
+  char ok = 0;
+  ASSERT_EQ(::read(ready[0], &ok, 1), 1);
+  ASSERT_EQ(ok, 1);
+  const auto t0 = std::chrono::steady_clock::now();
+  int fid = 0, ier = 1, kmax = 0;
+  orva::CG_OPEN_F(path, orva::CG_MODE_MODIFY, fid, ier);
+  const double waited = std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
+  ::waitpid(child, nullptr, 0);
+  EXPECT_EQ(ier, 0);
+  EXPECT_GT(waited, 6.5);
+  orva::CG_ORVA_READ_INTEGER_F("kmaxItm", kmax, ier);
+  EXPECT_EQ(kmax, 3);
+  orva::CG_CLOSE_F(fid, ier);
 }
