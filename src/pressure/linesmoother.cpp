@@ -38,16 +38,6 @@ void ensure_smooth_work(int nz) {
   }
 }
 
-// What the column solves of one level share.
-struct LineSystem {
-  double* phi;
-  const double* src;
-  std::ptrdiff_t sj, sk;
-  double cx, cy, cz;
-  const double* be;  // diagonal after the first elimination pass, be[1..nz]
-  int nz;
-};
-
 // Solves R columns at once: column r is (i0 - r, j0 + r).  These columns
 // touch no common neighbour, so they are independent; interleaving their
 // recurrences lets the processor overlap the divisions.  Every column gets
@@ -141,14 +131,8 @@ void rows(const LineSystem& s, int nx, int jb, int je, double* d) {
 }  // namespace
 
 LineSmoother::LineSmoother(Array3<double>& phi, const Array3<double>& src, double cx, double cy, double cz,
-                           double diag, int bottom, int top, int nz)
-    : sj_(phi.sj()), sk_(phi.sk()), cx_(cx), cy_(cy), cz_(cz), nz_(nz) {
+                           double diag, int bottom, int top, int nz) {
   ensure_smooth_work(nz);
-  // phi and src of a level have the same bounds, so one offset from the
-  // element (0,0,0) serves both.
-  const std::ptrdiff_t origin = phi.index(0, 0, 0);
-  phi_ = phi.data() + origin;
-  src_ = src.data() + origin;
   // The first elimination pass of the Thomas algorithm depends on the
   // matrix only, so it is done once here, with exactly the operations it
   // takes for each column:  b(k+1) = b(k+1) - a(k+1) * c(k) / b(k).
@@ -159,14 +143,16 @@ LineSmoother::LineSmoother(Array3<double>& phi, const Array3<double>& src, doubl
     be[nz] = be[nz] + cz * static_cast<double>(top);
   }
   for (int k = 1; k <= nz - 1; ++k) be[k + 1] = be[k + 1] - cz * cz / be[k];
-  be_ = be;
+  // phi and src of a level have the same bounds, so one offset from the
+  // element (0,0,0) serves both.
+  const std::ptrdiff_t origin = phi.index(0, 0, 0);
+  sys_ = LineSystem{phi.data() + origin, src.data() + origin, phi.sj(), phi.sk(), cx, cy, cz, be, nz};
 }
 
 void LineSmoother::sweep_rows(int nx, int jb, int je) const {
-  if (nz_ < 1) return;
-  const LineSystem s{phi_, src_, sj_, sk_, cx_, cy_, cz_, be_, nz_};
+  if (sys_.nz < 1) return;
   double* d = smooth_work.data() + smooth_stride * static_cast<std::size_t>(1 + omp_get_thread_num());
-  rows(s, nx, jb, je, d);
+  rows(sys_, nx, jb, je, d);
 }
 
 }  // namespace rl

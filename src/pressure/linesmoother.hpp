@@ -17,9 +17,21 @@
 // threads; nothing is allocated inside a solve.
 #pragma once
 
+#include <cstddef>
+
 #include "common/array.hpp"
 
 namespace rl {
+
+// What the column solves of one level share.
+struct LineSystem {
+  double* phi;        // element (0, 0, 0) of phi
+  const double* src;  // element (0, 0, 0) of src
+  std::ptrdiff_t sj, sk;
+  double cx, cy, cz;
+  const double* be;  // diagonal after the first elimination pass, be[1..nz]
+  int nz;
+};
 
 class LineSmoother {
  public:
@@ -33,12 +45,7 @@ class LineSmoother {
   void sweep_rows(int nx, int jb, int je) const;
 
  private:
-  double* phi_;
-  const double* src_;
-  std::ptrdiff_t sj_, sk_;
-  double cx_, cy_, cz_;
-  const double* be_;  // diagonal after the first elimination pass, be[1..nz]
-  int nz_;
+  LineSystem sys_;
 };
 
 }  // namespace rl
