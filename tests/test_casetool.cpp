@@ -61,8 +61,7 @@ class CaseTool : public ::testing::Test {
     ASSERT_EQ(ier, 0);
   }
 
-  std::vector<double> elevation(int& ni, int& nj, std::vector<double>* x = nullptr,
-                                std::vector<double>* y = nullptr) {
+  std::vector<double> elevation(int& ni, int& nj) {
     int ier = 1;
     orva::CG_ORVA_GOTOGRIDCOORD2D_F(ni, nj, ier);
     EXPECT_EQ(ier, 0);
@@ -71,55 +70,13 @@ class CaseTool : public ::testing::Test {
     EXPECT_EQ(ier, 0);
     orva::CG_ORVA_READ_GRID_REAL_NODE_F("Elevation", e.data(), ier);
     EXPECT_EQ(ier, 0);
-    if (x) *x = xx;
-    if (y) *y = yy;
     return e;
-  }
-
-  static int ikey(const char* k) {
-    int v = -999, ier = 1;
-    orva::CG_ORVA_READ_INTEGER_F(k, v, ier);
-    EXPECT_EQ(ier, 0) << k;
-    return v;
-  }
-  static double rkey(const char* k) {
-    double v = -999;
-    int ier = 1;
-    orva::CG_ORVA_READ_REAL_F(k, v, ier);
-    EXPECT_EQ(ier, 0) << k;
-    return v;
-  }
-  static std::string skey(const char* k) {
-    std::string v;
-    int ier = 1;
-    orva::CG_ORVA_READ_STRING_F(k, v, ier);
-    EXPECT_EQ(ier, 0) << k;
-    return v.substr(0, v.find_last_not_of(' ') + 1);
-  }
-
-  // Number of conditions stored in the case.
-  int count_conditions() {
-    int fn, n = -1;
-    if (cg_open(casefile.c_str(), CG_MODE_READ, &fn) != CG_OK) return -1;
-    if (cg_gopath(fn, "/InputBase/CalculationConditions") == CG_OK) cg_narrays(&n);
-    cg_close(fn);
-    return n;
   }
 
   fs::path dir;
   std::string casefile;
   std::string message;
 };
-
-const char* const kAllKeys[44] = {
-    "kmaxItm",      "zminItm",       "zmaxItm",        "viscItm",       "densItm",      "gravityItm",
-    "dischargeItm", "timetypeItm",   "timestepItm",    "cflItm",        "xBoundItm",    "yBoundItm",
-    "zBoundItm",    "InitialItm",    "xInitItm",       "yInitItm",      "zInitItm",     "iPerturbItm",
-    "amplitudeItm", "iBedPerturbItm", "BAmplitudeItm", "starttimeItm",  "endtimeItm",   "HotstartItm",
-    "StartfileItm", "TimeInitialItm", "OTimeItm",      "HotoutItm",     "dtHotoutItm",  "TecplotItm",
-    "dtTecplotItm", "outpathItm",    "outfileItm",     "BedItm",        "SedimentItm",  "RoughItm",
-    "smagorinskyItm", "iIBMItm",     "iCycleItm",      "igammaItm",     "ipresItm",     "ipostsItm",
-    "kpoismaxItm",  "epsItm"};
 
 }  // namespace
 

@@ -27,45 +27,6 @@ void box(int I, int J, int K, double dzz, double z0, int word, double b) {
   bed.fill(b);
 }
 
-// Flat bed exactly on the w plane k = 2: that plane is not solid (strict
-// comparison) and becomes a forcing point over the solid plane below; the
-// u, v and centre positions half a cell above the bed are forcing, those
-// half a cell below are solid; halos repeat the nearest inner value.
-TEST(FlagDeter, FlatBedOnWPlane) {
-  box(4, 3, 4, 0.5, 0.0, 1, 1.0);
-  FLAGDETER();
-  for (int j = 1; j <= 3; ++j)
-    for (int i = 1; i <= 4; ++i) {
-      // w planes at z = k*0.5
-      EXPECT_EQ(flagw(i, j, -1), -1);
-      EXPECT_EQ(flagw(i, j, 0), -1);
-      EXPECT_EQ(flagw(i, j, 1), -1);
-      EXPECT_EQ(flagw(i, j, 2), 0);
-      EXPECT_EQ(flagw(i, j, 3), 1);
-      EXPECT_EQ(flagw(i, j, 4), 1);
-      EXPECT_EQ(flagw(i, j, 5), 1);
-      // centre heights (k-0.5)*0.5: 0.25, 0.75 below, 1.25 forcing, 1.75 fluid
-      for (Array3<int>* f : {&flagc, &flagu, &flagv}) {
-        EXPECT_EQ((*f)(i, j, 0), -1);
-        EXPECT_EQ((*f)(i, j, 1), -1);
-        EXPECT_EQ((*f)(i, j, 2), -1);
-        EXPECT_EQ((*f)(i, j, 3), 0);
-        EXPECT_EQ((*f)(i, j, 4), 1);
-        EXPECT_EQ((*f)(i, j, 5), 1);
-      }
-    }
-  // Halo planes of the staggered directions copy the near inner plane.
-  EXPECT_EQ(flagu(-1, 2, 3), flagu(0, 2, 3));
-  EXPECT_EQ(flagu(-1, 2, 3), 0);
-  EXPECT_EQ(flagu(5, 2, 4), 1);
-  EXPECT_EQ(flagv(2, -1, 3), 0);
-  EXPECT_EQ(flagv(2, 4, 3), 0);
-  // Side halo of flagc in y: copy of j = 1 and j = jmax after detection.
-  EXPECT_EQ(flagc(2, 0, 3), 0);
-  EXPECT_EQ(flagc(2, 4, 3), 0);
-  EXPECT_EQ(flagc(0, 0, 3), 0);
-}
-
 // u and v positions compare with the mean of the two columns they stand
 // between, w and centre positions with their own column; a position exactly
 // at its bed height is never solid.

@@ -73,28 +73,6 @@ TEST(Multigrid, LevelCountWithAnyCellCounts) {
   EXPECT_EQ(rl::pmg(-2).nx, 1);
 }
 
-TEST(Multigrid, TridiagonalSolve) {
-  // One row: x = d / b.
-  {
-    double a[1] = {9.0}, b[1] = {4.0}, c[1] = {9.0}, d[1] = {2.0}, x[1] = {0.0};
-    rl::TRIDIAGP(1, a, b, c, d, x);
-    EXPECT_EQ(x[0], 0.5);
-  }
-  // Four rows with the solution (1, -2, 3, 0.5); a(1) and c(n) unused.
-  {
-    const double xs[4] = {1.0, -2.0, 3.0, 0.5};
-    double a[4] = {123.0, 1.0, 2.0, -1.0}, b[4] = {4.0, 5.0, 6.0, 3.0}, c[4] = {1.0, -1.0, 0.5, 456.0};
-    double d[4], x[4] = {};
-    for (int k = 0; k < 4; ++k) {
-      d[k] = b[k] * xs[k];
-      if (k > 0) d[k] += a[k] * xs[k - 1];
-      if (k < 3) d[k] += c[k] * xs[k + 1];
-    }
-    rl::TRIDIAGP(4, a, b, c, d, x);
-    for (int k = 0; k < 4; ++k) EXPECT_NEAR(x[k], xs[k], 1e-14);
-  }
-}
-
 namespace {
 
 // u, v, w set to dt/dens times the face gradient of a cell field q whose

@@ -84,36 +84,6 @@ LawOut call(LawFn fn, Vec p, Vec f) {
 
 }  // namespace
 
-// On a linear field the trilinear sample is exact, and the rough law gives
-// Up = Ut*ln(dist/z0)/ln(2*dist/z0) along the tangential direction.
-TEST(WallLaws, RoughTrilinearOnLinearField) {
-  law_grid();
-  set_linear_field();
-  const Vec f{3.3, 2.1, 0.6}, d{0.13, -0.07, 0.31};
-  const Vec p{f.x + d.x, f.y + d.y, f.z + d.z};
-  const LawOut o = call(rl::WALLROUGHTRI, p, f);
-  const double dist = norm(d);
-  const Vec n{d.x / dist, d.y / dist, d.z / dist};
-  const Vec U = lin_field(p.x + d.x, p.y + d.y, p.z + d.z);
-  const Vec T = tangent(U, n);
-  const double ut = norm(T);
-  const double scale = std::log(dist / kZ0) / std::log(2 * dist / kZ0);
-  EXPECT_NEAR(o.up.x, T.x * scale, 1e-12);
-  EXPECT_NEAR(o.up.y, T.y * scale, 1e-12);
-  EXPECT_NEAR(o.up.z, T.z * scale, 1e-12);
-  EXPECT_NEAR(o.t.x, T.x / ut, 1e-12);
-  EXPECT_NEAR(o.t.y, T.y / ut, 1e-12);
-  EXPECT_NEAR(o.t.z, T.z / ut, 1e-12);
-  const double us = 0.4 * ut / std::log(2 * dist / kZ0);
-  EXPECT_NEAR(o.ustar, us, 1e-13);
-  EXPECT_NEAR(o.grad, us / 0.4 / dist, 1e-12);
-  // The normal component of the imposed value is zero.
-  EXPECT_NEAR(o.up.x * n.x + o.up.y * n.y + o.up.z * n.z, 0.0, 1e-13);
-  // p is not moved outside the roughness layer.
-  EXPECT_EQ(o.p.x, p.x);
-  EXPECT_EQ(o.p.z, p.z);
-}
-
 // The smooth law solves Ut/u* = ln(yq u*/visc)/0.4 + 5.1 at the image point,
 // while the value at p still comes from the roughness length.
 TEST(WallLaws, SmoothTrilinearSolvesLogLaw) {
@@ -132,35 +102,4 @@ TEST(WallLaws, SmoothTrilinearSolvesLogLaw) {
     EXPECT_NEAR(norm(o.up), o.ustar / 0.4 * std::log(dist / kZ0), 1e-12);
     EXPECT_NEAR(o.grad, o.ustar / 0.4 / dist, 1e-12);
   }
-}
-
-// The three-layer law: the friction velocity found satisfies the law of the
-// layer that its y+ falls in, for a log-layer, a buffer-layer and a
-// sublayer case.
-TEST(WallLaws, SmoothInverseDistanceThreeLayers) {
-  law_grid();
-  rl::u.fill(1.0);
-  const Vec f{3.1, 2.2, 0.4}, p{3.1, 2.2, 0.5};
-  const double dist = 0.1, yq = 0.2;
-  int layers[3] = {0, 0, 0};
-  for (double nu : {1e-6, 1.3e-3, 0.1}) {
-    rl::visc = nu;
-    const LawOut o = call(rl::WALLSMOOTHIDW, p, f);
-    const double us = o.ustar, yp = yq * us / nu;
-    if (yp >= 30) {
-      ++layers[2];
-      EXPECT_NEAR(1.0 / us, std::log(yp) / 0.4 + 5.5, 1e-4);
-    } else if (yp > 5) {
-      ++layers[1];
-      EXPECT_NEAR(1.0 / us, 5 * std::log(yp) - 3.05, 1e-4);
-    } else {
-      ++layers[0];
-      EXPECT_NEAR(us * us, nu * 1.0 / yq, 1e-6);
-    }
-    EXPECT_NEAR(o.up.x, us / 0.4 * std::log(dist / kZ0), 1e-12);
-    EXPECT_EQ(o.t.x, 1.0);
-  }
-  EXPECT_EQ(layers[0], 1);
-  EXPECT_EQ(layers[1], 1);
-  EXPECT_EQ(layers[2], 1);
 }
