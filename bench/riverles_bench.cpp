@@ -117,7 +117,7 @@ void build_state(const StateSpec& s) {
   INITFIELDS();
   BUILDBED();
   nstep = 0;
-  rl::time = 0.0;
+  rl::simtime = 0.0;
   FLAGREUSE(false);
   FLAGDETER();
   // As in the time loop: the bed stands still, so foot points and the
@@ -173,7 +173,7 @@ void build_state(const StateSpec& s) {
 int real_step() {
   rl::nstep = rl::nstep + 1;
   rl::TIMESTEP();
-  rl::time = rl::time + rl::dt;
+  rl::simtime = rl::simtime + rl::dt;
   return rl::ADVANCE();
 }
 
@@ -236,7 +236,7 @@ Run time_steps(int nsteps) {
     rl::nstep = rl::nstep + 1;
     rl::TIMESTEP();
     const double t1 = omp_get_wtime();
-    rl::time = rl::time + rl::dt;
+    rl::simtime = rl::simtime + rl::dt;
     r.cycles += rl::ADVANCE();
     const double t2 = omp_get_wtime();
     hook("TIMESTEP", t1 - t0);
@@ -257,14 +257,14 @@ void residual_reduction(int ncycles, std::vector<double>& ratios, double& mean_r
   using namespace rl;
   nstep = nstep + 1;
   TIMESTEP();
-  rl::time = rl::time + dt;
+  rl::simtime = rl::simtime + dt;
   SMAGORINSKY();
   FORCES();
   XVELOCITY();
   YVELOCITY();
   ZVELOCITY();
-  if (ibcu(3) == -1 && ibcv(3) == -1 && ibcw(3) == -1) WALLS();
-  if (ibcu(4) == -1 && ibcv(4) == -1 && ibcw(4) == -1) WALLN();
+  if (ibcu(LowY) == Given && ibcv(LowY) == Given && ibcw(LowY) == Given) WALLS();
+  if (ibcu(HighY) == Given && ibcv(HighY) == Given && ibcw(HighY) == Given) WALLN();
   IMMERSING();
   BOUNDARYU();
   BOUNDARYV();

@@ -130,6 +130,12 @@ inline void law_at_point(double us, double dist, double z0, double tx, double ty
   ustar = us;
 }
 
+// Four diagonals of the box: how far out an image point may be moved.
+double far_out() {
+  const double lx = xmax - xmin, ly = ymax - ymin, lz = zmax - zmin;
+  return 4.0 * std::sqrt(lx * lx + ly * ly + lz * lz);
+}
+
 // Smooth log law Ut/u* = (1/0.4) ln(yq u*/visc) + 5.1 by Newton's method,
 // from the rough-law estimate, until the relative change is at most 1e-8.
 // Newton settles in a handful of iterations wherever it settles at all; the
@@ -340,7 +346,10 @@ void wall_cloud(bool smooth, double px, double py, double pz, double fx, double 
     us = kKarman * ut / std::log(yq / z0);
     if (!smooth) break;
     if (three_layer(ut, yq, us)) break;
-    // Neither stage settled: sample farther out along the normal.
+    // Neither stage settled: sample farther out along the normal.  Where
+    // they never settle, the image point would move away for ever: once it
+    // is four box diagonals out, the last value stands.
+    if (!(yq <= far_out())) break;
     ustar = us;
     qx = qx + step * nx;
     qy = qy + step * ny;
@@ -403,9 +412,7 @@ bool march_image_point(double px, double py, double pz, double nx, double ny, do
   bring_into_domain(qx, qy, qz, off);
   c = locate_point(qx, qy, qz);
   const double step = 0.125 * dy;
-  const double lx = xmax - xmin, ly = ymax - ymin, lz = zmax - zmin;
-  const double reach = 4.0 * std::sqrt(lx * lx + ly * ly + lz * lz);
-  const double ratio = reach / step;
+  const double ratio = far_out() / step;
   const long limit = ratio >= 0.0 && ratio < 1e8 ? static_cast<long>(ratio) + 1 : 0;
   for (long n = 0; !clean(c); ++n) {
     if (n >= limit) return false;
