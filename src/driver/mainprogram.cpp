@@ -7,6 +7,7 @@
 #include <cmath>
 #include <cstdio>
 #include <filesystem>
+#include <new>
 #include <string>
 #include <type_traits>
 
@@ -308,6 +309,12 @@ int RIVERLES(int argc, char** argv) {
     orva::CG_CLOSE_F(m.fileid, ier);
   } catch (const RunStopped& s) {
     status = s.status;
+  } catch (const std::bad_alloc&) {
+    // Memory taken outside the field store (work lists, buffers) ran out:
+    // the allocation failure of the store, with its line and wait.
+    say("ERROR : Failed to allocate the arrays ...");
+    wait_operator();
+    status = 1;
   } catch (const std::exception& e) {
     say(std::string("riverles: internal error: ") + e.what());
     status = 2;
