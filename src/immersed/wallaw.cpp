@@ -4,6 +4,8 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <set>
+#include <tuple>
 
 #include "driver/fields.hpp"
 
@@ -436,7 +438,10 @@ int cell_index(double x) {
 namespace {
 
 thread_local MarchPosition current_position{'?', 0, 0, 0};
-long fallbacks = 0, reported = 0;
+// The positions that fell back, each once (the eddy viscosity at the bed
+// marches anew at every call, the velocities once).
+std::set<std::tuple<char, int, int, int>> fallen_back;
+long reported = 0;
 MarchPosition first_fallback{'?', 0, 0, 0};
 
 }  // namespace
@@ -446,12 +451,14 @@ void set_march_position(const MarchPosition& p) { current_position = p; }
 void note_march_fallback() {
 #pragma omp critical(riverles_march_fallback)
   {
-    if (fallbacks == 0) first_fallback = current_position;
-    ++fallbacks;
+    const MarchPosition& p = current_position;
+    if (fallen_back.empty()) first_fallback = p;
+    fallen_back.insert({p.kind, p.i, p.j, p.k});
   }
 }
 
 long report_march_fallbacks() {
+  const long fallbacks = static_cast<long>(fallen_back.size());
   if (fallbacks > reported) {
     std::fprintf(stderr,
                  "riverles: warning: the image-point march found no clean stencil at %ld forcing point(s); they "
