@@ -12,5 +12,5 @@ scripts/setup.sh --tests Release build
 
 # The checked build: every array index checked, AddressSanitizer and
 # UndefinedBehaviorSanitizer on, over the whole suite and the example runs.
-scripts/setup.sh Debug build-debug -DRIVERLES_SANITIZE=ON
+scripts/setup.sh --tests Debug build-debug -DRIVERLES_SANITIZE=ON
 (cd build-debug && ASAN_OPTIONS=detect_leaks=0 ctest --output-on-failure -j"$jobs")
