@@ -252,14 +252,13 @@ TriGeometry tri_geometry(double px, double py, double pz, double fx, double fy, 
   const double q0x = qx, q0y = qy, q0z = qz, d0 = std::sqrt(ddx * ddx + ddy * ddy + ddz * ddz);
   CellOfPoint cell;
   g.fallback = !march_image_point(px, py, pz, nx, ny, nz, 1e-8, ddx, ddy, ddz, qx, qy, qz, stencil_clean, cell);
+  double offset = std::sqrt(ddx * ddx + ddy * ddy + ddz * ddz);  // |q - p| along the line
   if (g.fallback) {
     note_march_fallback();
     qx = q0x;
     qy = q0y;
     qz = q0z;
-    ddx = d0;
-    ddy = 0.0;
-    ddz = 0.0;
+    offset = d0;
   }
 
   g.px = px;
@@ -273,7 +272,7 @@ TriGeometry tri_geometry(double px, double py, double pz, double fx, double fy, 
   g.qz = qz;
   g.cell = cell;
   g.dist = dist;
-  g.yq = std::sqrt(ddx * ddx + ddy * ddy + ddz * ddz) + dist;
+  g.yq = offset + dist;
   g.logq = std::log(g.yq / z0);
   return g;
 }

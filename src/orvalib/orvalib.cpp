@@ -307,10 +307,7 @@ int put_dataclass(double pid) {
   return put_string(pid, "DataClass", "DataClass_t", "NormalizedByUnknownDimensional");
 }
 
-}  // namespace
-
-namespace {
-
+// The run lock of the attached case (CLAIM_CASE), -1 when none is held.
 int run_lock_fd = -1;
 std::string run_lock_path;
 
@@ -332,9 +329,10 @@ int CLAIM_CASE(const std::string& path_, std::string& message) {
               "); two runs on one case would overwrite each other's results, so this one does not start";
     return 1;
   }
+  // The process id, for a person who wonders who holds the case; nothing
+  // reads it, so a failed write does not matter.
   const std::string pid = std::to_string(::getpid()) + "\n";
-  if (::ftruncate(fd, 0) == 0 && ::write(fd, pid.data(), pid.size()) < 0) {
-  }
+  [[maybe_unused]] const bool noted = ::ftruncate(fd, 0) == 0 && ::write(fd, pid.data(), pid.size()) > 0;
   run_lock_fd = fd;
   run_lock_path = lockname;
   // No other run is at work, so what earlier runs left is stale: a result
