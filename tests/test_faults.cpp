@@ -121,11 +121,13 @@ TEST(Faults, LeftoversAreClearedAndTheOutputFolderMade) {
   const std::string dir = rltest::temp_dir("leftovers");
   s.write(dir + "/case.cgn");
   std::ofstream(dir + "/case.cgn.lock") << "";
+  std::ofstream(dir + "/case.cgn.next") << "half";
   std::filesystem::copy_file(dir + "/case.cgn", dir + "/case.cgn.temp");
   auto r = rltest::run_solver(dir, {"case.cgn"});
   EXPECT_EQ(r.status, 0) << r.out;
   EXPECT_FALSE(std::filesystem::exists(dir + "/case.cgn.lock"));
   EXPECT_FALSE(std::filesystem::exists(dir + "/case.cgn.temp"));
+  EXPECT_FALSE(std::filesystem::exists(dir + "/case.cgn.next"));
   EXPECT_FALSE(std::filesystem::exists(dir + "/case.cgn.run"));
   EXPECT_TRUE(std::filesystem::exists(dir + "/out/deeper/run.dat"));
   // A kill between the removal of the case and the renaming of its
@@ -156,13 +158,10 @@ TEST(Faults, SecondRunOnACaseIsRefused) {
   EXPECT_FALSE(std::filesystem::exists(dir + "/case.cgn.run"));
 }
 
-// A kill at any moment of a result write: the declared results (step count,
-// times, pointers) always agree and each declared result reads back.  The
-// HDF5 layer itself is not proof against a kill in the middle of its own
-// metadata writes: a few per cent of such kills leave a file the library
-// cannot open at all; the test allows that rare case (see the README).
+// A kill at any moment of a result write, the kill times spread over the
+// write: the CGNS library opens the case, and every result declared reads
+// back, all results complete before the kill among them.
 TEST(Faults, KillDuringAResultWriteLeavesAReadableFile) {
-  int unopenable = 0;
   CaseSpec s;
   s.set("timestepItm", 0.001).set("OTimeItm", 0.001).set("endtimeItm", 10.0);
   for (int trial = 0; trial < 12; ++trial) {
@@ -181,7 +180,7 @@ TEST(Faults, KillDuringAResultWriteLeavesAReadableFile) {
       ::_exit(4);
     }
     ::close(out[1]);
-    // The kill comes a little after the start of the (3 + trial)-th result.
+    // The kill comes 0 to 3.3 ms after the start of the (3 + trial)-th result.
     int seen = 0;
     std::string pending;
     char buf[4096];
@@ -194,49 +193,62 @@ TEST(Faults, KillDuringAResultWriteLeavesAReadableFile) {
         pending.erase(0, at + 1);
       }
     }
-    ::usleep(static_cast<useconds_t>(trial * 150));
+    ::usleep(static_cast<useconds_t>(trial * 300));
     ::kill(child, SIGKILL);
     ::waitpid(child, nullptr, 0);
     ::close(out[0]);
-    const int n = rltest::readable_results(dir + "/case.cgn");
-    if (n == -2) {
-      ++unopenable;
-      continue;
-    }
-    EXPECT_GE(n, seen - 1) << "trial " << trial;
+    EXPECT_GE(rltest::readable_results(dir + "/case.cgn"), seen - 1) << "trial " << trial;
   }
-  EXPECT_LE(unopenable, 4);
 }
 
-// A viewer holding the case file for longer than a failed open is retried
-// (7 s): the open waits until it lets go.
+// Another program holding the case: a writer (open for changes longer than
+// a failed open is retried, 7 s) is waited for; a reader (a viewer looking at
+// the results) does not stop or delay a whole run.
 TEST(Faults, HeldCaseFileIsWaitedFor) {
   CaseSpec s;
-  const std::string path = rltest::temp_dir("held") + "/case.cgn";
+  s.set("OTimeItm", 0.02);
+  const std::string dir = rltest::temp_dir("held"), path = dir + "/case.cgn";
   s.write(path);
-  int ready[2];
-  ASSERT_EQ(::pipe(ready), 0);
-  const pid_t child = ::fork();
-  ASSERT_GE(child, 0);
-  if (child == 0) {
-    int h = -1;
-    const char ok = cgio_open_file(path.c_str(), CGIO_MODE_MODIFY, CGIO_FILE_NONE, &h) == CGIO_ERR_NONE ? 1 : 0;
-    if (::write(ready[1], &ok, 1) != 1) ::_exit(2);
-    ::sleep(7);
-    if (ok) cgio_close_file(h);
-    ::_exit(0);
-  }
-  char ok = 0;
-  ASSERT_EQ(::read(ready[0], &ok, 1), 1);
-  ASSERT_EQ(ok, 1);
-  const auto t0 = std::chrono::steady_clock::now();
+  // Forks a child that opens the case in the given mode and holds it for
+  // `seconds`; returns once it has it open.
+  auto hold = [&](int mode, unsigned seconds) {
+    int ready[2];
+    EXPECT_EQ(::pipe(ready), 0);
+    const pid_t child = ::fork();
+    if (child == 0) {
+      int h = -1;
+      const char ok = cgio_open_file(path.c_str(), mode, CGIO_FILE_NONE, &h) == CGIO_ERR_NONE ? 1 : 0;
+      if (::write(ready[1], &ok, 1) != 1) ::_exit(2);
+      ::sleep(seconds);
+      if (ok) cgio_close_file(h);
+      ::_exit(0);
+    }
+    char ok = 0;
+    EXPECT_EQ(::read(ready[0], &ok, 1), 1);
+    EXPECT_EQ(ok, 1);
+    ::close(ready[0]);
+    ::close(ready[1]);
+    return child;
+  };
+  pid_t child = hold(CGIO_MODE_MODIFY, 7);
+  auto t0 = std::chrono::steady_clock::now();
   int fid = 0, ier = 1, kmax = 0;
   orva::CG_OPEN_F(path, orva::CG_MODE_MODIFY, fid, ier);
-  const double waited = std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
+  double waited = std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
   ::waitpid(child, nullptr, 0);
   EXPECT_EQ(ier, 0);
   EXPECT_GT(waited, 6.5);
   orva::CG_ORVA_READ_INTEGER_F("kmaxItm", kmax, ier);
   EXPECT_EQ(kmax, 3);
   orva::CG_CLOSE_F(fid, ier);
+
+  child = hold(CGIO_MODE_READ, 30);
+  t0 = std::chrono::steady_clock::now();
+  const auto r = rltest::run_solver(dir, {"case.cgn"});
+  waited = std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
+  ::kill(child, SIGKILL);
+  ::waitpid(child, nullptr, 0);
+  EXPECT_EQ(r.status, 0) << r.out;
+  EXPECT_LT(waited, 20.0);
+  EXPECT_EQ(rltest::stored_results(path), rltest::count_lines_starting(r.out, "Writing Orva output") + 1);
 }

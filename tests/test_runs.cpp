@@ -174,4 +174,7 @@ TEST(Runs, RerunReplacesResultsWithoutGrowingTheFile) {
   const auto size2 = std::filesystem::file_size(run.file);
   EXPECT_LE(size2, size1 + size1 / 20) << size1 << " -> " << size2;
   EXPECT_FALSE(std::filesystem::exists(run.file + ".lock"));
+  // The grid and the five results, nothing of the earlier runs.
+  const auto side = std::filesystem::directory_iterator(run.file + ".results");
+  EXPECT_EQ(std::distance(begin(side), end(side)), 6);
 }

@@ -1,7 +1,6 @@
 // orvalib: the case library over the CGNS library's low-level node layer
 // (cgio).  Everything after the case has been written works on nodes by
-// path, so that opening the file never walks the whole tree: appending a
-// result costs the same however many results the file already holds.
+// path, so that opening the file never walks the whole tree.
 #include "orvalib/orvalib.hpp"
 
 #include <cgns_io.h>
@@ -28,27 +27,45 @@ namespace {
 constexpr int kStringLength = 200;  // length of a string condition handed back
 constexpr int kPointerLength = 32;  // length of a name in FlowSolutionPointers
 constexpr double kOpenRetrySeconds = 5.0;
-// How long a run waits for a file that another program holds open: long
-// enough to look at a result in a viewer, short enough that a forgotten
-// viewer does not stall a run for good.
+// How long a run waits for a file that another program writes (holds open
+// for writing): long enough for a person to finish a change, short enough
+// that a forgotten program does not stall a run for good.  Programs that
+// only read the case (viewers) never make a run wait.
 constexpr double kHeldWaitSeconds = 600.0;
+// The case is compacted when it has grown by more than this beyond twice its
+// size after the last compaction (each declaration of the results leaves the
+// space of the previous one behind).
+constexpr std::uintmax_t kCompactSlack = 1u << 20;
 
 // The library's one attached case.
+//
+// How a run stores its results, so that a kill at any instant loses nothing
+// that was complete: the bulk data (the 3-D grid and each result) goes into
+// files of its own in the folder "<case>.results", each written whole and
+// closed before anything refers to it; the case itself is never changed in
+// place: changes are made on a copy, "<case>.next", which then replaces the
+// case by a rename.  The case links (a standard CGNS feature, followed by the
+// CGNS library and by viewers) to the grid and to the results.  So at every
+// instant the case is a complete file, the old one or the new one, and every
+// result it declares lies in a complete file.
 struct State {
   std::string path;       // file name, trailing blanks removed
   int mode = CG_MODE_MODIFY;
-  int cgio = -1;          // open cgio handle, -1 while the file is closed
+  int cgio = -1;          // open handle: the case (read only) or, while editing, "<case>.next"
+  bool editing = false;   // cgio is "<case>.next", open for changes
   bool opened = false;    // CG_OPEN_F has run and CG_CLOSE_F has not
   // Selected 2-D grid.
   int ni2 = 0, nj2 = 0;
   // 3-D grid of the results, once written in this run.
   int ni3 = 0, nj3 = 0, nk3 = 0;
-  // Results of this run: one time per solution started.
+  // Results of this run: one time per result started.
   std::vector<double> times;
-  bool pending = false;   // the last solution is not yet declared in the iterative data
-  bool in_result = false; // between result start and end (the lock file exists)
-  double sol_id = 0.0;    // node of the current solution while the file stays open
-  bool have_sol_id = false;
+  std::size_t complete = 0;  // results whose files are written whole
+  std::size_t declared = 0;  // results the case links and declares
+  int res = -1;              // open handle of the result file being written
+  double res_sol = 0.0;      // its solution node
+  std::uintmax_t compact_size = 0;
+  bool in_result = false;    // between result start and end (the lock file exists)
   std::string lockpath;
 };
 
@@ -66,20 +83,57 @@ bool valid_name(const std::string& name) {
          name.find('/') == std::string::npos;
 }
 
-// Whether another process holds the file open (HDF5 locks a file it opens
-// with flock): our own exclusive lock, tried and let go at once, fails.
-bool held_by_another(const std::string& path) {
+// A name, label or data type as the cgio calls read it: they copy a whole
+// fixed-size field (33 characters for names and labels), whatever the
+// string's own length, so short strings are handed over in a zero-filled
+// buffer of that size.
+struct Field33 {
+  char c[CGIO_MAX_NAME_LENGTH + 1] = {};
+  explicit Field33(const std::string& s) { std::strncpy(c, s.c_str(), CGIO_MAX_NAME_LENGTH); }
+};
+
+std::string solution_name(std::size_t n) { return "FlowSolution" + std::to_string(n); }
+std::string next_path() { return st.path + ".next"; }
+std::string side_dir() { return st.path + ".results"; }
+std::string side_file(const std::string& file) { return side_dir() + "/" + file; }
+// A side file as the case's links name it: relative to the case's folder, so
+// that the case and its folder can be moved together.
+std::string side_link(const std::string& file) {
+  return std::filesystem::path(st.path).filename().string() + ".results/" + file;
+}
+std::string solution_file(std::size_t n) { return solution_name(n) + ".cgns"; }
+constexpr const char* kGridFile = "Grid.cgns";
+
+// Forces a file, or the entries of a folder, to disk.  A kill does not need
+// it (the system keeps what a process wrote); a power cut does.
+bool sync_path(const std::string& p, bool folder = false) {
+  const int fd = ::open(p.c_str(), O_RDONLY | (folder ? O_DIRECTORY : 0));
+  if (fd < 0) return false;
+  const bool ok = ::fsync(fd) == 0;
+  ::close(fd);
+  return ok;
+}
+
+std::string case_folder() {
+  const std::string f = std::filesystem::path(st.path).parent_path().string();
+  return f.empty() ? "." : f;
+}
+
+// Whether another process writes the file: HDF5 locks a file it opens for
+// writing with an exclusive flock, which a shared lock of ours, tried and
+// let go at once, runs into.  Readers hold shared locks and do not count.
+bool written_by_another(const std::string& path) {
   const int fd = ::open(path.c_str(), O_RDONLY);
   if (fd < 0) return false;
-  const bool held = ::flock(fd, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK;
+  const bool held = ::flock(fd, LOCK_SH | LOCK_NB) != 0 && errno == EWOULDBLOCK;
   ::close(fd);
   return held;
 }
 
 // Opens `path` with the cgio layer.  A failed open is retried for a few
-// seconds; while another program (a viewer looking at a result) holds the
-// file open, the wait goes on for up to kHeldWaitSeconds, with one note on
-// standard error once it has lasted a few seconds.
+// seconds; while another program writes the file, the wait goes on for up
+// to kHeldWaitSeconds, with one note on standard error once it has lasted a
+// few seconds.
 int open_with_retry(const std::string& path, int cgio_mode, int& handle) {
   using clock = std::chrono::steady_clock;
   const auto start = clock::now();
@@ -95,11 +149,11 @@ int open_with_retry(const std::string& path, int cgio_mode, int& handle) {
     // Only a file that exists can be held by another process.
     if (cgio_mode != CGIO_MODE_WRITE && !std::filesystem::exists(path)) return 1;
     const double waited = std::chrono::duration<double>(clock::now() - start).count();
-    const bool held = held_by_another(path);
+    const bool held = written_by_another(path);
     if (waited >= (held ? kHeldWaitSeconds : kOpenRetrySeconds)) return 1;
     if (held && !noted && waited >= kOpenRetrySeconds) {
       std::fprintf(stderr,
-                   "riverles: %s is held open by another program (a viewer?); waiting for it to let go "
+                   "riverles: %s is held open for writing by another program; waiting for it to let go "
                    "(at most %.0f minutes)\n",
                    path.c_str(), kHeldWaitSeconds / 60.0);
       noted = true;
@@ -108,13 +162,13 @@ int open_with_retry(const std::string& path, int cgio_mode, int& handle) {
   }
 }
 
-// Makes sure the attached case is open, reopening it lazily after a flush
-// or the end of a result.
+// Makes sure the case (or its next version while editing) is open; the case
+// itself is only ever opened for reading, and lazily after the end of a
+// result or a flush closed it.
 int ensure_open() {
   if (st.cgio >= 0) return 0;
   if (!st.opened || st.path.empty()) return 1;
-  const int m = st.mode == CG_MODE_READ ? CGIO_MODE_READ : CGIO_MODE_MODIFY;
-  return open_with_retry(st.path, m, st.cgio);
+  return open_with_retry(st.path, CGIO_MODE_READ, st.cgio);
 }
 
 void close_file() {
@@ -122,7 +176,7 @@ void close_file() {
     cgio_close_file(st.cgio);
     st.cgio = -1;
   }
-  st.have_sol_id = false;
+  st.editing = false;
 }
 
 int root(double& id) { return cgio_get_root_id(st.cgio, &id) == CGIO_ERR_NONE ? 0 : 1; }
@@ -143,39 +197,23 @@ bool exists(const std::string& path) {
 bool remove_child(const std::string& parent, const std::string& name) {
   double pid, id;
   if (node(parent, pid)) return false;
-  if (cgio_get_node_id(st.cgio, pid, name.c_str(), &id) != CGIO_ERR_NONE) return false;
+  if (cgio_get_node_id(st.cgio, pid, Field33(name).c, &id) != CGIO_ERR_NONE) return false;
   return cgio_delete_node(st.cgio, pid, id) == CGIO_ERR_NONE;
 }
 
-// A name, label or data type as the cgio calls read it: they copy a whole
-// fixed-size field (33 characters for names and labels), whatever the
-// string's own length, so short strings are handed over in a zero-filled
-// buffer of that size.
-struct Field33 {
-  char c[CGIO_MAX_NAME_LENGTH + 1] = {};
-  explicit Field33(const std::string& s) { std::strncpy(c, s.c_str(), CGIO_MAX_NAME_LENGTH); }
-};
-
-// Writes the child `name` of `pid` with the given label and data, replacing
-// the data of an existing node of that name.
-int put(double pid, const std::string& name_, const char* label_, const char* type_, int ndims,
+// Writes the child `name` of `pid` in the file `h` with the given label and
+// data, replacing the data of an existing node of that name.
+int put(int h, double pid, const std::string& name_, const char* label_, const char* type_, int ndims,
         const cgsize_t* dims, const void* data, double* out = nullptr) {
-  const Field33 nm(name_), lb(label_), tp(type_);
-  const char *name = nm.c, *label = lb.c, *type = tp.c;
+  const Field33 name(name_), label(label_), type(type_);
   double id;
-  if (cgio_get_node_id(st.cgio, pid, name, &id) == CGIO_ERR_NONE) {
-    if (cgio_set_label(st.cgio, id, label) != CGIO_ERR_NONE) return 1;
-    if (ndims > 0) {
-      if (cgio_set_dimensions(st.cgio, id, type, ndims, dims) != CGIO_ERR_NONE) return 1;
-      if (cgio_write_all_data(st.cgio, id, data) != CGIO_ERR_NONE) return 1;
-    }
-  } else {
-    if (cgio_create_node(st.cgio, pid, name, &id) != CGIO_ERR_NONE) return 1;
-    if (cgio_set_label(st.cgio, id, label) != CGIO_ERR_NONE) return 1;
-    if (ndims > 0) {
-      if (cgio_set_dimensions(st.cgio, id, type, ndims, dims) != CGIO_ERR_NONE) return 1;
-      if (cgio_write_all_data(st.cgio, id, data) != CGIO_ERR_NONE) return 1;
-    }
+  if (cgio_get_node_id(h, pid, name.c, &id) != CGIO_ERR_NONE &&
+      cgio_create_node(h, pid, name.c, &id) != CGIO_ERR_NONE)
+    return 1;
+  if (cgio_set_label(h, id, label.c) != CGIO_ERR_NONE) return 1;
+  if (ndims > 0) {
+    if (cgio_set_dimensions(h, id, type.c, ndims, dims) != CGIO_ERR_NONE) return 1;
+    if (cgio_write_all_data(h, id, data) != CGIO_ERR_NONE) return 1;
   }
   if (out) *out = id;
   return 0;
@@ -184,7 +222,17 @@ int put(double pid, const std::string& name_, const char* label_, const char* ty
 int put_string(double pid, const std::string& name, const char* label, const std::string& s,
                double* out = nullptr) {
   cgsize_t n = static_cast<cgsize_t>(s.size());
-  return put(pid, name, label, "C1", 1, &n, s.data(), out);
+  return put(st.cgio, pid, name, label, "C1", 1, &n, s.data(), out);
+}
+
+// A link `name` under `pid` to the node /`target` of a side file.
+int put_link(double pid, const std::string& name, const std::string& file, const std::string& target) {
+  double id;
+  const std::string in_file = "/" + target;
+  return cgio_create_link(st.cgio, pid, Field33(name).c, side_link(file).c_str(), in_file.c_str(), &id) ==
+                 CGIO_ERR_NONE
+             ? 0
+             : 1;
 }
 
 // Number of values and data type of a node.
@@ -212,94 +260,138 @@ int read_reals(const std::string& path, double* out, long expected) {
   return cgio_read_all_data_type(st.cgio, id, "R8", out) == CGIO_ERR_NONE ? 0 : 1;
 }
 
-std::string solution_name(std::size_t n) { return "FlowSolution" + std::to_string(n); }
-
-// Declares all solutions written so far: the iterative data of the results
-// base and zone, and the copy of the times in the input base, so that the
-// step count, the times and the pointers always agree.
-//
-// A kill may come at any instant, and the CGNS library refuses a file whose
-// arrays disagree with the step count.  So every new array is first written
-// whole as a draft beside the old one, under a label the library does not
-// read, and the change is then made one node at a time, each change flushed
-// before the next: the zone's pointers leave, the arrays of the base leave,
-// the step count changes (a count with no arrays is valid), the new arrays
-// come in and the pointers come back.  At every instant the file declares
-// the old or the new number of results, each of them complete.  Every change
-// is among a few nodes (never among the solutions of the zone), so it costs
-// the same however many results are stored.
-constexpr const char* kDraftLabel = "RiverlesDraft_t";
-
-int flush_now() { return cgio_flush_to_disk(st.cgio) == CGIO_ERR_NONE ? 0 : 1; }
-
-// parent/name.draft becomes parent/name with its real label.
-int promote(const std::string& parent, const std::string& name, const char* label) {
-  double pid, id;
-  if (node(parent, pid)) return 1;
-  const Field33 nm(name), lb(label);
-  if (cgio_get_node_id(st.cgio, pid, (name + ".draft").c_str(), &id) != CGIO_ERR_NONE) return 1;
-  if (cgio_set_name(st.cgio, pid, id, nm.c) != CGIO_ERR_NONE || flush_now()) return 1;
-  if (cgio_set_label(st.cgio, id, lb.c) != CGIO_ERR_NONE || flush_now()) return 1;
+// Starts a change of the case: the case is copied to "<case>.next" (while
+// our read handle keeps writers out), which is then opened for changes.
+int begin_edit() {
+  if (st.editing) return 0;
+  if (st.mode == CG_MODE_READ || ensure_open()) return 1;
+  std::error_code ec;
+  std::filesystem::copy_file(st.path, next_path(), std::filesystem::copy_options::overwrite_existing, ec);
+  close_file();
+  if (ec) return 1;
+  if (cgio_open_file(next_path().c_str(), CGIO_MODE_MODIFY, CGIO_FILE_NONE, &st.cgio) != CGIO_ERR_NONE) {
+    st.cgio = -1;
+    return 1;
+  }
+  st.editing = true;
   return 0;
 }
 
-// Removes parent/name, flushed.
-int retire(const std::string& parent, const std::string& name) {
-  remove_child(parent, name);
-  return flush_now();
+// Writes a compacted copy of `file` over it (HDF5 never reuses the space of
+// deleted nodes once a file is closed).
+int compact(const std::string& file) {
+  int h;
+  if (cgio_open_file(file.c_str(), CGIO_MODE_MODIFY, CGIO_FILE_NONE, &h) != CGIO_ERR_NONE) return 1;
+  if (cgio_compress_file(h, file.c_str()) != CGIO_ERR_NONE) return 1;  // closes h
+  std::error_code ec;
+  st.compact_size = std::filesystem::file_size(file, ec);
+  return ec ? 1 : 0;
 }
 
-// The step count of a BaseIterativeData node, made if missing.
-int set_steps(double base, int steps, double& id) {
-  const cgsize_t one = 1;
-  return put(base, "BaseIterativeData", "BaseIterativeData_t", "I4", 1, &one, &steps, &id) || flush_now();
+// Ends a change: "<case>.next" is closed, compacted if deleted space has
+// piled up, forced to disk and renamed over the case.
+int commit() {
+  if (!st.editing) return 0;
+  const std::string next = next_path();
+  const bool closed = cgio_close_file(st.cgio) == CGIO_ERR_NONE;
+  st.cgio = -1;
+  st.editing = false;
+  std::error_code ec;
+  const std::uintmax_t size = std::filesystem::file_size(next, ec);
+  if (!closed || ec) return 1;
+  if (size > 2 * st.compact_size + kCompactSlack && compact(next)) return 1;
+  if (!sync_path(next) || std::rename(next.c_str(), st.path.c_str()) != 0) return 1;
+  sync_path(case_folder(), true);
+  return 0;
 }
 
-int declare_solutions() {
-  if (!st.pending) return 0;
-  if (ensure_open()) return 1;
-  const cgsize_t n = static_cast<cgsize_t>(st.times.size());
-  std::vector<int> iters(st.times.size());
-  for (std::size_t s = 0; s < iters.size(); ++s) iters[s] = static_cast<int>(s + 1);
-  std::string pointers(static_cast<std::size_t>(n) * kPointerLength, ' ');
-  for (std::size_t s = 0; s < st.times.size(); ++s) {
+// Closes the result file being written and forces it to disk: from then on
+// it is complete and may be linked.
+int finish_result() {
+  if (st.res < 0) return 0;
+  const bool closed = cgio_close_file(st.res) == CGIO_ERR_NONE;
+  st.res = -1;
+  if (!closed || !sync_path(side_file(solution_file(st.times.size())))) return 1;
+  st.complete = st.times.size();
+  return 0;
+}
+
+// Declares the complete results in the case being edited: the iterative data
+// of the results base and zone, and the copy of the times in the input base.
+int declare(std::size_t count) {
+  const cgsize_t n = static_cast<cgsize_t>(count);
+  const int steps = static_cast<int>(count);
+  std::vector<int> iters(count);
+  std::string pointers(count * kPointerLength, ' ');
+  for (std::size_t s = 0; s < count; ++s) {
+    iters[s] = static_cast<int>(s + 1);
     const std::string name = solution_name(s + 1);
     pointers.replace(s * kPointerLength, name.size(), name);
   }
-  const int steps = static_cast<int>(n);
-  const std::string rbi = "/ResultBase/BaseIterativeData", ibi = "/InputBase/BaseIterativeData";
-  const std::string zi = "/ResultBase/Zone1/ZoneIterativeData";
+  const cgsize_t one = 1, pdims[2] = {kPointerLength, n};
+  const int h = st.cgio;
   double rb, ib, zone, bid, zid, iid;
   if (node("/ResultBase", rb) || node("/InputBase", ib) || node("/ResultBase/Zone1", zone)) return 1;
-  // The containers: an empty ZoneIterativeData and a BaseIterativeData with
-  // no arrays are valid with any step count.
-  if (node(zi, zid) && put(zone, "ZoneIterativeData", "ZoneIterativeData_t", "MT", 0, nullptr, nullptr, &zid))
+  if (put(h, rb, "BaseIterativeData", "BaseIterativeData_t", "I4", 1, &one, &steps, &bid) ||
+      put(h, bid, "TimeValues", "DataArray_t", "R8", 1, &n, st.times.data()) ||
+      put(h, bid, "IterationValues", "DataArray_t", "I4", 1, &n, iters.data()))
     return 1;
-  if (node(rbi, bid) && set_steps(rb, steps, bid)) return 1;
-  if (node(ibi, iid) && set_steps(ib, steps, iid)) return 1;
-  // The drafts, whole.
-  const cgsize_t pdims[2] = {kPointerLength, n};
-  if (put(bid, "TimeValues.draft", kDraftLabel, "R8", 1, &n, st.times.data())) return 1;
-  if (put(bid, "IterationValues.draft", kDraftLabel, "I4", 1, &n, iters.data())) return 1;
-  if (put(zid, "FlowSolutionPointers.draft", kDraftLabel, "C1", 2, pdims, pointers.data())) return 1;
-  if (put(iid, "TimeValues.draft", kDraftLabel, "R8", 1, &n, st.times.data())) return 1;
-  if (flush_now()) return 1;
-  // One node at a time.
-  if (retire(zi, "FlowSolutionPointers") || retire(rbi, "TimeValues") || retire(rbi, "IterationValues")) return 1;
-  if (set_steps(rb, steps, bid)) return 1;
-  if (promote(rbi, "TimeValues", "DataArray_t") || promote(rbi, "IterationValues", "DataArray_t")) return 1;
-  if (promote(zi, "FlowSolutionPointers", "DataArray_t")) return 1;
-  if (retire(ibi, "TimeValues") || set_steps(ib, steps, iid) || promote(ibi, "TimeValues", "DataArray_t")) return 1;
-  st.pending = false;
+  if (put(h, zone, "ZoneIterativeData", "ZoneIterativeData_t", "MT", 0, nullptr, nullptr, &zid) ||
+      put(h, zid, "FlowSolutionPointers", "DataArray_t", "C1", 2, pdims, pointers.data()))
+    return 1;
+  if (put(h, ib, "BaseIterativeData", "BaseIterativeData_t", "I4", 1, &one, &steps, &iid) ||
+      put(h, iid, "TimeValues", "DataArray_t", "R8", 1, &n, st.times.data()))
+    return 1;
   return 0;
 }
 
-// Leaves everything written complete on disk and closes the file.
+// Makes everything written whole part of the case in one replacement: the
+// pending changes, a link to each complete result and their declaration.
+int publish() {
+  if (finish_result()) return 1;
+  if (!st.editing && st.declared == st.complete) return 0;
+  if (st.declared < st.complete) {
+    if (begin_edit()) return 1;
+    double zone;
+    if (node("/ResultBase/Zone1", zone)) return 1;
+    for (std::size_t s = st.declared; s < st.complete; ++s) {
+      remove_child("/ResultBase/Zone1", solution_name(s + 1));
+      if (put_link(zone, solution_name(s + 1), solution_file(s + 1), solution_name(s + 1))) return 1;
+    }
+    if (declare(st.complete)) return 1;
+  }
+  if (commit()) return 1;
+  st.declared = st.complete;
+  return 0;
+}
+
+// Leaves everything written complete in the case and closes the file.
 int finish_and_close() {
-  int ier = 0;
-  if (st.cgio >= 0 || st.pending) ier = declare_solutions();
+  const int ier = publish();
   close_file();
   return ier;
+}
+
+// Removes the results of a run from the case being edited: the zone of the
+// results and the iterative data of both bases.  True when there were any.
+bool clear_results() {
+  bool deleted = false;
+  deleted |= remove_child("/ResultBase", "Zone1");
+  deleted |= remove_child("/ResultBase", "BaseIterativeData");
+  deleted |= remove_child("/InputBase", "BaseIterativeData");
+  st.times.clear();
+  st.complete = st.declared = 0;
+  return deleted;
+}
+
+// Drops a change not yet made part of the case, and a result file not ended.
+void abandon() {
+  if (st.res >= 0) cgio_close_file(st.res);
+  st.res = -1;
+  if (st.editing) {
+    close_file();
+    std::remove(next_path().c_str());
+  }
 }
 
 // The data class node that both bases carry.
@@ -336,10 +428,13 @@ int CLAIM_CASE(const std::string& path_, std::string& message) {
   run_lock_fd = fd;
   run_lock_path = lockname;
   // No other run is at work, so what earlier runs left is stale: a result
-  // lock of a run killed while writing, and the copy of an interrupted
-  // compaction, which is complete when the case itself is gone (the kill
-  // came between the removal of the case and the renaming of the copy).
+  // lock of a run killed while writing, a next version of the case that was
+  // never made the case (and its compaction copy), and the copy of a
+  // compaction of the case itself, which is complete when the case is gone
+  // (a kill between the removal of the case and the renaming of the copy).
   std::filesystem::remove(path + ".lock", ec);
+  std::filesystem::remove(path + ".next", ec);
+  std::filesystem::remove(path + ".next.temp", ec);
   if (std::filesystem::exists(temp, ec)) {
     if (std::filesystem::exists(path, ec))
       std::filesystem::remove(temp, ec);
@@ -350,6 +445,7 @@ int CLAIM_CASE(const std::string& path_, std::string& message) {
 }
 
 void RELEASE_CASE() {
+  abandon();
   if (st.in_result && !st.lockpath.empty()) std::remove(st.lockpath.c_str());
   st.in_result = false;
   if (run_lock_fd >= 0) {
@@ -367,16 +463,14 @@ void CG_OPEN_F(const std::string& path, int mode, int& fileid, int& ier) {
     CG_CLOSE_F(1, dummy);
   }
   const std::string p = trim(path);
-  if (p.empty()) return;
-  int m;
-  switch (mode) {
-    case CG_MODE_READ: m = CGIO_MODE_READ; break;
-    case CG_MODE_WRITE: m = CGIO_MODE_WRITE; break;
-    case CG_MODE_MODIFY: m = CGIO_MODE_MODIFY; break;
-    default: return;
-  }
+  if (p.empty() || (mode != CG_MODE_READ && mode != CG_MODE_WRITE && mode != CG_MODE_MODIFY)) return;
   int h;
-  if (open_with_retry(p, m, h)) return;
+  if (mode == CG_MODE_WRITE) {
+    // A new empty file, then changed like any other.
+    if (open_with_retry(p, CGIO_MODE_WRITE, h)) return;
+    cgio_close_file(h);
+  }
+  if (open_with_retry(p, CGIO_MODE_READ, h)) return;
   st = State();
   st.path = p;
   st.mode = mode == CG_MODE_READ ? CG_MODE_READ : CG_MODE_MODIFY;
@@ -390,45 +484,56 @@ void CG_CLOSE_F(int, int& ier) {
   ier = 0;
   if (!st.opened) return;
   ier = finish_and_close();
+  abandon();
   if (st.in_result && !st.lockpath.empty()) std::remove(st.lockpath.c_str());
   st = State();
 }
 
 void CG_ORVA_INIT_F(int, int& ier) {
   ier = 1;
-  if (ensure_open()) return;
-  double rid;
-  if (root(rid)) return;
-  // A case whose author left out the results base gets one here.
-  double rb;
-  if (node("/ResultBase", rb)) {
-    const int dims[2] = {3, 3};
-    const cgsize_t n = 2;
-    if (put(rid, "ResultBase", "CGNSBase_t", "I4", 1, &n, dims, &rb)) return;
-  }
-  bool deleted = false;
-  deleted |= remove_child("/ResultBase", "Zone1");
-  deleted |= remove_child("/ResultBase", "BaseIterativeData");
-  deleted |= remove_child("/InputBase", "BaseIterativeData");
-  if (node("/ResultBase", rb)) return;
-  if (!exists("/ResultBase/DataClass") && put_dataclass(rb)) return;
-  if (!exists("/ResultBase/SimulationType") &&
-      put_string(rb, "SimulationType", "SimulationType_t", "TimeAccurate"))
-    return;
-  if (deleted) {
-    // HDF5 keeps the space of deleted nodes: write a compacted copy over
-    // the file (this closes our handle), then open it again.
-    if (cgio_compress_file(st.cgio, st.path.c_str()) != CGIO_ERR_NONE) {
-      st.cgio = -1;
-      return;
-    }
-    st.cgio = -1;
-    if (ensure_open()) return;
-  }
+  if (st.mode == CG_MODE_READ || ensure_open()) return;
+  abandon();
+  const bool has_results = exists("/ResultBase/Zone1") || exists("/ResultBase/BaseIterativeData") ||
+                           exists("/InputBase/BaseIterativeData");
+  const bool complete = exists("/ResultBase") && exists("/ResultBase/DataClass") &&
+                        exists("/ResultBase/SimulationType");
   st.ni3 = st.nj3 = st.nk3 = 0;
   st.times.clear();
-  st.pending = false;
-  st.have_sol_id = false;
+  st.complete = st.declared = 0;
+  if (has_results || !complete) {
+    if (begin_edit()) return;
+    double rid, rb;
+    if (root(rid)) return;
+    // A case whose author left out the results base gets one here.
+    if (node("/ResultBase", rb)) {
+      const int dims[2] = {3, 3};
+      const cgsize_t n = 2;
+      if (put(st.cgio, rid, "ResultBase", "CGNSBase_t", "I4", 1, &n, dims, &rb)) return;
+    }
+    const bool deleted = clear_results();
+    if (!exists("/ResultBase/DataClass") && put_dataclass(rb)) return;
+    if (!exists("/ResultBase/SimulationType") &&
+        put_string(rb, "SimulationType", "SimulationType_t", "TimeAccurate"))
+      return;
+    if (deleted) {
+      // HDF5 keeps the space of deleted nodes: compact the next version
+      // before it becomes the case, so that re-runs do not grow the file.
+      cgio_close_file(st.cgio);
+      st.cgio = -1;
+      st.editing = false;
+      if (compact(next_path())) return;
+      if (cgio_open_file(next_path().c_str(), CGIO_MODE_MODIFY, CGIO_FILE_NONE, &st.cgio) != CGIO_ERR_NONE) {
+        st.cgio = -1;
+        return;
+      }
+      st.editing = true;
+    }
+    if (commit()) return;
+  }
+  std::error_code ec;
+  st.compact_size = std::filesystem::file_size(st.path, ec);
+  // The files of earlier results, now that the case no longer links them.
+  std::filesystem::remove_all(side_dir(), ec);
   ier = 0;
 }
 
@@ -540,25 +645,42 @@ void CG_ORVA_READ_STRING_F(const std::string& key, std::string& value, int& ier)
 void CG_ORVA_WRITEGRIDCOORD3D_F(int isize, int jsize, int ksize, const double* x, const double* y,
                                 const double* z, int& ier) {
   ier = 1;
-  if (isize < 2 || jsize < 2 || ksize < 2) return;
-  if (ensure_open()) return;
-  double rb;
-  if (node("/ResultBase", rb)) return;
-  // A second grid replaces the zone and with it any results on it.
-  if (remove_child("/ResultBase", "Zone1")) remove_child("/ResultBase", "BaseIterativeData");
+  if (isize < 2 || jsize < 2 || ksize < 2 || st.mode == CG_MODE_READ) return;
+  if (ensure_open() || !exists("/ResultBase")) return;
+  // A second grid replaces the zone and with it any results on it; the case
+  // stops linking the old grid before its file is written anew.
+  if (finish_result()) return;
+  if (exists("/ResultBase/Zone1")) {
+    if (begin_edit()) return;
+    clear_results();
+    if (commit()) return;
+  }
   st.times.clear();
-  st.pending = false;
-  st.have_sol_id = false;
+  st.complete = st.declared = 0;
+  // The grid, whole, in a side file of its own.
+  std::error_code ec;
+  std::filesystem::create_directories(side_dir(), ec);
+  const std::string file = side_file(kGridFile);
+  int h;
+  double r, gc;
+  if (cgio_open_file(file.c_str(), CGIO_MODE_WRITE, CGIO_FILE_HDF5, &h) != CGIO_ERR_NONE) return;
+  const cgsize_t dims[3] = {isize, jsize, ksize};
+  const bool written = cgio_get_root_id(h, &r) == CGIO_ERR_NONE &&
+                       !put(h, r, "GridCoordinates", "GridCoordinates_t", "MT", 0, nullptr, nullptr, &gc) &&
+                       !put(h, gc, "CoordinateX", "DataArray_t", "R8", 3, dims, x) &&
+                       !put(h, gc, "CoordinateY", "DataArray_t", "R8", 3, dims, y) &&
+                       !put(h, gc, "CoordinateZ", "DataArray_t", "R8", 3, dims, z);
+  if (cgio_close_file(h) != CGIO_ERR_NONE || !written || !sync_path(file)) return;
+  // The zone, linking it, in the next version of the case: it becomes the
+  // case with the first result.
+  if (begin_edit()) return;
+  double rb, zone;
+  if (node("/ResultBase", rb)) return;
   const int size[9] = {isize, jsize, ksize, isize - 1, jsize - 1, ksize - 1, 0, 0, 0};
   const cgsize_t zdims[2] = {3, 3};
-  double zone, gc;
-  if (put(rb, "Zone1", "Zone_t", "I4", 2, zdims, size, &zone)) return;
+  if (put(st.cgio, rb, "Zone1", "Zone_t", "I4", 2, zdims, size, &zone)) return;
   if (put_string(zone, "ZoneType", "ZoneType_t", "Structured")) return;
-  if (put(zone, "GridCoordinates", "GridCoordinates_t", "MT", 0, nullptr, nullptr, &gc)) return;
-  const cgsize_t dims[3] = {isize, jsize, ksize};
-  if (put(gc, "CoordinateX", "DataArray_t", "R8", 3, dims, x)) return;
-  if (put(gc, "CoordinateY", "DataArray_t", "R8", 3, dims, y)) return;
-  if (put(gc, "CoordinateZ", "DataArray_t", "R8", 3, dims, z)) return;
+  if (put_link(zone, "GridCoordinates", kGridFile, "GridCoordinates")) return;
   st.ni3 = isize;
   st.nj3 = jsize;
   st.nk3 = ksize;
@@ -567,36 +689,36 @@ void CG_ORVA_WRITEGRIDCOORD3D_F(int isize, int jsize, int ksize, const double* x
 
 void CG_ORVA_WRITE_SOL_TIME_F(double time, int& ier) {
   ier = 1;
-  if (st.ni3 <= 0) return;
-  if (ensure_open()) return;
-  // Solutions are declared at the end of a result, a flush or a close: no
-  // other program can read the file while it is open here.
-  double zone, sol;
-  if (node("/ResultBase/Zone1", zone)) return;
-  const std::string name = solution_name(st.times.size() + 1);
-  if (put(zone, name, "FlowSolution_t", "MT", 0, nullptr, nullptr, &sol)) return;
-  st.sol_id = sol;
-  st.have_sol_id = true;
+  if (st.ni3 <= 0 || st.mode == CG_MODE_READ) return;
+  // A result that was not ended is complete as far as it got.
+  if (finish_result()) return;
+  // The new result goes into a side file of its own; the case links it once
+  // the file is whole (at the end of the result, a flush or the close).
+  const std::size_t n = st.times.size() + 1;
+  const std::string file = side_file(solution_file(n));
+  std::error_code ec;
+  std::filesystem::create_directories(side_dir(), ec);
+  int h;
+  double r, sol;
+  if (cgio_open_file(file.c_str(), CGIO_MODE_WRITE, CGIO_FILE_HDF5, &h) != CGIO_ERR_NONE) return;
+  if (cgio_get_root_id(h, &r) != CGIO_ERR_NONE ||
+      put(h, r, solution_name(n), "FlowSolution_t", "MT", 0, nullptr, nullptr, &sol)) {
+    cgio_close_file(h);
+    std::remove(file.c_str());
+    return;
+  }
+  st.res = h;
+  st.res_sol = sol;
   st.times.push_back(time);
-  st.pending = true;
   ier = 0;
 }
 
 void CG_ORVA_WRITE_SOL_REAL_F(const std::string& name, const double* array, int& ier) {
   ier = 1;
   const std::string nm = trim(name);
-  if (!valid_name(nm) || st.times.empty()) return;
-  if (ensure_open()) return;
-  // The solution's node: known from its start while the file stayed open,
-  // else looked up by path.
-  double sol = st.sol_id;
-  if (!st.have_sol_id) {
-    if (node("/ResultBase/Zone1/" + solution_name(st.times.size()), sol)) return;
-    st.sol_id = sol;
-    st.have_sol_id = true;
-  }
+  if (!valid_name(nm) || st.res < 0) return;
   const cgsize_t dims[3] = {st.ni3, st.nj3, st.nk3};
-  if (put(sol, nm, "DataArray_t", "R8", 3, dims, array)) return;
+  if (put(st.res, st.res_sol, nm, "DataArray_t", "R8", 3, dims, array)) return;
   ier = 0;
 }
 
@@ -610,7 +732,6 @@ void ORVA_WRITE_SOL_START_F(const std::string& casepath, int& ier) {
     if (!lock) return;
   }
   st.in_result = true;
-  if (ensure_open()) return;
   ier = 0;
 }
 

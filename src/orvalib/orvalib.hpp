@@ -6,8 +6,12 @@
 // non-zero on failure (a missing key, a failed read or write).  Only one case
 // is attached at a time; the library keeps its own state.
 //
-// The file is not held open while the solver computes: a flush and the end of
-// a result close it, and the next call that needs it reopens it.  While a
+// The case is complete at every instant: the 3-D grid and each result go
+// into files of their own in the folder "<case>.results", which the case
+// links once they are whole, and the case itself is only ever replaced, by
+// the rename of a changed copy "<case>.next".  The case is not held open
+// while the solver computes: a flush and the end of a result close it, and
+// the next call that needs it reopens it (for reading).  While a
 // result is being written, a lock file "<case>.lock" exists.  A host asks the
 // run to stop by creating "<case>.cancel".
 //
@@ -27,8 +31,7 @@ constexpr int CG_MODE_READ = 0;
 constexpr int CG_MODE_WRITE = 1;
 constexpr int CG_MODE_MODIFY = 2;
 
-// Opens a CGNS file; retries for a few seconds while another process holds
-// the file open.
+// Opens a CGNS file; retries for a few seconds, and waits while another program writes it.
 void CG_OPEN_F(const std::string& path, int mode, int& fileid, int& ier);
 void CG_CLOSE_F(int fileid, int& ier);
 
@@ -67,15 +70,16 @@ void ORVA_CHECK_CANCEL_F(int& cancel);
 
 // Takes the run lock of the case (an flock on "<case>.run", released by the
 // system when the process ends) and clears what earlier runs left: a stale
-// "<case>.lock", and "<case>.temp" of an interrupted compaction (removed, or
+// "<case>.lock", a "<case>.next" never made the case, and "<case>.temp" of
+// an interrupted compaction (removed, or
 // renamed to the case if the case itself is gone).  Returns 1 with a message
 // when another run holds the case; 0 otherwise (also when neither the case
 // nor its copy exists: the open then reports the missing file).
 int CLAIM_CASE(const std::string& path, std::string& message);
 
-// Lets the case go at the end of a run or at a stop: removes the result lock
-// if a result was being written (leaving the result as far as it got) and
-// the run lock.
+// Lets the case go at the end of a run or at a stop: drops a change of the
+// case not yet made and a result not ended (the case keeps the results
+// complete before), removes the result lock and the run lock.
 void RELEASE_CASE();
 
 // ---- Case authoring (what a host needs to write a new case) ----
