@@ -113,14 +113,12 @@ void CaseSpec::write(const std::string& path, double (*elevation)(double, double
 RunResult run_solver(const std::string& dir, const std::vector<std::string>& args, int threads) {
   std::string cmd = "cd '" + dir + "' && OMP_NUM_THREADS=" + std::to_string(threads) + " '" RIVERLES_EXE "'";
   for (const auto& a : args) cmd += " '" + a + "'";
-  cmd += " < /dev/null > console.log 2>&1";
+  cmd += " < /dev/null > console.log 2> errors.log";
   RunResult r;
   const int s = std::system(cmd.c_str());
   r.status = WIFEXITED(s) ? WEXITSTATUS(s) : -1;
-  std::ifstream in(dir + "/console.log");
-  std::stringstream ss;
-  ss << in.rdbuf();
-  r.out = ss.str();
+  r.out = slurp(dir + "/console.log");
+  r.err = slurp(dir + "/errors.log");
   return r;
 }
 

@@ -31,11 +31,12 @@ struct CaseSpec {
 
 struct RunResult {
   int status = -1;
-  std::string out;  // console output
+  std::string out;  // console output (standard output)
+  std::string err;  // standard error: warnings, notes, progress
 };
 
 // Runs riverles in the case's directory with the given arguments, standard
-// input from /dev/null and OMP_NUM_THREADS as given.
+// input from /dev/null (console.log and errors.log are left there) and OMP_NUM_THREADS as given.
 RunResult run_solver(const std::string& dir, const std::vector<std::string>& args, int threads = 1);
 
 // Runs the solver inside this process on a case file; the field store keeps

@@ -45,7 +45,7 @@ TEST(Faults, BedsThatBreakTheMarchRunOnWithOneWarning) {
       EXPECT_EQ(rltest::count_lines_starting(r.out, "Step Number"), 5);
       // One warning line per run, on standard error, only where the march
       // of the trilinear law is used.
-      EXPECT_EQ(rltest::count_lines_starting(r.out, "riverles: warning: the image-point march"), ibm == 0 ? 1 : 0)
+      EXPECT_EQ(rltest::count_lines_starting(r.err, "riverles: warning: the image-point march"), ibm == 0 ? 1 : 0)
           << "bed " << n << " iIBM " << ibm;
     }
   }
@@ -152,7 +152,7 @@ TEST(Faults, SecondRunOnACaseIsRefused) {
   const auto r = rltest::run_solver(dir, {"case.cgn"});
   std::ofstream(dir + "/case.cgn.cancel") << "";
   EXPECT_EQ(r.status, 1);
-  EXPECT_NE(r.out.find("another run is working on case.cgn"), std::string::npos) << r.out;
+  EXPECT_NE(r.err.find("another run is working on case.cgn"), std::string::npos) << r.err;
   EXPECT_EQ(rltest::count_lines_starting(r.out, "Step Number"), 0);
   for (int n = 0; n < 200 && std::filesystem::exists(dir + "/case.cgn.run"); ++n) ::usleep(50000);
   EXPECT_FALSE(std::filesystem::exists(dir + "/case.cgn.run"));

@@ -265,6 +265,12 @@ const std::vector<KeyDefault>& key_defaults() {
       {"ipostsItm", Kind::Integer, "2"},
       {"kpoismaxItm", Kind::Integer, "20"},
       {"epsItm", Kind::Real, "1.0e-4"},
+      // Beyond the 44: what a run reports about itself (read only when present).
+      {"MonitorItm", Kind::Integer, "1"},
+      {"VelocityLimitItm", Kind::Real, "10.0"},
+      {"StopNonFiniteItm", Kind::Integer, "1"},
+      {"ProbeFileItm", Kind::String, ""},
+      {"ProgressItm", Kind::Integer, "1"},
   };
   return keys;
 }

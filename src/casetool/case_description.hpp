@@ -24,7 +24,8 @@ struct KeyDefault {
   const char* value;  // the default as the description would write it
 };
 
-// All 44 keys with their defaults (a small laboratory flume).
+// All 44 keys of a case with their defaults (a small laboratory flume), then
+// the optional keys of the features beyond them.
 const std::vector<KeyDefault>& key_defaults();
 
 enum class BedKind { Flat, Slope, Dunes, Esri, Xyz };

@@ -1,6 +1,7 @@
 #include "driver/conditions.hpp"
 
 #include "common/console.hpp"
+#include "common/files.hpp"
 #include "driver/fields.hpp"
 #include "orvalib/orvalib.hpp"
 
@@ -30,6 +31,18 @@ std::string read_string(const char* key) {
   orva::CG_ORVA_READ_STRING_F(key, value, ier);
   if (ier != 0) stop_read_error();
   return value;
+}
+
+int optional_integer(const char* key, int fallback) {
+  return orva::HAS_KEY(key) ? read_integer(key) : fallback;
+}
+
+double optional_real(const char* key, double fallback) {
+  return orva::HAS_KEY(key) ? read_real(key) : fallback;
+}
+
+std::string optional_string(const char* key, const std::string& fallback) {
+  return orva::HAS_KEY(key) ? strip_blanks(read_string(key)) : fallback;
 }
 
 void set_boundary_types(int xbound, int ybound, int zbound) {

@@ -13,6 +13,14 @@ double read_real(const char* key);
 // The value as the library gives it: 200 characters, blank padded.
 std::string read_string(const char* key);
 
+// Optional keys (features beyond the 44 of a case): read only when the case
+// holds them, else the default; a key that is present but unreadable (of
+// another type) is a read error like any other.
+int optional_integer(const char* key, int fallback);
+double optional_real(const char* key, double fallback);
+// Blanks around the value removed.
+std::string optional_string(const char* key, const std::string& fallback);
+
 // The stops after a failed library read or write.
 [[noreturn]] void stop_read_error();
 [[noreturn]] void stop_write_error();

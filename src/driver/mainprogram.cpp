@@ -37,6 +37,7 @@
 #include "pressure/divergence.hpp"
 #include "pressure/multigridp.hpp"
 #include "results/caseresults.hpp"
+#include "results/monitors.hpp"
 #include "results/saved.hpp"
 
 namespace rl {
@@ -188,6 +189,9 @@ void startup(MainState& m) {
   iposts = read_integer("ipostsItm");
   kpoismax = read_integer("kpoismaxItm");
   eps = read_real("epsItm");
+
+  // What the run reports beyond the console, by the case's optional keys.
+  MONITORSTART(m.outpath, m.outfile, m.hotstart == 1 && m.timeinitial == 1);
 }
 
 // One pass of the time loop; returns false when the loop ends.
@@ -199,6 +203,7 @@ bool time_step(MainState& m) {
   m.npoisson = ADVANCE();
 
   print_status(m.npoisson);
+  MONITOR(m.npoisson);
 
   if (output_due(simtime, m.timeold, m.otime)) {
     VORTICITY();
@@ -305,6 +310,7 @@ int RIVERLES(int argc, char** argv) {
     bool more = time_step(m);
     report_march_fallbacks();
     while (more) more = time_step(m);
+    MONITOREND();
     int ier = 0;
     orva::CG_CLOSE_F(m.fileid, ier);
   } catch (const RunStopped& s) {

@@ -6,11 +6,19 @@ namespace rl {
 
 // Body accelerations of the step.  The streamwise force is a proportional
 // controller on the discharge through the first x face plane (i = 0),
-// measured from the velocities at the end of the previous step: every
-// position not below the bed adds u*dy times its wet height, the height
-// from the bed (mean of the two columns at the face) to the top of the cell,
-// limited to one cell.  Gravity acts on z.
+// measured from the velocities at the end of the previous step.  Gravity
+// acts on z.
 void FORCES() {
+  const double sum = INFLOW(&uo);
+  forcex = (discharge - sum) * 100.0;
+  forcey = 0.0;
+  forcez = -gravity;
+}
+
+// Every position of the plane not below the bed adds u*dy times its wet
+// height, the height from the bed (mean of the two columns at the face) to
+// the top of the cell, limited to one cell.
+double INFLOW(const Array3<double>* vel) {
   const int J = jmax, K = kmax;
   const double z0 = zmin, h0 = dz, wy = dy;
   double sum = 0.0;
@@ -22,14 +30,12 @@ void FORCES() {
       if (flagu(0, j, k) != -1) {
         double h = (z0 - Hb) + static_cast<double>(k) * h0;
         h = h < h0 ? h : h0;
-        sum += (uo(0, j, k) * wy) * h;
+        const double un = vel ? (*vel)(0, j, k) : 1.0;
+        sum += (un * wy) * h;
       }
     }
   }
-
-  forcex = (discharge - sum) * 100.0;
-  forcey = 0.0;
-  forcez = -gravity;
+  return sum;
 }
 
 }  // namespace rl

@@ -597,6 +597,13 @@ int condition(const std::string& key, double& id, char type[CGIO_MAX_DATATYPE_LE
 
 }  // namespace
 
+bool HAS_KEY(const std::string& key) {
+  double id;
+  char type[CGIO_MAX_DATATYPE_LENGTH + 1] = {};
+  long count = 0;
+  return condition(key, id, type, count) == 0;
+}
+
 void CG_ORVA_READ_INTEGER_F(const std::string& key, int& value, int& ier) {
   ier = 1;
   double id;

@@ -66,6 +66,10 @@ void CG_ORVA_FLUSH_F(const std::string& casepath, int fileid, int& ier);
 // 1 when the host asks the run to stop, else 0.
 void ORVA_CHECK_CANCEL_F(int& cancel);
 
+// Whether the case holds the calculation condition `key` (not part of the
+// host's calls: the solver's optional keys are read only when present).
+bool HAS_KEY(const std::string& key);
+
 // ---- Guarding a case against a second run (not part of the host's calls) ----
 
 // Takes the run lock of the case (an flock on "<case>.run", released by the

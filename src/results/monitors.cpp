@@ -1,0 +1,306 @@
+#include "results/monitors.hpp"
+
+#include <omp.h>
+#include <unistd.h>
+
+#include <cmath>
+#include <cstdint>
+#include <cstdio>
+#include <fstream>
+#include <sstream>
+#include <vector>
+
+#include "common/console.hpp"
+#include "common/files.hpp"
+#include "driver/conditions.hpp"
+#include "driver/fields.hpp"
+#include "flow/forces.hpp"
+
+namespace rl {
+
+namespace {
+
+struct Probe {
+  double x, y, z;
+  ProbeSample su, sv, sw, sp;
+};
+
+struct Monitors {
+  bool log = false, stop_nonfinite = false, progress = false;
+  double velocity_limit = 10.0;
+  double bulk = 0.0;  // bulk velocity: discharge over the wet area of the inflow plane
+  std::FILE* logfile = nullptr;
+  std::FILE* probefile = nullptr;
+  std::vector<Probe> probes;
+  bool warned_nonfinite = false, warned_cfl = false, warned_velocity = false;
+  double last_wall = 0.0;       // wall clock at the end of the previous step
+  double start_wall = 0.0, start_time = 0.0, last_progress = -1.0;
+  int start_step = 0;
+  bool progress_shown = false;
+};
+
+Monitors mon;
+
+// A stop of our own: the reason on standard error, the operator's wait,
+// exit status 1.
+[[noreturn]] void stop_with(const std::string& why) {
+  std::fprintf(stderr, "riverles: %s\n", why.c_str());
+  std::fflush(stderr);
+  wait_operator();
+  throw RunStopped{1};
+}
+
+std::FILE* open_csv(const std::string& name, bool append, const char* header) {
+  const bool fresh = !append || std::ifstream(name).peek() == std::ifstream::traits_type::eof();
+  std::FILE* f = std::fopen(name.c_str(), append ? "a" : "w");
+  if (!f) stop_with("cannot open \"" + name + "\" for writing");
+  if (fresh) std::fprintf(f, "%s\n", header);
+  std::fflush(f);
+  return f;
+}
+
+std::vector<Probe> read_probes(const std::string& name) {
+  std::ifstream in(name);
+  if (!in) stop_with("cannot open the probe file \"" + name + "\" (ProbeFileItm)");
+  std::vector<Probe> probes;
+  std::string line;
+  for (int ln = 1; std::getline(in, line); ++ln) {
+    const std::size_t hash = line.find('#');
+    if (hash != std::string::npos) line.resize(hash);
+    std::istringstream ss(line);
+    Probe q{};
+    std::string rest;
+    if (!(ss >> q.x)) {
+      if (line.find_first_not_of(" \t\r") == std::string::npos) continue;
+      stop_with(name + ":" + std::to_string(ln) + ": a probe is three numbers \"x y z\"");
+    }
+    if (!(ss >> q.y >> q.z) || (ss >> rest))
+      stop_with(name + ":" + std::to_string(ln) + ": a probe is three numbers \"x y z\"");
+    if (!probe_sample(q.x, q.y, q.z, true, false, false, q.su) ||
+        !probe_sample(q.x, q.y, q.z, false, true, false, q.sv) ||
+        !probe_sample(q.x, q.y, q.z, false, false, true, q.sw) ||
+        !probe_sample(q.x, q.y, q.z, false, false, false, q.sp))
+      stop_with(name + ":" + std::to_string(ln) + ": the probe lies outside the box");
+    probes.push_back(q);
+  }
+  return probes;
+}
+
+double sample(const Array3<double>& a, const ProbeSample& s) {
+  const double wi[2] = {1.0 - s.ti, s.ti}, wj[2] = {1.0 - s.tj, s.tj}, wk[2] = {1.0 - s.tk, s.tk};
+  double sum = 0.0;
+  for (int c = 0; c < 2; ++c)
+    for (int b = 0; b < 2; ++b)
+      for (int d = 0; d < 2; ++d) sum += wi[d] * wj[b] * wk[c] * a(s.i + d, s.j + b, s.k + c);
+  return sum;
+}
+
+// One pass over the cells: the largest velocity components and CFL number,
+// the first non-finite value.  Positions are (i, j, k); ties and the first
+// non-finite value go to the lowest position in storage order, so that the
+// result does not depend on the number of threads.
+struct Scan {
+  double umax = 0, vmax = 0, wmax = 0, cfl = 0, vel = 0;
+  std::int64_t cfl_at = -1, vel_at = -1, bad_at = -1;
+  char bad = ' ', velc = ' ';
+};
+
+std::int64_t flat(int i, int j, int k) {
+  return (static_cast<std::int64_t>(k) * (jmax + 2) + j) * (imax + 2) + i;
+}
+void unflat(std::int64_t n, int& i, int& j, int& k) {
+  i = static_cast<int>(n % (imax + 2));
+  j = static_cast<int>(n / (imax + 2) % (jmax + 2));
+  k = static_cast<int>(n / (static_cast<std::int64_t>(imax + 2) * (jmax + 2)));
+}
+
+// Keeps the larger value, or at equal values the lower position.
+void keep(double value, std::int64_t at, double& best, std::int64_t& best_at) {
+  if (value > best || (value == best && at < best_at)) {
+    best = value;
+    best_at = at;
+  }
+}
+
+Scan scan() {
+  Scan all;
+  const int I = imax, J = jmax, K = kmax;
+  const double rx = dt / dx, ry = dt / dy, rz = dt / dz;
+#pragma omp parallel default(shared)
+  {
+    Scan my;
+#pragma omp for schedule(static)
+    for (int k = 1; k <= K; ++k)
+      for (int j = 1; j <= J; ++j)
+        for (int i = 1; i <= I; ++i) {
+          const double uu = u(i, j, k), vv = v(i, j, k), ww = w(i, j, k), pp = p(i, j, k);
+          const std::int64_t at = flat(i, j, k);
+          if (my.bad_at < 0 && !(std::isfinite(uu) && std::isfinite(vv) && std::isfinite(ww) && std::isfinite(pp))) {
+            my.bad_at = at;
+            my.bad = !std::isfinite(uu) ? 'u' : !std::isfinite(vv) ? 'v' : !std::isfinite(ww) ? 'w' : 'p';
+          }
+          const double au = std::fabs(uu), av = std::fabs(vv), aw = std::fabs(ww);
+          my.umax = au > my.umax ? au : my.umax;
+          my.vmax = av > my.vmax ? av : my.vmax;
+          my.wmax = aw > my.wmax ? aw : my.wmax;
+          const double big = au > av ? (au > aw ? au : aw) : (av > aw ? av : aw);
+          if (big > my.vel) my.velc = au >= av && au >= aw ? 'u' : av >= aw ? 'v' : 'w';
+          keep(big, at, my.vel, my.vel_at);
+          const double au1 = std::fabs(u(i - 1, j, k)), av1 = std::fabs(v(i, j - 1, k)), aw1 = std::fabs(w(i, j, k - 1));
+          const double c = (au > au1 ? au : au1) * rx + (av > av1 ? av : av1) * ry + (aw > aw1 ? aw : aw1) * rz;
+          keep(c, at, my.cfl, my.cfl_at);
+        }
+#pragma omp critical(rl_monitor_scan)
+    {
+      all.umax = my.umax > all.umax ? my.umax : all.umax;
+      all.vmax = my.vmax > all.vmax ? my.vmax : all.vmax;
+      all.wmax = my.wmax > all.wmax ? my.wmax : all.wmax;
+      keep(my.cfl, my.cfl_at, all.cfl, all.cfl_at);
+      const double before = all.vel;
+      const std::int64_t before_at = all.vel_at;
+      keep(my.vel, my.vel_at, all.vel, all.vel_at);
+      if (all.vel != before || all.vel_at != before_at) all.velc = my.velc;
+      if (my.bad_at >= 0 && (all.bad_at < 0 || my.bad_at < all.bad_at)) {
+        all.bad_at = my.bad_at;
+        all.bad = my.bad;
+      }
+    }
+  }
+  return all;
+}
+
+std::string where(std::int64_t at) {
+  int i, j, k;
+  unflat(at, i, j, k);
+  return "(i, j, k) = (" + std::to_string(i) + ", " + std::to_string(j) + ", " + std::to_string(k) + ")";
+}
+
+void health(const Scan& s) {
+  if (s.bad_at >= 0 && !mon.warned_nonfinite) {
+    mon.warned_nonfinite = true;
+    const std::string what = std::string("non-finite ") + s.bad + " at step " + std::to_string(nstep) + ", first at " +
+                             where(s.bad_at);
+    if (mon.stop_nonfinite) {
+      MONITOREND();
+      stop_with(what + "; the run stops (StopNonFiniteItm 1). Look at the monitor log: a growing CFL number or "
+                       "velocity before this step points at too large a time step or too coarse a grid.");
+    }
+    std::fprintf(stderr, "riverles: warning: %s\n", what.c_str());
+  }
+  if (s.cfl > 1.0 && !mon.warned_cfl) {
+    mon.warned_cfl = true;
+    std::fprintf(stderr, "riverles: warning: CFL number %.3g above 1 at step %d, largest at %s\n", s.cfl, nstep,
+                 where(s.cfl_at).c_str());
+  }
+  if (mon.bulk > 0.0 && s.vel > mon.velocity_limit * mon.bulk && !mon.warned_velocity) {
+    mon.warned_velocity = true;
+    std::fprintf(stderr,
+                 "riverles: warning: |%c| = %.4g is more than %g times the bulk velocity %.4g at step %d, at %s\n",
+                 s.velc, s.vel, mon.velocity_limit, mon.bulk, nstep, where(s.vel_at).c_str());
+  }
+}
+
+void progress() {
+  const double now = omp_get_wtime();
+  if (now - mon.last_progress < 0.5 && simtime < endtime) return;
+  mon.last_progress = now;
+  const double spent = now - mon.start_wall, done = simtime - mon.start_time;
+  const double total = endtime - mon.start_time;
+  const double pct = total > 0.0 ? 100.0 * done / total : 100.0;
+  const double rate = spent > 0.0 ? (nstep - mon.start_step) / spent : 0.0;
+  char left[32] = "?";
+  if (done > 0.0 && spent > 0.0 && endtime > simtime) {
+    const long s = std::lround((endtime - simtime) * spent / done);
+    std::snprintf(left, sizeof left, "%ld:%02ld:%02ld", s / 3600, s / 60 % 60, s % 60);
+  } else if (endtime <= simtime) {
+    std::snprintf(left, sizeof left, "0:00:00");
+  }
+  std::fprintf(stderr, "\rriverles: t = %.6g of %.6g (%.1f %%), %.3g steps/s, %s left   ", simtime, endtime, pct, rate,
+               left);
+  std::fflush(stderr);
+  mon.progress_shown = true;
+}
+
+}  // namespace
+
+bool probe_sample(double x, double y, double z, bool xnode, bool ynode, bool znode, ProbeSample& s) {
+  if (!(x >= xmin && x <= xmax && y >= ymin && y <= ymax && z >= zmin && z <= zmax)) return false;
+  // Fractional index among the positions: nodes n at origin + n*h (n = 0..count),
+  // cell centres n at origin + (n - 0.5)*h (n = 0..count+1, ghosts included).
+  auto place = [](double c, double origin, double h, int count, bool node, int& n, double& t) {
+    const double f = (c - origin) / h + (node ? 0.0 : 0.5);
+    const int last = node ? count - 1 : count;
+    int n0 = static_cast<int>(std::floor(f));
+    n0 = n0 < 0 ? 0 : n0 > last ? last : n0;
+    n = n0;
+    t = f - n0;
+  };
+  place(x, xmin, dx, imax, xnode, s.i, s.ti);
+  place(y, ymin, dy, jmax, ynode, s.j, s.tj);
+  place(z, zmin, dz, kmax, znode, s.k, s.tk);
+  return true;
+}
+
+void MONITORSTART(const std::string& outpath, const std::string& outfile, bool continuing) {
+  mon = Monitors();
+  mon.log = optional_integer("MonitorItm", 0) == 1;
+  mon.velocity_limit = optional_real("VelocityLimitItm", 10.0);
+  mon.stop_nonfinite = optional_integer("StopNonFiniteItm", 0) == 1;
+  mon.progress = optional_integer("ProgressItm", 0) == 1 && ::isatty(STDERR_FILENO);
+  const std::string probefile = optional_string("ProbeFileItm", "");
+  const std::string dir = strip_blanks(outpath), stem = strip_blanks(outfile);
+  const std::string base = (dir.empty() ? std::string(".") : dir) + "/" + stem;
+  if (mon.log) {
+    const double area = INFLOW(nullptr);
+    mon.bulk = area > 0.0 ? std::fabs(discharge) / area : 0.0;
+    mon.logfile = open_csv(base + "_monitor.csv", continuing,
+                           "step,time,dt,discharge,discharge_target,force_x,max_u,max_v,max_w,max_cfl,"
+                           "max_divergence,poisson_cycles,wall_seconds");
+  }
+  if (!probefile.empty()) {
+    mon.probes = read_probes(probefile);
+    std::string header = "step,time";
+    for (std::size_t n = 1; n <= mon.probes.size(); ++n) {
+      const std::string t = std::to_string(n);
+      header += ",u" + t + ",v" + t + ",w" + t + ",p" + t;
+    }
+    mon.probefile = open_csv(base + "_probes.csv", continuing, header.c_str());
+  }
+  mon.last_wall = mon.start_wall = omp_get_wtime();
+  mon.start_time = simtime;
+  mon.start_step = nstep;
+}
+
+void MONITOR(int npoisson) {
+  const double now = omp_get_wtime();
+  const double wall = now - mon.last_wall;
+  mon.last_wall = now;
+  if (mon.log || mon.stop_nonfinite) {
+    const Scan s = scan();
+    if (mon.logfile) {
+      std::fprintf(mon.logfile, "%d,%.10g,%.10g,%.10g,%.10g,%.10g,%.10g,%.10g,%.10g,%.10g,%.10g,%d,%.6f\n", nstep,
+                   simtime, dt, INFLOW(&u), discharge, forcex, s.umax, s.vmax, s.wmax, s.cfl, divmax, npoisson, wall);
+      std::fflush(mon.logfile);
+    }
+    health(s);
+  }
+  if (mon.probefile) {
+    std::fprintf(mon.probefile, "%d,%.10g", nstep, simtime);
+    for (const Probe& q : mon.probes)
+      std::fprintf(mon.probefile, ",%.10g,%.10g,%.10g,%.10g", sample(u, q.su), sample(v, q.sv), sample(w, q.sw),
+                   sample(p, q.sp));
+    std::fprintf(mon.probefile, "\n");
+    std::fflush(mon.probefile);
+  }
+  if (mon.progress) progress();
+}
+
+void MONITOREND() {
+  if (mon.logfile) std::fclose(mon.logfile);
+  if (mon.probefile) std::fclose(mon.probefile);
+  mon.logfile = mon.probefile = nullptr;
+  if (mon.progress_shown) std::fprintf(stderr, "\n");
+  mon.progress_shown = false;
+}
+
+}  // namespace rl
