@@ -166,6 +166,8 @@ Scan scan() {
       }
     }
   }
+  // The largest values skip non-finite ones: where there are any, none is meaningful.
+  if (all.bad_at >= 0) all.umax = all.vmax = all.wmax = all.cfl = std::nan("");
   return all;
 }
 

@@ -1,0 +1,161 @@
+// What a run reports besides the console: the monitor log against the
+// console, the health warnings and the stop on a run that blows up on
+// purpose, probes against the fields they sample.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+#include "driver/fields.hpp"
+#include "run_helpers.hpp"
+
+using rltest::CaseSpec;
+using rltest::count_lines_starting;
+
+namespace {
+
+std::vector<std::vector<std::string>> read_csv(const std::string& path) {
+  std::vector<std::vector<std::string>> rows;
+  std::ifstream in(path);
+  for (std::string line; std::getline(in, line);) {
+    std::vector<std::string> cells;
+    std::stringstream ss(line);
+    for (std::string c; std::getline(ss, c, ',');) cells.push_back(c);
+    rows.push_back(cells);
+  }
+  return rows;
+}
+
+// The values of the console lines that start with `label`, in order.
+std::vector<double> console_values(const std::string& out, const std::string& label) {
+  std::vector<double> v;
+  std::istringstream in(out);
+  for (std::string line; std::getline(in, line);)
+    if (line.rfind(label, 0) == 0) v.push_back(std::stod(line.substr(line.find('=') + 1)));
+  return v;
+}
+
+}  // namespace
+
+// The log has a line per step whose time, time step, divergence and Poisson
+// cycles are the console's; the target discharge and the measured one are
+// the controller's.  Without the keys nothing is written.
+TEST(Monitors, LogLinesMatchTheConsole) {
+  CaseSpec s;
+  s.set("timetypeItm", 0).set("cflItm", 0.3).set("endtimeItm", 1.5).set("InitialItm", 1).set("xInitItm", 0.1);
+  s.set("MonitorItm", 1);
+  const std::string dir = rltest::temp_dir("monitor");
+  s.write(dir + "/case.cgn");
+  const auto r = rltest::run_solver(dir, {"case.cgn"});
+  ASSERT_EQ(r.status, 0) << r.err;
+  const auto rows = read_csv(dir + "/run_monitor.csv");
+  const auto times = console_values(r.out, "Time               ="), dts = console_values(r.out, "Time Step");
+  const auto divs = console_values(r.out, "Maximum divergence"), cycles = console_values(r.out, "Number of Poisson");
+  ASSERT_EQ(rows.size(), times.size() + 1);
+  ASSERT_EQ(rows[0].size(), 13u);
+  EXPECT_EQ(rows[0][3], "discharge");
+  for (std::size_t n = 1; n < rows.size(); ++n) {
+    ASSERT_EQ(rows[n].size(), 13u);
+    EXPECT_EQ(std::stoi(rows[n][0]), static_cast<int>(n));
+    EXPECT_NEAR(std::stod(rows[n][1]), times[n - 1], 1e-9 * times[n - 1]);
+    EXPECT_NEAR(std::stod(rows[n][2]), dts[n - 1], 1e-9 * dts[n - 1]);
+    EXPECT_NEAR(std::stod(rows[n][10]), divs[n - 1], 1e-9 * divs[n - 1] + 1e-300);
+    EXPECT_EQ(std::stod(rows[n][11]), cycles[n - 1]);
+    EXPECT_EQ(std::stod(rows[n][4]), 0.008);
+    // The next step's dt brings the largest CFL number of this step's
+    // velocities to the target 0.3 (the viscous part of the rate is a few
+    // thousandths of the convective one here).
+    if (n + 1 < rows.size())
+      EXPECT_NEAR(std::stod(rows[n][9]) * dts[n] / dts[n - 1], 0.3, 0.003) << "step " << n;
+  }
+  // Started at 0.1 everywhere in a channel 0.2 deep and 0.4 wide: the
+  // measured discharge begins near 0.1 * 0.2 * 0.4 = 0.008.
+  EXPECT_NEAR(std::stod(rows[1][3]), 0.008, 0.0008);
+
+  s.omit.insert("MonitorItm");
+  const std::string plain = rltest::temp_dir("no-monitor");
+  s.write(plain + "/case.cgn");
+  EXPECT_EQ(rltest::run_solver(plain, {"case.cgn"}).status, 0);
+  EXPECT_FALSE(std::filesystem::exists(plain + "/run_monitor.csv"));
+}
+
+// Far too large a fixed time step: the CFL, velocity and non-finite
+// warnings come once each, with step and position; with StopNonFiniteItm the
+// run stops at the first non-finite step, its log line written.
+TEST(Monitors, BlowUpIsWarnedAndStopped) {
+  CaseSpec s;
+  s.set("timestepItm", 2.0).set("endtimeItm", 60.0).set("InitialItm", 1).set("xInitItm", 0.1);
+  s.set("iPerturbItm", 1).set("amplitudeItm", 0.05).set("MonitorItm", 1).set("VelocityLimitItm", 20.0);
+  const std::string dir = rltest::temp_dir("blowup");
+  s.write(dir + "/case.cgn");
+  auto r = rltest::run_solver(dir, {"case.cgn"});
+  ASSERT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(count_lines_starting(r.err, "riverles: warning: CFL number"), 1) << r.err;
+  EXPECT_EQ(count_lines_starting(r.err, "riverles: warning: |"), 1) << r.err;
+  EXPECT_EQ(count_lines_starting(r.err, "riverles: warning: non-finite"), 1) << r.err;
+  EXPECT_NE(r.err.find("times the bulk velocity 0.1 at step"), std::string::npos) << r.err;
+  auto rows = read_csv(dir + "/run_monitor.csv");
+  int first_nan = 0;
+  for (std::size_t n = 1; n < rows.size() && !first_nan; ++n)
+    if (rows[n][6] == "nan" || rows[n][6] == "-nan") first_nan = static_cast<int>(n);
+  ASSERT_GT(first_nan, 1);
+  EXPECT_NE(r.err.find("non-finite u at step " + std::to_string(first_nan) + ", first at (i, j, k) = ("),
+            std::string::npos)
+      << r.err;
+
+  s.set("StopNonFiniteItm", 1);
+  s.write(dir + "/case.cgn");
+  r = rltest::run_solver(dir, {"case.cgn"});
+  EXPECT_EQ(r.status, 1);
+  EXPECT_NE(r.err.find("the run stops (StopNonFiniteItm 1)"), std::string::npos) << r.err;
+  EXPECT_EQ(count_lines_starting(r.out, "Step Number"), first_nan);
+  rows = read_csv(dir + "/run_monitor.csv");
+  EXPECT_EQ(rows.size(), static_cast<std::size_t>(first_nan + 1));
+}
+
+// A probe on a position of a field gives that value; one midway between two
+// positions their mean; the four fields each at their own positions.  A
+// probe outside the box or a malformed line stops the run naming the line.
+TEST(Monitors, ProbesSampleTheFields) {
+  CaseSpec s;
+  s.set("timetypeItm", 1).set("InitialItm", 1).set("xInitItm", 0.1).set("iPerturbItm", 1).set("amplitudeItm", 0.05);
+  const std::string dir = rltest::temp_dir("probes");
+  // Grid: 8 x 4 cells of 0.1 in plan (lx 0.8, ly 0.4), 8 cells of 0.025 in z.
+  const double d = 0.1, h = 0.025;
+  std::ofstream(dir + "/points.txt") << "# x y z\n"
+                                     << 3 * d << " " << 1.5 * d << " " << 2.5 * h << "\n"  // a u face
+                                     << 2.5 * d << " " << 2 * d << " " << 4.5 * h << "\n"  // a v face
+                                     << 4.5 * d << " " << 2.5 * d << " " << 6 * h << "\n"  // a w face
+                                     << "\n"
+                                     << 5.5 * d << " " << 0.5 * d << " " << 0.5 * h << "   # a cell centre\n"
+                                     << 3.5 * d << " " << 1.5 * d << " " << 2.5 * h << "\n";  // between u faces
+  s.set("ProbeFileItm", dir + "/points.txt").set("outpathItm", dir).set("kmaxItm", 3);
+  s.write(dir + "/case.cgn");
+  int status = -1;
+  rltest::run_file_in_process(dir + "/case.cgn", &status);
+  ASSERT_EQ(status, 0);
+  ASSERT_EQ(rl::imax, 8);
+  ASSERT_EQ(rl::kmax, 8);
+  const auto rows = read_csv(dir + "/run_probes.csv");
+  ASSERT_EQ(rows.size(), 6u);
+  ASSERT_EQ(rows.back().size(), 2u + 5 * 4);
+  auto at = [&](int probe, int field) { return std::stod(rows.back()[2 + 4 * (probe - 1) + field]); };
+  auto near = [](double a, double b) { EXPECT_NEAR(a, b, 1e-9 * std::fabs(b) + 1e-12); };
+  // Cell (i,j,k) spans nodes i-1..i: u(3,2,3) is the x face at x = 3d, y = 1.5d, z = 2.5h.
+  near(at(1, 0), rl::u(3, 2, 3));
+  near(at(2, 1), rl::v(3, 2, 5));
+  near(at(3, 2), rl::w(5, 3, 6));
+  near(at(4, 3), rl::p(6, 1, 1));
+  near(at(5, 0), 0.5 * (rl::u(3, 2, 3) + rl::u(4, 2, 3)));
+  EXPECT_NE(rl::u(3, 2, 3), rl::u(4, 2, 3));
+
+  for (const char* bad : {"0.1 0.1\n", "0.1 0.1 0.1 0.1\n", "0.1 0.5 0.1\n"}) {
+    std::ofstream(dir + "/points.txt") << "0.1 0.1 0.1\n" << bad;
+    const auto r = rltest::run_solver(dir, {"case.cgn"});
+    EXPECT_EQ(r.status, 1) << bad;
+    EXPECT_NE(r.err.find("points.txt:2: "), std::string::npos) << r.err;
+    EXPECT_EQ(count_lines_starting(r.out, "Step Number"), 0);
+  }
+}
