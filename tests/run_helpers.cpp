@@ -144,7 +144,8 @@ std::string run_description(const std::string& example, const std::string& extra
   if (dir) *dir = d;
   std::ifstream in(std::string(RIVERLES_SOURCE_DIR) + "/examples/" + example);
   std::stringstream text;
-  text << in.rdbuf() << "\n" << extra << "\n";
+  // The run's own files go to its folder unless the extra lines say otherwise.
+  text << in.rdbuf() << "\noutpathItm " << d << "\n" << extra << "\n";
   std::ofstream(d + "/case.txt") << text.str();
   const std::string cmd = "'" RIVERLES_CASE_EXE "' '" + d + "/case.txt' '" + d + "/case.cgn'";
   EXPECT_EQ(std::system(cmd.c_str()), 0);

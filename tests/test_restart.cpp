@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "driver/fields.hpp"
+#include "results/statistics.hpp"
 #include "run_helpers.hpp"
 
 namespace {
@@ -23,6 +24,21 @@ std::string blocks_after(const std::string& out, int after) {
   return result;
 }
 
+// Every statistics output on the nodes, one after the other.
+std::vector<double> statistics(bool pressure) {
+  const std::size_t n = static_cast<std::size_t>(rl::imax + 1) * (rl::jmax + 1) * (rl::kmax + 1);
+  std::vector<double> all, one(n);
+  for (const char* name : {"MeanVelocityX", "MeanVelocityY", "MeanVelocityZ", "MeanEddyViscosity", "ReynoldsStressUU",
+                           "ReynoldsStressVV", "ReynoldsStressWW", "ReynoldsStressUV", "ReynoldsStressUW",
+                           "ReynoldsStressVW", "MeanPressure"}) {
+    if (!pressure && std::string(name) == "MeanPressure") continue;
+    if (pressure && std::string(name) != "MeanPressure") continue;
+    rl::statistics_nodes(name, one.data());
+    all.insert(all.end(), one.begin(), one.end());
+  }
+  return all;
+}
+
 std::vector<double> interior(const rl::Array3<double>& a) {
   std::vector<double> v;
   for (int k = 1; k <= rl::kmax; ++k)
@@ -37,8 +53,10 @@ TEST(Restart, ContinuesExactlyLikeAnUninterruptedRun) {
   const int threads = omp_get_max_threads();
   omp_set_num_threads(1);
   // Steps of 1/256 over the dune bed; the state is saved after step 32.
+  // Statistics from step 16 on: the restarted run continues them.
   const std::string common =
-      "timetypeItm 1\ntimestepItm 0.00390625\nOTimeItm 0.0625\niPerturbItm 1\namplitudeItm 0.02\n";
+      "timetypeItm 1\ntimestepItm 0.00390625\nOTimeItm 0.0625\niPerturbItm 1\namplitudeItm 0.02\n"
+      "StatisticsItm 1\nStatsStartItm 0.0625\n";
 
   int status = -1;
   std::string dir_a;
@@ -48,6 +66,8 @@ TEST(Restart, ContinuesExactlyLikeAnUninterruptedRun) {
   ASSERT_EQ(rl::nstep, 64);
   const auto u_a = interior(rl::u), v_a = interior(rl::v), w_a = interior(rl::w), nut_a = interior(rl::nut),
              p_a = interior(rl::p);
+  const auto stats_a = statistics(false), mean_p_a = statistics(true);
+  ASSERT_EQ(rl::statistics_count(), 49);
 
   const std::string first = rltest::temp_dir("first");
   rltest::run_description("dune-bed.txt",
@@ -57,6 +77,7 @@ TEST(Restart, ContinuesExactlyLikeAnUninterruptedRun) {
   ASSERT_EQ(status, 0);
   ASSERT_EQ(rl::nstep, 32);
   ASSERT_TRUE(std::filesystem::exists(first + "/state.dat"));
+  ASSERT_TRUE(std::filesystem::exists(first + "/state.stats"));
 
   const std::string out_c = rltest::run_description(
       "dune-bed.txt",
@@ -76,4 +97,9 @@ TEST(Restart, ContinuesExactlyLikeAnUninterruptedRun) {
   // The pressure is not saved: it restarts from zero and accumulates the
   // same corrections, so it lags by what had built up in the first 32 steps.
   EXPECT_NE(interior(rl::p), p_a);
+  // The statistics go on from those kept beside the saved state: the same
+  // samples, the same averages bit for bit, but the mean pressure.
+  EXPECT_EQ(rl::statistics_count(), 49);
+  EXPECT_EQ(statistics(false), stats_a);
+  EXPECT_NE(statistics(true), mean_p_a);
 }

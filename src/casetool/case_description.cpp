@@ -271,6 +271,9 @@ const std::vector<KeyDefault>& key_defaults() {
       {"StopNonFiniteItm", Kind::Integer, "1"},
       {"ProbeFileItm", Kind::String, ""},
       {"ProgressItm", Kind::Integer, "1"},
+      {"StatisticsItm", Kind::Integer, "1"},
+      {"StatsStartItm", Kind::Real, "0.5"},
+      {"dtStatsItm", Kind::Real, "0.5"},
   };
   return keys;
 }

@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 
 namespace rl {
 
@@ -12,6 +13,16 @@ std::string strip_blanks(const std::string& s) {
   if (b == std::string::npos) return std::string();
   const std::size_t e = s.find_last_not_of(' ');
   return s.substr(b, e - b + 1);
+}
+
+void make_output_folder(const std::string& outpath) {
+  const std::string dir = strip_blanks(outpath);
+  std::error_code ec;
+  if (dir.empty() || std::filesystem::is_directory(dir, ec)) return;
+  std::filesystem::create_directories(dir, ec);
+  if (ec)
+    std::fprintf(stderr, "riverles: warning: cannot make the output folder \"%s\": %s\n", dir.c_str(),
+                 ec.message().c_str());
 }
 
 void open_failed(const std::string& name) {

@@ -8,6 +8,11 @@ namespace rl {
 // Drops the blanks that pad a fixed-length name, on both sides.
 std::string strip_blanks(const std::string& s);
 
+// Makes the output folder (blanks stripped) if it is missing, so that a
+// missing one does not end a run when its first file is due; a folder that
+// cannot be made gets a warning, and the file's own open reports it later.
+void make_output_folder(const std::string& outpath);
+
 // A file that can't be opened has no handling of its own: like any runtime
 // file error it ends the process (exit status 2) with a line on stderr.
 [[noreturn]] void open_failed(const std::string& name);

@@ -38,6 +38,7 @@
 #include "pressure/multigridp.hpp"
 #include "results/caseresults.hpp"
 #include "results/monitors.hpp"
+#include "results/statistics.hpp"
 #include "results/saved.hpp"
 
 namespace rl {
@@ -61,18 +62,6 @@ void flush_denormals() { _mm_setcsr(_mm_getcsr() | 0x8040); }
 int power_of_two(int e) {
   if (e < 0 || e > 31) return 0;
   return static_cast<std::int32_t>(static_cast<std::uint32_t>(1u) << e);
-}
-
-// The folder of the saved states and Tecplot files is made at the start,
-// so that a missing one does not end the run when the first file is due.
-void make_output_folder(const std::string& outpath) {
-  const std::string dir = strip_blanks(outpath);
-  std::error_code ec;
-  if (dir.empty() || std::filesystem::is_directory(dir, ec)) return;
-  std::filesystem::create_directories(dir, ec);
-  if (ec)
-    std::fprintf(stderr, "riverles: warning: cannot make the output folder \"%s\": %s\n", dir.c_str(),
-                 ec.message().c_str());
 }
 
 // Both side walls get the wall law exactly when their three velocity types
@@ -192,6 +181,8 @@ void startup(MainState& m) {
 
   // What the run reports beyond the console, by the case's optional keys.
   MONITORSTART(m.outpath, m.outfile, m.hotstart == 1 && m.timeinitial == 1);
+  STATSTART(m.otime, m.hotstart == 1 ? m.startfile : std::string());
+  if (statistics_on()) make_output_folder(m.outpath);
 }
 
 // One pass of the time loop; returns false when the loop ends.
@@ -204,13 +195,18 @@ bool time_step(MainState& m) {
 
   print_status(m.npoisson);
   MONITOR(m.npoisson);
+  STATISTICS();
 
   if (output_due(simtime, m.timeold, m.otime)) {
     VORTICITY();
     NODEVALUES();
     WRITERESULTS(m.casepath);
   }
-  if (m.hotout == 1 && output_due(simtime, m.timeold, m.dthotout)) WRITESAVED(nstep, simtime, m.outpath, m.outfile);
+  if (m.hotout == 1 && output_due(simtime, m.timeold, m.dthotout)) {
+    WRITESAVED(nstep, simtime, m.outpath, m.outfile);
+    SAVESTATS(m.outpath, m.outfile);
+  }
+  if (statistics_on() && output_due(simtime, m.timeold, statistics_interval())) WRITESTATS(m.outpath, m.outfile);
   if (m.tecplot == 1 && output_due(simtime, m.timeold, m.dttecplot)) {
     VORTICITY();
     WRITETECPLOT(m.outpath, m.outfile, trunc_i32(simtime / m.dttecplot));

@@ -180,7 +180,7 @@ FootPoint result_of(const Search& s) { return FootPoint{s.px, s.py, s.pz, s.X, s
 // geometry of the trilinear law for this point, so that a kept point only
 // samples the flow.
 void impose(const FootPoint& f, double& ux, double& uy, double& uz, TriGeometry* geometry = nullptr,
-            bool* geometry_ready = nullptr) {
+            bool* geometry_ready = nullptr, double* ustar_out = nullptr) {
   double px = f.px, py = f.py, pz = f.pz;
   double grad, ustar, tx, ty, tz;
   if (iibm == 0) {
@@ -201,6 +201,7 @@ void impose(const FootPoint& f, double& ux, double& uy, double& uz, TriGeometry*
     else
       WALLSMOOTHIDW(px, py, pz, f.X, f.Y, f.Z, ux, uy, uz, grad, ustar, tx, ty, tz);
   }
+  if (ustar_out) *ustar_out = ustar;
 }
 
 }  // namespace
@@ -279,6 +280,7 @@ struct CachedFoot {
   bool ready = false;
   TriGeometry tri{};  // geometry of the trilinear wall law, once used
   bool tri_ready = false;
+  double ustar = 0.0;  // friction velocity of the last forcing
 };
 
 struct FootCache {
@@ -325,7 +327,7 @@ void force_velocity(Kind kind, const Array3<int>& flag, int i, int j, int k, Sea
   if (!f.found) search_failed(failure);
   double up[3];
   if (e)
-    impose(f, up[0], up[1], up[2], &e->tri, &e->tri_ready);
+    impose(f, up[0], up[1], up[2], &e->tri, &e->tri_ready, &e->ustar);
   else
     impose(f, up[0], up[1], up[2]);
   value = up[component];
@@ -368,6 +370,18 @@ void IMMERSEV(int i, int j, int k, double& value) {
 void IMMERSEW(int i, int j, int k, double& value) {
   force_velocity(KW, flagw, i, j, k, [=] { return foot_w(i, j, k); }, "immersing w could not find the minimum point",
                  2, value);
+}
+
+void BEDFRICTION(Array2<double>& ustar) {
+  for (int j = 1; j <= jmax; ++j)
+    for (int i = 1; i <= imax; ++i) {
+      ustar(i, j) = 0.0;
+      for (int k = 1; k <= kmax; ++k) {
+        if (flagw(i, j, k) != 0) continue;
+        if (const CachedFoot* e = entry_of(KW, flagw, i, j, k)) ustar(i, j) = e->ustar;
+        break;
+      }
+    }
 }
 
 void IMMERSEVISC(int i, int j, int k, double& value) {

@@ -8,6 +8,8 @@
 // is accepted at or beyond the height of the domain.
 #pragma once
 
+#include "common/array.hpp"
+
 namespace rl {
 
 // Forcing of u(i,j,k), v(i,j,k), w(i,j,k): finds the foot point and imposes
@@ -22,6 +24,13 @@ void IMMERSEW(int i, int j, int k, double& value);
 // so the result cannot change while the time loop runs); off, every call
 // searches.  Switching either way forgets what was kept.
 void FOOTCACHE(bool on);
+
+// Friction velocity at the bed of each column (i, j), i = 1..imax,
+// j = 1..jmax: the u* of the wall law at the column's lowest forcing point of
+// w, as the last forcing imposed it; 0 where the column has none, or while
+// foot points are not kept.
+// reads: flagw, what the last forcing kept; writes: ustar
+void BEDFRICTION(Array2<double>& ustar);
 
 // Eddy viscosity at the cell centre (i,j,k) next to the bed.
 // reads: bed, nut and flagc (fluid positions), iibm; writes: value

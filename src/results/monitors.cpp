@@ -252,6 +252,7 @@ void MONITORSTART(const std::string& outpath, const std::string& outfile, bool c
   const std::string probefile = optional_string("ProbeFileItm", "");
   const std::string dir = strip_blanks(outpath), stem = strip_blanks(outfile);
   const std::string base = (dir.empty() ? std::string(".") : dir) + "/" + stem;
+  if (mon.log || !probefile.empty()) make_output_folder(outpath);
   if (mon.log) {
     const double area = INFLOW(nullptr);
     mon.bulk = area > 0.0 ? std::fabs(discharge) / area : 0.0;
