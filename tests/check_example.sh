@@ -2,7 +2,8 @@
 # Runs the flat-channel example and hands its case file to outside readers:
 # cgnscheck (no errors, no warnings at levels 1 and 2), ParaView's CGNS
 # reader (one time step per result, the six arrays) and its Tecplot reader
-# (the node grid and the five fields of a Tecplot file).
+# (the node grid and the five fields of a Tecplot file); then riverles-view
+# makes its pictures of the run, which must not be empty.
 #   check_example.sh RIVERLES RIVERLES_CASE SOURCE_DIR
 set -uo pipefail
 riverles=$1 casetool=$2 src=$3
@@ -40,6 +41,11 @@ if command -v pvpython > /dev/null; then
   command -v xvfb-run > /dev/null && runner="xvfb-run -a"
   $runner pvpython "$src/tests/pv_check_case.py" "$work/flat.cgn" "$results" "$work/riverles2.plt" ||
     fail "ParaView readers"
+  # The standard pictures of the run (its statistics included), not empty.
+  $runner "$src/scripts/riverles-view" "$work/flat.cgn" "$work/pictures" > "$work/view.log" 2>&1 ||
+    { cat "$work/view.log"; fail "riverles-view"; }
+  $runner pvpython "$src/tests/pv_check_images.py" "$work"/pictures/{section,plan,vortices,profile}.png ||
+    fail "riverles-view pictures"
 else
   echo "pvpython not installed (Debian package python3-paraview): skipped"
 fi
