@@ -117,7 +117,8 @@ TEST_F(CaseTool, EachBedKindAtNodesAgainstItsClosedForm) {
     write_file("bed.asc",
                "ncols 3\nnrows 2\nxllcorner 0.0\nyllcorner 0.0\ncellsize 1.0\nNODATA_value -9999\n"
                "1 2 3\n4 5 6\n");
-    const std::string desc = write_file("e.txt", "nodes 5 3\norigin 0.5 0.5\nextent 2 1\nbed esri bed.asc\n");
+    const std::string desc =
+        write_file("e.txt", "nodes 5 3\norigin 0.5 0.5\nextent 2 1\nbed esri bed.asc\nzminItm 0\nzmaxItm 10\n");
     ASSERT_EQ(run(desc), 0) << message;
     open_case();
     int ni, nj;
@@ -134,7 +135,7 @@ TEST_F(CaseTool, EachBedKindAtNodesAgainstItsClosedForm) {
   // x y z points, inverse distance squared of the nearest four.
   {
     write_file("bed.xyz", "# x y z\n0 0 1\n1 0 2\n0 1 3\n1 1 4\n10 10 100\n");
-    const std::string desc = write_file("x.txt", "nodes 3 3\nextent 1 1\nbed xyz bed.xyz\n");
+    const std::string desc = write_file("x.txt", "nodes 3 3\nextent 1 1\nbed xyz bed.xyz\nzminItm 0\nzmaxItm 10\n");
     ASSERT_EQ(run(desc), 0) << message;
     open_case();
     int ni, nj;
@@ -183,4 +184,49 @@ TEST_F(CaseTool, FaultsAreReportedWithTheirLineAndLeaveNoFile) {
   EXPECT_FALSE(fs::exists(casefile));
   EXPECT_EQ(run((dir / "none.txt").string()), 1);
   EXPECT_FALSE(fs::exists(casefile));
+}
+
+// The mistakes of real data: errors where the case cannot be right (with the
+// line to fix), warnings where it may not be (the case is written).
+TEST_F(CaseTool, RealDataMistakesAreCaught) {
+  // A 3 x 2 DEM of unit cells from (0, 0), the middle of the top row missing.
+  write_file("dem.asc",
+             "ncols 3\nnrows 2\nxllcorner 0\nyllcorner 0\ncellsize 1\nNODATA_value -9999\n"
+             "0.02 -9999 0.03\n0.01 0.02 0.02\n");
+  const std::string box = "zminItm -0.01\nzmaxItm 0.1\n";
+  struct Case {
+    std::string text;
+    int status;
+    std::string expect;
+  };
+  const std::vector<Case> cases = {
+      {"nodes 4 3\nextent 3.5 1\nbed esri dem.asc\n" + box, 1,
+       "dem.asc: the DEM covers x 0 to 3, y 0 to 2, but the grid reaches x 0 to 3.5"},
+      {"nodes 3 3\norigin 0.5 0.5\nextent 2 1\nbed esri dem.asc\n" + box, 1,
+       "uses a NODATA cell (row 1 from the top, column 2)"},
+      {"nodes 3 3\norigin 0.5 0.5\nextent 2 1\nbed esri dem.asc fill\n" + box, 0,
+       "dem.asc: 1 NODATA cells filled with the nearest valid value"},
+      {"bed flat 0.0\nkmaxItm 3\nzminItm 0.0\n", 1, ":3: zminItm 0 is not below the lowest bed 0"},
+      {"bed flat 0.2\nzmaxItm 0.2\n", 1, ":2: the whole bed (0.2 to 0.2) lies at or above zmaxItm 0.2"},
+      {"bed flat 312.5\n", 1, "elevations far above the box look absolute"},
+      {"zminItm -0.005\nkmaxItm 4\nbed flat 0.0\n", 0, ":1: warning: zminItm -0.005 is less than a cell"},
+      {"nodes 9 5\nbed slope 0.0 0.2\n", 0, ":2: warning: 25 of 45 nodes lie at or above zmaxItm 0.1"},
+      {"nodes 9 5\nbed slope 0.0 4.0\nzmaxItm 10\n", 0, "in another unit than the grid"},
+  };
+  for (const Case& c : cases) {
+    const std::string desc = write_file("real.txt", c.text);
+    fs::remove(casefile);
+    EXPECT_EQ(run(desc), c.status) << c.text << message;
+    EXPECT_NE(message.find(c.expect), std::string::npos) << c.text << "got: " << message;
+    EXPECT_EQ(fs::exists(casefile), c.status == 0) << c.text;
+  }
+  // The filled cell took a neighbour's value: the node on it has 0.02 or 0.03.
+  const std::string desc = write_file("fill.txt", "nodes 3 2\norigin 0.5 0.5\nextent 2 1\nbed esri dem.asc fill\n" + box);
+  ASSERT_EQ(run(desc), 0) << message;
+  open_case();
+  int ni, nj;
+  const std::vector<double> e = elevation(ni, nj);
+  EXPECT_TRUE(e[1 + 3] == 0.02 || e[1 + 3] == 0.03) << e[1 + 3];
+  int ier;
+  orva::CG_CLOSE_F(1, ier);
 }

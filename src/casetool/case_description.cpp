@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <charconv>
 #include <cmath>
+#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <limits>
@@ -146,6 +147,52 @@ void bed_esri(const Description& d, const std::string& desc, const std::vector<d
   // Centre of column 0 and of the bottom row.
   const double xc0 = xll + (xcorner ? 0.5 * cs : 0.0);
   const double yc0 = yll + (ycorner ? 0.5 * cs : 0.0);
+  // The grid must lie on the DEM: nodes up to its outer cell edges (beyond
+  // the outer centres the DEM is extended flat), none beyond.
+  {
+    const double ex0 = xc0 - 0.5 * cs, ex1 = xc0 + (ncols - 0.5) * cs;
+    const double ey0 = yc0 - 0.5 * cs, ey1 = yc0 + (nrows - 0.5) * cs;
+    const auto [xa, xb] = std::minmax_element(x.begin(), x.end());
+    const auto [ya, yb] = std::minmax_element(y.begin(), y.end());
+    const double tol = 1e-9 * cs;
+    if (*xa < ex0 - tol || *xb > ex1 + tol || *ya < ey0 - tol || *yb > ey1 + tol) {
+      std::ostringstream m;
+      m << tag << "the DEM covers x " << ex0 << " to " << ex1 << ", y " << ey0 << " to " << ey1
+        << ", but the grid reaches x " << *xa << " to " << *xb << ", y " << *ya << " to " << *yb
+        << ": the grid must lie on the DEM (check 'origin' and 'extent', and the DEM's corner and cell size)";
+      fail(desc, line, m.str());
+    }
+  }
+  // NODATA cells: with 'fill', each takes the value of the nearest valid
+  // cell (in steps between neighbouring cells, the first found in file order).
+  if (have_nodata && d.fill) {
+    std::vector<int> from(v.size(), -1);
+    std::vector<std::size_t> queue;
+    for (std::size_t q = 0; q < v.size(); ++q)
+      if (v[q] != nodata) {
+        from[q] = static_cast<int>(q);
+        queue.push_back(q);
+      }
+    if (queue.empty()) fail(desc, line, tag + "holds no valid value to fill its NODATA cells from");
+    std::size_t filled = 0;
+    for (std::size_t head = 0; head < queue.size(); ++head) {
+      const std::size_t q = queue[head];
+      const int r = static_cast<int>(q / ncols), c = static_cast<int>(q % ncols);
+      const int nb[4][2] = {{r - 1, c}, {r + 1, c}, {r, c - 1}, {r, c + 1}};
+      for (const auto& [rr, cc] : nb) {
+        if (rr < 0 || rr >= nrows || cc < 0 || cc >= ncols) continue;
+        const std::size_t t = static_cast<std::size_t>(rr) * ncols + cc;
+        if (from[t] >= 0) continue;
+        from[t] = from[q];
+        queue.push_back(t);
+        ++filled;
+      }
+    }
+    for (std::size_t q = 0; q < v.size(); ++q) v[q] = v[static_cast<std::size_t>(from[q])];
+    if (filled > 0)
+      std::fprintf(stderr, "%s%s%zu NODATA cells filled with the nearest valid value\n", where(desc, line).c_str(),
+                   ("warning: " + tag).c_str(), filled);
+  }
   // Value at column c, row r counted from the bottom (the file starts at the top).
   auto at = [&](int c, int r) { return v[static_cast<std::size_t>(nrows - 1 - r) * ncols + c]; };
   for (std::size_t n = 0; n < z.size(); ++n) {
@@ -157,16 +204,19 @@ void bed_esri(const Description& d, const std::string& desc, const std::vector<d
     const int r1 = std::min(r0 + 1, nrows - 1);
     const double tx = fx - c0, ty = fy - r0;
     const double w[4] = {(1 - tx) * (1 - ty), tx * (1 - ty), (1 - tx) * ty, tx * ty};
-    const double a[4] = {at(c0, r0), at(c1, r0), at(c0, r1), at(c1, r1)};
+    const int cols[4] = {c0, c1, c0, c1}, rows[4] = {r0, r0, r1, r1};
     double s = 0.0;
     for (int q = 0; q < 4; ++q) {
       if (w[q] == 0.0) continue;
-      if (have_nodata && a[q] == nodata) {
+      const double a = at(cols[q], rows[q]);
+      if (have_nodata && a == nodata) {
         std::ostringstream m;
-        m << tag << "no data near the node at x=" << x[n] << " y=" << y[n];
+        m << tag << "the node (" << n % d.ni << ", " << n / d.ni << ") at x=" << x[n] << " y=" << y[n]
+          << " uses a NODATA cell (row " << nrows - rows[q] << " from the top, column " << cols[q] + 1
+          << "): fix the DEM, or write 'bed esri FILE fill' to give such cells the nearest valid value";
         fail(desc, line, m.str());
       }
-      s += w[q] * a[q];
+      s += w[q] * a;
     }
     z[n] = s;
   }
@@ -195,6 +245,25 @@ void bed_xyz(const Description& d, const std::string& desc, const std::vector<do
                    need_real(t[2], tag + "z", desc, line)});
   }
   if (pts.empty()) fail(desc, line, d.bedfile + ": holds no points");
+  // Inverse distance does not extrapolate: a grid reaching well beyond the
+  // points gets the values of the outermost points there.
+  {
+    double px0 = pts[0].x, px1 = px0, py0 = pts[0].y, py1 = py0;
+    for (const P& p : pts) {
+      px0 = std::min(px0, p.x), px1 = std::max(px1, p.x);
+      py0 = std::min(py0, p.y), py1 = std::max(py1, p.y);
+    }
+    const auto [xa, xb] = std::minmax_element(x.begin(), x.end());
+    const auto [ya, yb] = std::minmax_element(y.begin(), y.end());
+    const double mx = 0.05 * (*xb - *xa), my = 0.05 * (*yb - *ya);
+    if (*xa < px0 - mx || *xb > px1 + mx || *ya < py0 - my || *yb > py1 + my) {
+      std::ostringstream m;
+      m << where(desc, line) << "warning: " << d.bedfile << ": the points cover x " << px0 << " to " << px1 << ", y "
+        << py0 << " to " << py1 << ", but the grid reaches x " << *xa << " to " << *xb << ", y " << *ya << " to "
+        << *yb << ": beyond the points the bed is not measured";
+      std::fprintf(stderr, "%s\n", m.str().c_str());
+    }
+  }
   const std::size_t k = std::min<std::size_t>(4, pts.size());
   std::vector<std::pair<double, std::size_t>> dist(pts.size());
   for (std::size_t n = 0; n < z.size(); ++n) {
@@ -345,7 +414,12 @@ Description parse_description(const std::string& path) {
                     need_real(t[4], "PHASE", path, ln), need_real(t[5], "BASE", path, ln)};
         if (!(d.bedpar[1] > 0)) fail(path, ln, "the dune wavelength must be positive");
       } else if (kind == "esri" || kind == "xyz") {
-        need_count(t, 3, 3, "bed " + kind + " FILE", path, ln);
+        if (kind == "esri")
+          need_count(t, 3, 4, "bed esri FILE [fill]", path, ln);
+        else
+          need_count(t, 3, 3, "bed xyz FILE", path, ln);
+        if (t.size() == 4 && t[3] != "fill") fail(path, ln, "usage: bed esri FILE [fill]");
+        d.fill = t.size() == 4;
         d.bed = kind == "esri" ? BedKind::Esri : BedKind::Xyz;
         std::filesystem::path f(t[2]);
         if (f.is_relative()) f = base / f;
@@ -369,6 +443,7 @@ Description parse_description(const std::string& path) {
       else if (c.kind == Kind::Real) c.rvalue = need_real(t[1], w, path, ln);
       else c.svalue = t[1];
       omitted[static_cast<std::size_t>(q)] = false;
+      d.keyline[w] = ln;
     }
   }
   for (std::size_t q = 0; q < conds.size(); ++q)
@@ -410,6 +485,84 @@ void build_grid(const Description& d, const std::string& descpath, std::vector<d
       bed_xyz(d, descpath, x, y, z);
       break;
   }
+}
+
+namespace {
+
+// The value of a real or integer key of the case, and the line that set it
+// (the bed line when the key keeps its default); false when it is omitted.
+bool key_value(const Description& d, const std::string& key, double& value, int& line) {
+  for (const orva::Condition& c : d.conditions)
+    if (c.key == key) {
+      value = c.kind == Kind::Integer ? c.ivalue : c.rvalue;
+      const auto it = d.keyline.find(key);
+      line = it != d.keyline.end() ? it->second : d.bedline;
+      return true;
+    }
+  return false;
+}
+
+}  // namespace
+
+std::vector<std::string> check_case(const Description& d, const std::string& desc, const std::vector<double>& x,
+                                    const std::vector<double>& y, const std::vector<double>& z) {
+  std::vector<std::string> warnings;
+  double zmin, zmax, kexp;
+  int lmin, lmax, lk;
+  if (!key_value(d, "zminItm", zmin, lmin) || !key_value(d, "zmaxItm", zmax, lmax) || z.empty()) return warnings;
+  const auto [lo, hi] = std::minmax_element(z.begin(), z.end());
+  const std::size_t nlo = static_cast<std::size_t>(lo - z.begin());
+  auto at = [&](std::size_t n) {
+    std::ostringstream m;
+    m << "(node " << n % d.ni << ", " << n / d.ni << " at x=" << x[n] << " y=" << y[n] << ")";
+    return m.str();
+  };
+  std::ostringstream m;
+  const double height = zmax - zmin;
+  if (!(height > 0)) {
+    m << "zmaxItm " << zmax << " is not above zminItm " << zmin << ": the box has no height";
+    fail(desc, lmax, m.str());
+  }
+  const std::size_t dry = static_cast<std::size_t>(std::count_if(z.begin(), z.end(), [&](double e) { return e >= zmax; }));
+  if (dry == z.size()) {
+    m << "the whole bed (" << *lo << " to " << *hi << ") lies at or above zmaxItm " << zmax
+      << ": there is no water in the box";
+    if (*lo > zmax + 10.0 * height)
+      m << "; elevations far above the box look absolute (above a datum): set zminItm and zmaxItm around the bed, "
+           "or subtract the datum";
+    fail(desc, lmax, m.str());
+  }
+  if (zmin >= *lo) {
+    m << "zminItm " << zmin << " is not below the lowest bed " << *lo << " " << at(nlo)
+      << ": the box bottom lets water through wherever it is not under the bed; set zminItm a cell or more below "
+         "the lowest bed";
+    fail(desc, lmin, m.str());
+  }
+  auto warn = [&](int line, const std::string& text) { warnings.push_back(desc + ":" + std::to_string(line) + ": warning: " + text); };
+  if (key_value(d, "kmaxItm", kexp, lk) && kexp >= 0 && kexp < 31) {
+    const double dz = height / std::ldexp(1.0, static_cast<int>(kexp));
+    if (zmin > *lo - dz) {
+      std::ostringstream w;
+      w << "zminItm " << zmin << " is less than a cell (" << dz << ") below the lowest bed " << *lo << " " << at(nlo)
+        << ": the bed search near the bottom may fail there";
+      warn(lmin, w.str());
+    }
+  }
+  if (dry > 0) {
+    std::ostringstream w;
+    w << dry << " of " << z.size() << " nodes lie at or above zmaxItm " << zmax
+      << ": dry columns (banks above the water surface) are solid to the lid";
+    warn(lmax, w.str());
+  }
+  const double relief = *hi - *lo, reach = std::max(d.lx, d.ly);
+  if (relief > 10.0 * height || relief > reach) {
+    std::ostringstream w;
+    w << "the bed relief " << relief << " is " << (relief > reach ? "larger than the reach" : "more than ten box heights")
+      << " (plan " << d.lx << " x " << d.ly << ", box height " << height
+      << "): are the elevations in another unit than the grid (millimetres against metres)?";
+    warn(d.bedline, w.str());
+  }
+  return warnings;
 }
 
 }  // namespace rlcase

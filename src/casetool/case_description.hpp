@@ -37,7 +37,9 @@ struct Description {
   BedKind bed = BedKind::Flat;
   std::vector<double> bedpar{0.0};     // parameters of the bed kind
   std::string bedfile;                 // resolved path of an ESRI or xyz file
+  bool fill = false;                   // NODATA cells of an ESRI grid take the nearest valid value
   int bedline = 0;                     // line of the bed directive
+  std::map<std::string, int> keyline;  // line of each key the description sets
   std::vector<orva::Condition> conditions;  // all keys not omitted, in catalogue order
 };
 
@@ -48,5 +50,11 @@ Description parse_description(const std::string& path);
 // DescriptionError for a faulty bed file.
 void build_grid(const Description& d, const std::string& descpath, std::vector<double>& x,
                 std::vector<double>& y, std::vector<double>& z);
+
+// Checks the bed against the box and the data for the mistakes users make
+// with real data; throws DescriptionError where the case cannot be right,
+// and returns warnings ("DESCRIPTION:LINE: warning: ...") where it may not be.
+std::vector<std::string> check_case(const Description& d, const std::string& descpath, const std::vector<double>& x,
+                                    const std::vector<double>& y, const std::vector<double>& z);
 
 }  // namespace rlcase
