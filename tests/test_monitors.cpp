@@ -67,8 +67,9 @@ TEST(Monitors, LogLinesMatchTheConsole) {
     // The next step's dt brings the largest CFL number of this step's
     // velocities to the target 0.3 (the viscous part of the rate is a few
     // thousandths of the convective one here).
-    if (n + 1 < rows.size())
+    if (n + 1 < rows.size()) {
       EXPECT_NEAR(std::stod(rows[n][9]) * dts[n] / dts[n - 1], 0.3, 0.003) << "step " << n;
+    }
   }
   // Started at 0.1 everywhere in a channel 0.2 deep and 0.4 wide: the
   // measured discharge begins near 0.1 * 0.2 * 0.4 = 0.008.
