@@ -160,3 +160,23 @@ TEST(Monitors, ProbesSampleTheFields) {
     EXPECT_EQ(count_lines_starting(r.out, "Step Number"), 0);
   }
 }
+
+// The progress line: on standard error when it is a terminal (here one that
+// `script` provides), never into a file or a pipe.
+TEST(Monitors, ProgressOnlyOnATerminal) {
+  CaseSpec s;
+  s.set("ProgressItm", 1).set("endtimeItm", 0.1);
+  const std::string dir = rltest::temp_dir("progress");
+  s.write(dir + "/case.cgn");
+  const auto plain = rltest::run_solver(dir, {"case.cgn"});
+  ASSERT_EQ(plain.status, 0);
+  EXPECT_EQ(plain.err.find("riverles: t = "), std::string::npos) << plain.err;
+  const std::string cmd = "cd '" + dir + "' && script -qec \"OMP_NUM_THREADS=1 '" RIVERLES_EXE
+                          "' case.cgn < /dev/null > console.txt\" /dev/null > tty.txt 2>&1";
+  ASSERT_EQ(std::system(cmd.c_str()), 0);
+  const std::string tty = rltest::slurp(dir + "/tty.txt");
+  // The first step is shown at once; the line is ended when the run ends.
+  EXPECT_EQ(tty.find("\rriverles: t = 0.01 of 0.1 (10.0 %), "), 0u) << tty;
+  EXPECT_TRUE(tty.ends_with("left   \r\n")) << tty;
+  EXPECT_EQ(rltest::slurp(dir + "/console.txt"), plain.out);
+}
