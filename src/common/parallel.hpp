@@ -4,8 +4,26 @@
 #include <omp.h>
 
 #include <algorithm>
+#include <cstdint>
 
 namespace rl {
+
+// Whether a parallel region over `n` positions is worth sharing among the
+// threads.  Opening a region and each barrier in it cost the threads a
+// wake-up and a join, some microseconds each, more when idle threads sleep
+// or when the machine is busy with other work; a region with less work than
+// that (the coarse multigrid levels, the ghost layers, small cases) runs on
+// the calling thread alone (the `if` clause of the region).  With one thread
+// nothing changes; with more, a region run alone gives the one-thread result.
+constexpr std::int64_t kShareCells = 32768;
+inline bool worth_sharing(std::int64_t n) { return n >= kShareCells && omp_get_max_threads() > 1; }
+inline std::int64_t cells_of(int nx, int ny, int nz) {
+  return static_cast<std::int64_t>(nx) * ny * nz;
+}
+// Positions of the six ghost faces of a box of nx x ny x nz cells.
+inline std::int64_t face_cells(int nx, int ny, int nz) {
+  return 2 * (cells_of(1, ny, nz) + cells_of(nx, 1, nz) + cells_of(nx, ny, 1));
+}
 
 // The calling thread's contiguous share b..e of lo..hi, as a static
 // schedule without chunk size deals it out (an empty share has e < b).

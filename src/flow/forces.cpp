@@ -1,6 +1,7 @@
 #include "flow/forces.hpp"
 
 #include "driver/fields.hpp"
+#include "common/parallel.hpp"
 
 namespace rl {
 
@@ -23,7 +24,8 @@ double INFLOW(const Array3<double>* vel) {
   const double z0 = zmin, h0 = dz, wy = dy;
   double sum = 0.0;
 
-#pragma omp parallel for default(shared) schedule(dynamic, 1) reduction(+ : sum)
+#pragma omp parallel for default(shared) schedule(dynamic, 1) reduction(+ : sum) \
+    if (worth_sharing(cells_of(1, jmax, kmax)))
   for (int j = 1; j <= J; ++j) {
     const double Hb = (bed(0, j) + bed(1, j)) * 0.5;
     for (int k = 1; k <= K; ++k) {

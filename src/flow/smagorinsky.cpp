@@ -6,6 +6,7 @@
 
 #include "driver/fields.hpp"
 #include "immersed/immerse.hpp"
+#include "common/parallel.hpp"
 
 namespace rl {
 
@@ -75,7 +76,7 @@ void SMAGORINSKY() {
 
   Array3<double>* const work[6] = {&s11, &s22, &s33, &s12, &s13, &s23};
 
-#pragma omp parallel
+#pragma omp parallel if (worth_sharing(cells_of(imax, jmax, kmax)))
   {
     // Stage 1: strain rates, their magnitude and nut at every cell, fluid
     // or not.

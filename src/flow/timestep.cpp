@@ -5,6 +5,7 @@
 #include <cstdint>
 
 #include "driver/fields.hpp"
+#include "common/parallel.hpp"
 
 namespace rl {
 
@@ -21,7 +22,7 @@ void TIMESTEP() {
   const int I = imax, J = jmax, K = kmax;
   const std::int64_t vsj = v.sj(), wsk = w.sk();
 
-#pragma omp parallel default(shared) reduction(min : dt)
+#pragma omp parallel default(shared) reduction(min : dt) if (worth_sharing(cells_of(imax, jmax, kmax)))
   {
     double tmin = DBL_MAX;
 #pragma omp for schedule(static)

@@ -4,6 +4,7 @@
 #include <cstdlib>
 
 #include "driver/fields.hpp"
+#include "common/parallel.hpp"
 
 namespace rl {
 
@@ -12,7 +13,7 @@ void VORTICITY() {
   const double c1 = std::abs(ibcp(LowX)), c2 = std::abs(ibcp(HighX)), c3 = std::abs(ibcp(LowY)), c4 = std::abs(ibcp(HighY)),
                c5 = std::abs(ibcp(LowZ)), c6 = std::abs(ibcp(HighZ));
 
-#pragma omp parallel default(shared)
+#pragma omp parallel default(shared) if (worth_sharing(cells_of(imax, jmax, kmax)))
   {
 #pragma omp for schedule(static)
     for (int k = 1; k <= K; ++k)

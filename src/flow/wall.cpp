@@ -3,6 +3,7 @@
 #include <cmath>
 
 #include "driver/fields.hpp"
+#include "common/parallel.hpp"
 
 namespace rl {
 
@@ -31,7 +32,7 @@ struct SideWallLaw {
 // of u at the w position.
 void wall_rows(int r, int s, const Array3<double>& c) {
   const SideWallLaw law;
-#pragma omp parallel
+#pragma omp parallel if (worth_sharing(face_cells(imax, jmax, kmax)))
   {
 #pragma omp for schedule(static)
     for (int k = 1; k <= kmax; ++k)

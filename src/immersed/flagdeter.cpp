@@ -7,6 +7,7 @@
 
 #include "driver/fields.hpp"
 #include "immersed/immerse.hpp"
+#include "common/parallel.hpp"
 
 namespace rl {
 
@@ -191,7 +192,7 @@ void CLASSIFY() {
   const double z0 = zmin, h = dz;
   const std::int64_t bsj = bed.sj();
 
-#pragma omp parallel default(shared)
+#pragma omp parallel default(shared) if (worth_sharing(cells_of(imax, jmax, kmax)))
   {
     // ---- flagu ----
 #pragma omp for schedule(dynamic, 1)
@@ -271,7 +272,7 @@ void CLASSIFY() {
 // calls this while the bed cannot move.
 void FLAGMOVE() {
   const int I = imax, J = jmax, K = kmax;
-#pragma omp parallel for default(shared) schedule(dynamic, 1)
+#pragma omp parallel for default(shared) schedule(dynamic, 1) if (worth_sharing(cells_of(imax, jmax, kmax)))
   for (int k = 1; k <= K; ++k)
     for (int j = 1; j <= J; ++j)
       for (int i = 1; i <= I; ++i) {

@@ -2,6 +2,7 @@
 
 #include "driver/fields.hpp"
 #include "immersed/immerse.hpp"
+#include "common/parallel.hpp"
 
 namespace rl {
 
@@ -10,7 +11,7 @@ namespace rl {
 // laws read only fluid positions, so the order of the points is immaterial.
 // The w pass stops one plane below the top.
 void IMMERSING() {
-#pragma omp parallel
+#pragma omp parallel if (worth_sharing(cells_of(imax, jmax, kmax)))
   {
 #pragma omp for schedule(static)
     for (int k = 1; k <= kmax; ++k)

@@ -4,6 +4,7 @@
 #include <cstdlib>
 
 #include "driver/fields.hpp"
+#include "common/parallel.hpp"
 
 namespace rl {
 
@@ -86,7 +87,7 @@ void BOUNDARYFIELD(Array3<double>& f, int own, const Faces<int>& ibc, const Face
   const int n = own == 0 ? imax : (own == 1 ? jmax : kmax);
   const std::int64_t s = axis_stride(f, own);
   const std::int64_t on = n * s, on1 = (n - 1) * s, onp = (n + 1) * s;
-#pragma omp parallel default(shared)
+#pragma omp parallel default(shared) if (worth_sharing(face_cells(imax, jmax, kmax)))
   {
     for (int face : order) FACE(f, own, face, ibc(face), bc(face));
     if (lo == Given) LINES(f, own, [=](double* e) { e[-s] = 2 * e[0] - e[s]; });
@@ -126,7 +127,7 @@ void BOUNDARYP() {
   const double c1 = 1 - std::abs(ibcp(LowX)), c2 = 1 - std::abs(ibcp(HighX));
   const double c3 = 1 - std::abs(ibcp(LowY)), c4 = 1 - std::abs(ibcp(HighY));
   const double c5 = 1 - std::abs(ibcp(LowZ)), c6 = 1 - std::abs(ibcp(HighZ));
-#pragma omp parallel default(shared)
+#pragma omp parallel default(shared) if (worth_sharing(face_cells(imax, jmax, kmax)))
   {
 #pragma omp for schedule(static)
     for (int k = 1; k <= K; ++k)

@@ -21,7 +21,7 @@ void CORRECTION() {
   const int I = imax, J = jmax, K = kmax;
   const double hx = dx, hy = dy, hz = dz;
 
-#pragma omp parallel
+#pragma omp parallel if (worth_sharing(cells_of(imax, jmax, kmax)))
   {
     int ib, ie;
 

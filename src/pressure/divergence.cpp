@@ -63,7 +63,7 @@ void DIVERGENCE() {
   divsum = 0.0;
   if (I < 1 || J < 1 || K < 1) return;
   const Stencil<const double> U(u), V(v), W(w);
-#pragma omp parallel
+#pragma omp parallel if (worth_sharing(cells_of(imax, jmax, kmax)))
   {
     double mymax = -DBL_MAX;
     double mysum = 0.0;

@@ -96,7 +96,7 @@ void SOURCEP() {
   const double f = dens / dt;
   const double hx = dx, hy = dy, hz = dz;
   const int ni = imax, nj = jmax, nk = kmax;
-#pragma omp parallel for schedule(static)
+#pragma omp parallel for schedule(static) if (worth_sharing(cells_of(ni, nj, nk)))
   for (int k = 1; k <= nk; ++k) {
     for (int j = 1; j <= nj; ++j) {
       const double* ur = u.at(0, j, k);
@@ -117,7 +117,7 @@ namespace {
 // Square root of the sum of squares of the interior of a level's array.
 double interior_norm(Array3<double>& a, int nx, int ny, int nz) {
   double sum = 0.0;
-#pragma omp parallel for schedule(static) reduction(+ : sum)
+#pragma omp parallel for schedule(static) reduction(+ : sum) if (worth_sharing(cells_of(nx, ny, nz)))
   for (int k = 1; k <= nz; ++k) {
     for (int j = 1; j <= ny; ++j) {
       const double* r = a.at(0, j, k);
@@ -143,7 +143,7 @@ void RESNORMP(int l, double& result) {
 
 void BOUNDARYP(int l) {
   MGLEVEL& g = pmg(l);
-#pragma omp parallel
+#pragma omp parallel if (worth_sharing(face_cells(g.nx, g.ny, g.nz)))
   face_ghosts(g.phi, g.nx, g.ny, g.nz);
 }
 
@@ -151,7 +151,7 @@ void BOUNDARYPRES(int l) {
   MGLEVEL& g = pmg(l);
   Array3<double>& r = g.res;
   const int nx = g.nx, ny = g.ny, nz = g.nz;
-#pragma omp parallel
+#pragma omp parallel if (worth_sharing(face_cells(nx, ny, nz)))
   {
     face_ghosts(r, nx, ny, nz);
 
@@ -208,7 +208,7 @@ void OPERATORP(int l) {
   const LevelSteps h = level_steps(l);
   const double dx2 = h.dx2, dy2 = h.dy2, dz2 = h.dz2;
   const std::ptrdiff_t sj = g.phi.sj(), sk = g.phi.sk();
-#pragma omp parallel for schedule(static)
+#pragma omp parallel for schedule(static) if (worth_sharing(cells_of(nx, ny, nz)))
   for (int k = 1; k <= nz; ++k) {
     for (int j = 1; j <= ny; ++j) {
       const double* p = g.phi.at(0, j, k);
@@ -248,8 +248,9 @@ void SMOOTHINGP(int l, int n) {
   // zero).  LINESOLVE below is the plain solve of one column; the sweeps run
   // the tuned solver of linesmoother.hpp, which gives the same bits.
   const LineSmoother smoother(g.phi, g.src, cx, cy, cz, diag, ibcp(LowZ), ibcp(HighZ), nz);
+  const bool share = worth_sharing(cells_of(nx, ny, nz));
   for (int sweep = 1; sweep <= n; ++sweep) {
-#pragma omp parallel
+#pragma omp parallel if (share)
     {
       // The ghost layer first (BOUNDARYP(l), with its barriers), then the
       // columns, parallel over j in static shares.
@@ -289,7 +290,7 @@ void RESIDUALP(int l) {
   const int nx = g.nx, ny = g.ny, nz = g.nz;
   // Parallel over i: each thread takes its contiguous share of every row,
   // so that memory is still walked with i innermost.
-#pragma omp parallel
+#pragma omp parallel if (worth_sharing(cells_of(nx, ny, nz)))
   {
     int ib, ie;
     static_share(1, nx, ib, ie);
@@ -308,7 +309,7 @@ void RESTRICTIONP(int l) {
   MGLEVEL& f = pmg(l);
   MGLEVEL& c = pmg(l - 1);
   const int nx = c.nx, ny = c.ny, nz = c.nz;
-#pragma omp parallel for schedule(static)
+#pragma omp parallel for schedule(static) if (worth_sharing(8 * cells_of(nx, ny, nz)))
   for (int k = 1; k <= nz; ++k) {
     for (int j = 1; j <= ny; ++j) {
       const double* r00 = f.res.at(0, 2 * j - 1, 2 * k - 1);
@@ -335,7 +336,7 @@ void PROLONGATIONP(int l) {
   MGLEVEL& f = pmg(l);
   const int nx = c.nx, ny = c.ny, nz = c.nz;
   const Array3<double>& P = c.phi;
-#pragma omp parallel for schedule(static)
+#pragma omp parallel for schedule(static) if (worth_sharing(8 * cells_of(nx, ny, nz)))
   for (int k = 1; k <= nz; ++k) {
     for (int sk = -1; sk <= 1; sk += 2) {
       const int fk = sk < 0 ? 2 * k - 1 : 2 * k;
@@ -371,9 +372,10 @@ void SOLVERP(int l, int ncoarse) {
   const double c = 2.0 / dx2 + 2.0 / dy2 + 2.0 / dz2;
   if (ncoarse <= 0) return;
   const std::ptrdiff_t sj = g.phi.sj(), sk = g.phi.sk();
+  const bool share = worth_sharing(cells_of(nx, ny, nz));
   for (int it = 1; it <= ncoarse; ++it) {
     double change = 0.0;
-#pragma omp parallel
+#pragma omp parallel if (share)
     {
       // BOUNDARYP(l), with its barriers, then the sweep.
       face_ghosts(g.phi, nx, ny, nz);

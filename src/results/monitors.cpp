@@ -15,6 +15,7 @@
 #include "driver/conditions.hpp"
 #include "driver/fields.hpp"
 #include "flow/forces.hpp"
+#include "common/parallel.hpp"
 
 namespace rl {
 
@@ -126,7 +127,7 @@ Scan scan() {
   Scan all;
   const int I = imax, J = jmax, K = kmax;
   const double rx = dt / dx, ry = dt / dy, rz = dt / dz;
-#pragma omp parallel default(shared)
+#pragma omp parallel default(shared) if (worth_sharing(cells_of(imax, jmax, kmax)))
   {
     Scan my;
 #pragma omp for schedule(static)

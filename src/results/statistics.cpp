@@ -14,6 +14,7 @@
 #include "driver/mainprogram.hpp"
 #include "immersed/immerse.hpp"
 #include "results/saved.hpp"
+#include "common/parallel.hpp"
 
 namespace rl {
 
@@ -191,7 +192,7 @@ void STATISTICS() {
   const double r = 1.0 / static_cast<double>(S.count);
   const int I = imax, J = jmax, K = kmax;
 
-#pragma omp parallel for default(shared) schedule(static)
+#pragma omp parallel for default(shared) schedule(static) if (worth_sharing(cells_of(imax, jmax, kmax)))
   for (int k = 0; k <= K + 1; ++k)
     for (int j = 0; j <= J + 1; ++j) {
       const double *ur = u.at(0, j, k), *vr = v.at(0, j, k), *vs = v.at(0, j - 1, k);
