@@ -41,3 +41,15 @@ inline void static_share(int lo, int hi, int& b, int& e) {
 }
 
 }  // namespace rl
+
+namespace rl {
+
+// The default thread count of a run, when OMP_NUM_THREADS does not set one:
+// as many threads as there are idle cores among those the process may use,
+// measured over a short moment at the start (at least one).  Threads on
+// cores that other work keeps busy would hold the others up at every
+// barrier, so on a busy machine fewer threads are faster.  Returns the count
+// chosen, or 0 when the user set one (nothing is changed then).
+int choose_threads();
+
+}  // namespace rl

@@ -13,6 +13,7 @@
 
 #include "common/console.hpp"
 #include "common/files.hpp"
+#include "common/parallel.hpp"
 #include "driver/conditions.hpp"
 #include "driver/domain.hpp"
 #include "driver/fields.hpp"
@@ -289,6 +290,8 @@ int RIVERLES(int argc, char** argv) {
   try {
     flush_denormals();
     if (argc != 2) stop_run("Input File not specified");
+    // Without OMP_NUM_THREADS, as many threads as the machine has idle cores.
+    choose_threads();
     MainState m;
     m.casepath = argv[1];
     // One run at a time on a case; what a killed run left is cleared.
