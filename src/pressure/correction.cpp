@@ -12,8 +12,10 @@ namespace rl {
 // Closes the projection: p accumulates the correction phi (ghost layer
 // included) and the velocities lose its gradient, times dt/dens, on every
 // face of the box, boundary faces included (through the ghosts of phi).
-// Four loops, each split over its first index (i) among the threads, each
-// thread walking its share of every row, with a barrier after each.
+// Four loops, each split among the threads in contiguous shares of planes
+// k, as the sweeps before and after it are, so that each thread updates the
+// data it wrote last (and holds in its cache); a barrier after each loop.
+// Every position is updated on its own, so the split changes no result.
 // reads: pmg(0).phi, dt, dens, dx, dy, dz; writes: p, u, v, w.
 void CORRECTION() {
   const Stencil<const double> phi(pmg(0).phi);
@@ -23,38 +25,38 @@ void CORRECTION() {
 
 #pragma omp parallel if (worth_sharing(cells_of(imax, jmax, kmax)))
   {
-    int ib, ie;
+    int kb, ke;
 
     // 1. The pressure accumulates the correction, ghost layer included.
-    static_share(0, I + 1, ib, ie);
-    for (int k = 0; k <= K + 1; ++k)
+    static_share(0, K + 1, kb, ke);
+    for (int k = kb; k <= ke; ++k)
       for (int j = 0; j <= J + 1; ++j)
 #pragma GCC ivdep
-        for (int i = ib; i <= ie; ++i) P(i, j, k) = P(i, j, k) + phi(i, j, k);
+        for (int i = 0; i <= I + 1; ++i) P(i, j, k) = P(i, j, k) + phi(i, j, k);
 #pragma omp barrier
 
     // 2. u on the x faces 0..imax.
     const double c = dt / dens;
-    static_share(0, I, ib, ie);
-    for (int k = 1; k <= K; ++k)
+    static_share(1, K, kb, ke);
+    for (int k = kb; k <= ke; ++k)
       for (int j = 1; j <= J; ++j)
 #pragma GCC ivdep
-        for (int i = ib; i <= ie; ++i) U(i, j, k) = U(i, j, k) - (phi(i + 1, j, k) - phi(i, j, k)) * c / hx;
+        for (int i = 0; i <= I; ++i) U(i, j, k) = U(i, j, k) - (phi(i + 1, j, k) - phi(i, j, k)) * c / hx;
 #pragma omp barrier
 
     // 3. v on the y faces 0..jmax.
-    static_share(1, I, ib, ie);
-    for (int k = 1; k <= K; ++k)
+    for (int k = kb; k <= ke; ++k)
       for (int j = 0; j <= J; ++j)
 #pragma GCC ivdep
-        for (int i = ib; i <= ie; ++i) V(i, j, k) = V(i, j, k) - (phi(i, j + 1, k) - phi(i, j, k)) * c / hy;
+        for (int i = 1; i <= I; ++i) V(i, j, k) = V(i, j, k) - (phi(i, j + 1, k) - phi(i, j, k)) * c / hy;
 #pragma omp barrier
 
     // 4. w on the z faces 0..kmax.
-    for (int k = 0; k <= K; ++k)
+    static_share(0, K, kb, ke);
+    for (int k = kb; k <= ke; ++k)
       for (int j = 1; j <= J; ++j)
 #pragma GCC ivdep
-        for (int i = ib; i <= ie; ++i) W(i, j, k) = W(i, j, k) - (phi(i, j, k + 1) - phi(i, j, k)) * c / hz;
+        for (int i = 1; i <= I; ++i) W(i, j, k) = W(i, j, k) - (phi(i, j, k + 1) - phi(i, j, k)) * c / hz;
 #pragma omp barrier
   }
 }
