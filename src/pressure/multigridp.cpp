@@ -208,15 +208,21 @@ void OPERATORP(int l) {
   const LevelSteps h = level_steps(l);
   const double dx2 = h.dx2, dy2 = h.dy2, dz2 = h.dz2;
   const std::ptrdiff_t sj = g.phi.sj(), sk = g.phi.sk();
-#pragma omp parallel for schedule(static) if (worth_sharing(cells_of(nx, ny, nz)))
-  for (int k = 1; k <= nz; ++k) {
-    for (int j = 1; j <= ny; ++j) {
-      const double* p = g.phi.at(0, j, k);
-      double* lp = g.lap.at(0, j, k);
-      for (int i = 1; i <= nx; ++i) {
-        lp[i] = (p[i + 1] - p[i] - p[i] + p[i - 1]) / dx2 +
-                (p[i + sj] - p[i] - p[i] + p[i - sj]) / dy2 +
-                (p[i + sk] - p[i] - p[i] + p[i - sk]) / dz2;
+  // Shared by rows j, as the smoother shares its columns, so that each
+  // thread reads what it wrote last; every position on its own.
+#pragma omp parallel if (worth_sharing(cells_of(nx, ny, nz)))
+  {
+    int jb, je;
+    static_share(1, ny, jb, je);
+    for (int k = 1; k <= nz; ++k) {
+      for (int j = jb; j <= je; ++j) {
+        const double* p = g.phi.at(0, j, k);
+        double* lp = g.lap.at(0, j, k);
+        for (int i = 1; i <= nx; ++i) {
+          lp[i] = (p[i + 1] - p[i] - p[i] + p[i - 1]) / dx2 +
+                  (p[i + sj] - p[i] - p[i] + p[i - sj]) / dy2 +
+                  (p[i + sk] - p[i] - p[i] + p[i - sk]) / dz2;
+        }
       }
     }
   }
@@ -288,18 +294,18 @@ void LINESOLVE(int l, int i, int j) {
 void RESIDUALP(int l) {
   MGLEVEL& g = pmg(l);
   const int nx = g.nx, ny = g.ny, nz = g.nz;
-  // Parallel over i: each thread takes its contiguous share of every row,
-  // so that memory is still walked with i innermost.
+  // Shared by rows j, as the smoother shares its columns, so that each
+  // thread reads what it wrote last; every position on its own.
 #pragma omp parallel if (worth_sharing(cells_of(nx, ny, nz)))
   {
-    int ib, ie;
-    static_share(1, nx, ib, ie);
+    int jb, je;
+    static_share(1, ny, jb, je);
     for (int k = 1; k <= nz; ++k) {
-      for (int j = 1; j <= ny; ++j) {
+      for (int j = jb; j <= je; ++j) {
         const double* s = g.src.at(0, j, k);
         const double* lp = g.lap.at(0, j, k);
         double* r = g.res.at(0, j, k);
-        for (int i = ib; i <= ie; ++i) r[i] = s[i] - lp[i];
+        for (int i = 1; i <= nx; ++i) r[i] = s[i] - lp[i];
       }
     }
   }
