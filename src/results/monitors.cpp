@@ -21,6 +21,33 @@ namespace rl {
 
 namespace {
 
+// A probe's sample of a staggered field: the indices of the low corner of
+// the eight surrounding positions and the weights of the high side.
+struct ProbeSample {
+  int i = 0, j = 0, k = 0;
+  double ti = 0, tj = 0, tk = 0;
+};
+
+// Where (x, y, z) falls among the positions of a field that lies on x nodes
+// (or cell centres) and likewise in y and z; false outside the box.
+bool probe_sample(double x, double y, double z, bool xnode, bool ynode, bool znode, ProbeSample& s) {
+  if (!(x >= xmin && x <= xmax && y >= ymin && y <= ymax && z >= zmin && z <= zmax)) return false;
+  // Fractional index among the positions: nodes n at origin + n*h (n = 0..count),
+  // cell centres n at origin + (n - 0.5)*h (n = 0..count+1, ghosts included).
+  auto place = [](double c, double origin, double h, int count, bool node, int& n, double& t) {
+    const double f = (c - origin) / h + (node ? 0.0 : 0.5);
+    const int last = node ? count - 1 : count;
+    int n0 = static_cast<int>(std::floor(f));
+    n0 = n0 < 0 ? 0 : n0 > last ? last : n0;
+    n = n0;
+    t = f - n0;
+  };
+  place(x, xmin, dx, imax, xnode, s.i, s.ti);
+  place(y, ymin, dy, jmax, ynode, s.j, s.tj);
+  place(z, zmin, dz, kmax, znode, s.k, s.tk);
+  return true;
+}
+
 struct Probe {
   double x, y, z;
   ProbeSample su, sv, sw, sp;
@@ -115,12 +142,13 @@ void unflat(std::int64_t n, int& i, int& j, int& k) {
   k = static_cast<int>(n / (static_cast<std::int64_t>(imax + 2) * (jmax + 2)));
 }
 
-// Keeps the larger value, or at equal values the lower position.
-void keep(double value, std::int64_t at, double& best, std::int64_t& best_at) {
-  if (value > best || (value == best && at < best_at)) {
-    best = value;
-    best_at = at;
-  }
+// Keeps the larger value, or at equal values the lower position; true when
+// it took the new one.
+bool keep(double value, std::int64_t at, double& best, std::int64_t& best_at) {
+  if (!(value > best || (value == best && at < best_at))) return false;
+  best = value;
+  best_at = at;
+  return true;
 }
 
 Scan scan() {
@@ -145,8 +173,7 @@ Scan scan() {
           my.vmax = av > my.vmax ? av : my.vmax;
           my.wmax = aw > my.wmax ? aw : my.wmax;
           const double big = au > av ? (au > aw ? au : aw) : (av > aw ? av : aw);
-          if (big > my.vel) my.velc = au >= av && au >= aw ? 'u' : av >= aw ? 'v' : 'w';
-          keep(big, at, my.vel, my.vel_at);
+          if (keep(big, at, my.vel, my.vel_at)) my.velc = au >= av && au >= aw ? 'u' : av >= aw ? 'v' : 'w';
           const double au1 = std::fabs(u(i - 1, j, k)), av1 = std::fabs(v(i, j - 1, k)), aw1 = std::fabs(w(i, j, k - 1));
           const double c = (au > au1 ? au : au1) * rx + (av > av1 ? av : av1) * ry + (aw > aw1 ? aw : aw1) * rz;
           keep(c, at, my.cfl, my.cfl_at);
@@ -157,10 +184,7 @@ Scan scan() {
       all.vmax = my.vmax > all.vmax ? my.vmax : all.vmax;
       all.wmax = my.wmax > all.wmax ? my.wmax : all.wmax;
       keep(my.cfl, my.cfl_at, all.cfl, all.cfl_at);
-      const double before = all.vel;
-      const std::int64_t before_at = all.vel_at;
-      keep(my.vel, my.vel_at, all.vel, all.vel_at);
-      if (all.vel != before || all.vel_at != before_at) all.velc = my.velc;
+      if (keep(my.vel, my.vel_at, all.vel, all.vel_at)) all.velc = my.velc;
       if (my.bad_at >= 0 && (all.bad_at < 0 || my.bad_at < all.bad_at)) {
         all.bad_at = my.bad_at;
         all.bad = my.bad;
@@ -226,23 +250,6 @@ void progress() {
 
 }  // namespace
 
-bool probe_sample(double x, double y, double z, bool xnode, bool ynode, bool znode, ProbeSample& s) {
-  if (!(x >= xmin && x <= xmax && y >= ymin && y <= ymax && z >= zmin && z <= zmax)) return false;
-  // Fractional index among the positions: nodes n at origin + n*h (n = 0..count),
-  // cell centres n at origin + (n - 0.5)*h (n = 0..count+1, ghosts included).
-  auto place = [](double c, double origin, double h, int count, bool node, int& n, double& t) {
-    const double f = (c - origin) / h + (node ? 0.0 : 0.5);
-    const int last = node ? count - 1 : count;
-    int n0 = static_cast<int>(std::floor(f));
-    n0 = n0 < 0 ? 0 : n0 > last ? last : n0;
-    n = n0;
-    t = f - n0;
-  };
-  place(x, xmin, dx, imax, xnode, s.i, s.ti);
-  place(y, ymin, dy, jmax, ynode, s.j, s.tj);
-  place(z, zmin, dz, kmax, znode, s.k, s.tk);
-  return true;
-}
 
 void MONITORSTART(const std::string& outpath, const std::string& outfile, bool continuing) {
   mon = Monitors();

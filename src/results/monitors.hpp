@@ -34,15 +34,4 @@ void MONITOR(int npoisson);
 // Closes the files and ends the progress line.
 void MONITOREND();
 
-// A probe's sample of a staggered field: the indices of the low corner of
-// the eight surrounding positions and the weights of the high side.
-struct ProbeSample {
-  int i = 0, j = 0, k = 0;
-  double ti = 0, tj = 0, tk = 0;
-};
-// Where (x, y, z) falls among the positions of a field that lies on x nodes
-// (or cell centres) and likewise in y and z; false outside the box.
-// reads: xmin, ymin, zmin, dx, dy, dz, imax, jmax, kmax
-bool probe_sample(double x, double y, double z, bool xnode, bool ynode, bool znode, ProbeSample& s);
-
 }  // namespace rl

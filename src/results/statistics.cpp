@@ -342,7 +342,10 @@ void SAVESTATS(const std::string& outpath, const std::string& outfile) {
   }
   std::error_code ec;
   if (ok) std::filesystem::rename(part, name, ec);
-  if (!ok || ec) std::fprintf(stderr, "riverles: warning: cannot write %s\n", name.c_str());
+  if (!ok || ec) {
+    std::filesystem::remove(part, ec);
+    std::fprintf(stderr, "riverles: warning: cannot write %s\n", name.c_str());
+  }
 }
 
 }  // namespace rl
