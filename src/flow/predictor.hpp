@@ -103,22 +103,13 @@ void PREDICT(Array3<double>& fnew, Array3<double>& rhsold, Array3<double>& rhspr
     }
   };
 
-  if constexpr (D == 0) {
-    // The k range in static shares among the threads.
+  // The k range in static shares among the threads, in every direction:
+  // each thread reads and writes the planes it wrote last in the routines
+  // around (every position is computed on its own, so the share does not
+  // change a value).
 #pragma omp parallel for default(shared) schedule(static) if (worth_sharing(cells_of(imax, jmax, kmax)))
-    for (int k = 1; k <= hi[2]; ++k)
-      for (int j = 1; j <= hi[1]; ++j) row(j, k, 1, hi[0]);
-  } else {
-    // The i range in static shares; each thread walks its block innermost
-    // under j and k.
-#pragma omp parallel default(shared) if (worth_sharing(cells_of(imax, jmax, kmax)))
-    {
-      int i0, i1;
-      static_share(1, hi[0], i0, i1);
-      for (int k = 1; k <= hi[2]; ++k)
-        for (int j = 1; j <= hi[1]; ++j) row(j, k, i0, i1);
-    }
-  }
+  for (int k = 1; k <= hi[2]; ++k)
+    for (int j = 1; j <= hi[1]; ++j) row(j, k, 1, hi[0]);
 }
 
 }  // namespace rl

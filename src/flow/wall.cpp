@@ -32,7 +32,7 @@ struct SideWallLaw {
 // of u at the w position.
 void wall_rows(int r, int s, const Array3<double>& c) {
   const SideWallLaw law;
-#pragma omp parallel if (worth_sharing(face_cells(imax, jmax, kmax)))
+#pragma omp parallel if (worth_sharing(cells_of(imax, jmax, kmax)))
   {
 #pragma omp for schedule(static)
     for (int k = 1; k <= kmax; ++k)

@@ -15,22 +15,38 @@ namespace {
 // the two other directions.  x lines are shared among threads by k, with j
 // inside; y lines by k and z lines by j, each with i innermost so that
 // neighbouring lines are neighbours in memory.  Must be called inside a
-// parallel region; the loop ends with a barrier.
+// parallel region.  The loop ends without a barrier: a line reads and writes
+// only its own plane k (x, y lines) or row j (z lines), and a static schedule
+// over the same range gives every thread the same planes or rows in each
+// loop, so two loops of the same split need none between them; when the
+// split changes, `split` places the barrier first.
+struct Split {
+  int last = -1;  // 0: by k (x and y lines), 1: by j (z lines)
+  void to(int ax) {
+    const int s = ax == 2 ? 1 : 0;
+    if (last >= 0 && last != s) {
+#pragma omp barrier
+    }
+    last = s;
+  }
+};
+
 template <class Op>
-void LINES(Array3<double>& f, int ax, Op op) {
+void LINES(Array3<double>& f, int ax, Split& split, Op op) {
   const int I = imax, J = jmax, K = kmax;
+  split.to(ax);
   if (ax == 0) {
-#pragma omp for schedule(static)
+#pragma omp for schedule(static) nowait
     for (int k = 0; k <= K + 1; ++k)
       for (int j = 0; j <= J + 1; ++j) op(f.at(0, j, k));
   } else if (ax == 1) {
-#pragma omp for schedule(static)
+#pragma omp for schedule(static) nowait
     for (int k = 0; k <= K + 1; ++k) {
       double* e = f.at(0, 0, k);
       for (int i = 0; i <= I + 1; ++i) op(e + i);
     }
   } else {
-#pragma omp for schedule(static)
+#pragma omp for schedule(static) nowait
     for (int j = 0; j <= J + 1; ++j) {
       double* e = f.at(0, j, 0);
       for (int i = 0; i <= I + 1; ++i) op(e + i);
@@ -46,7 +62,7 @@ std::int64_t axis_stride(const Array3<double>& f, int ax) { return ax == 0 ? 1 :
 // given gradient (t = 1).  On a normal face (the component crosses it) the
 // given value sits on the face itself; on a tangential face the ghost is
 // mirrored so that the mean of ghost and first cell is the value.
-void FACE(Array3<double>& f, int own, int face, int t, double bc) {
+void FACE(Array3<double>& f, int own, int face, int t, double bc, Split& split) {
   const int ax = (face - 1) / 2;
   const bool high = face % 2 == 0;
   const bool normal = ax == own;
@@ -62,19 +78,19 @@ void FACE(Array3<double>& f, int own, int face, int t, double bc) {
   if (normal && !high) {
     const double cb = m - 2 * h * d;
     const std::int64_t o = -h * s, on = n * s;
-    LINES(f, ax, [=](double* e) { e[o] = cn * e[on] + cb * bc + ch * e[s]; });
+    LINES(f, ax, split, [=](double* e) { e[o] = cn * e[on] + cb * bc + ch * e[s]; });
   } else if (normal) {
     const double cb = 1 - g + 2 * h * d;
     const std::int64_t o = (n + g) * s, on1 = (n - 1) * s;
-    LINES(f, ax, [=](double* e) { e[o] = cn * e[s] + cb * bc + ch * e[on1]; });
+    LINES(f, ax, split, [=](double* e) { e[o] = cn * e[s] + cb * bc + ch * e[on1]; });
   } else if (!high) {
     const double cb = 2 * m - h * d;
     const std::int64_t on = n * s;
-    LINES(f, ax, [=](double* e) { e[0] = ct * e[s] + cn * e[on] + cb * bc; });
+    LINES(f, ax, split, [=](double* e) { e[0] = ct * e[s] + cn * e[on] + cb * bc; });
   } else {
     const double cb = 2 * m + h * d;
     const std::int64_t o = (n + 1) * s, on = n * s;
-    LINES(f, ax, [=](double* e) { e[o] = ct * e[on] + cn * e[s] + cb * bc; });
+    LINES(f, ax, split, [=](double* e) { e[o] = ct * e[on] + cn * e[s] + cb * bc; });
   }
 }
 
@@ -87,12 +103,13 @@ void BOUNDARYFIELD(Array3<double>& f, int own, const Faces<int>& ibc, const Face
   const int n = own == 0 ? imax : (own == 1 ? jmax : kmax);
   const std::int64_t s = axis_stride(f, own);
   const std::int64_t on = n * s, on1 = (n - 1) * s, onp = (n + 1) * s;
-#pragma omp parallel default(shared) if (worth_sharing(face_cells(imax, jmax, kmax)))
+#pragma omp parallel default(shared) if (worth_sharing(cells_of(imax, jmax, kmax)))
   {
-    for (int face : order) FACE(f, own, face, ibc(face), bc(face));
-    if (lo == Given) LINES(f, own, [=](double* e) { e[-s] = 2 * e[0] - e[s]; });
-    if (hi == Given) LINES(f, own, [=](double* e) { e[onp] = 2 * e[on] - e[on1]; });
-    if (lo == Periodic) LINES(f, own, [=](double* e) { e[-s] = e[on1]; });
+    Split split;
+    for (int face : order) FACE(f, own, face, ibc(face), bc(face), split);
+    if (lo == Given) LINES(f, own, split, [=](double* e) { e[-s] = 2 * e[0] - e[s]; });
+    if (hi == Given) LINES(f, own, split, [=](double* e) { e[onp] = 2 * e[on] - e[on1]; });
+    if (lo == Periodic) LINES(f, own, split, [=](double* e) { e[-s] = e[on1]; });
   }
 }
 
@@ -127,7 +144,7 @@ void BOUNDARYP() {
   const double c1 = 1 - std::abs(ibcp(LowX)), c2 = 1 - std::abs(ibcp(HighX));
   const double c3 = 1 - std::abs(ibcp(LowY)), c4 = 1 - std::abs(ibcp(HighY));
   const double c5 = 1 - std::abs(ibcp(LowZ)), c6 = 1 - std::abs(ibcp(HighZ));
-#pragma omp parallel default(shared) if (worth_sharing(face_cells(imax, jmax, kmax)))
+#pragma omp parallel default(shared) if (worth_sharing(cells_of(imax, jmax, kmax)))
   {
 #pragma omp for schedule(static)
     for (int k = 1; k <= K; ++k)
