@@ -1,5 +1,6 @@
 #include "driver/initfields.hpp"
 
+#include "common/parallel.hpp"
 #include "driver/fields.hpp"
 
 namespace rl {
@@ -37,6 +38,9 @@ void INITFIELDS() {
     zinit = 0.0;
   }
 
+  // The constant start values (the draws below stay one serial pass): each
+  // thread fills the planes k it works on in the steps.
+#pragma omp parallel for schedule(static) if (worth_sharing(cells_of(imax, jmax, kmax)))
   for (int k = 0; k <= kmax + 1; ++k)
     for (int j = 0; j <= jmax + 1; ++j)
       for (int i = 0; i <= imax + 1; ++i) {

@@ -4,6 +4,8 @@
 
 #include <cmath>
 #include <cstdint>
+#include <memory>
+#include <new>
 #include <string>
 #include <vector>
 
@@ -283,9 +285,34 @@ struct CachedFoot {
   double ustar = 0.0;  // friction velocity of the last forcing
 };
 
+// The slot table is as large as a flag array but written only at the
+// forcing points: it comes from the zero-filled field allocation (slot + 1,
+// 0 meaning not cached), so that making it costs no pass over memory.
+struct SlotFree {
+  void operator()(std::int32_t* p) const { detail::aligned_free(p); }
+};
+// The entries, one per forcing point (tens of MB on a large case), in memory
+// of the field allocation too: on huge pages their first touch is cheap.
+template <class T>
+struct FieldAllocator {
+  using value_type = T;
+  FieldAllocator() = default;
+  template <class U>
+  FieldAllocator(const FieldAllocator<U>&) {}
+  T* allocate(std::size_t n) {
+    void* p = detail::aligned_zalloc(n, sizeof(T));
+    if (!p) throw std::bad_alloc();
+    return static_cast<T*>(p);
+  }
+  void deallocate(T* p, std::size_t) { detail::aligned_free(p); }
+  template <class U>
+  bool operator==(const FieldAllocator<U>&) const {
+    return true;
+  }
+};
 struct FootCache {
-  std::vector<std::int32_t> slot;  // by the flag array's linear index; -1: not cached
-  std::vector<CachedFoot> entries;
+  std::unique_ptr<std::int32_t, SlotFree> slot;  // by the flag array's linear index
+  std::vector<CachedFoot, FieldAllocator<CachedFoot>> entries;
 };
 
 enum Kind { KU, KV, KW, KC };
@@ -296,7 +323,7 @@ bool cache_on = false;
 CachedFoot* entry_of(Kind kind, const Array3<int>& flag, int i, int j, int k) {
   if (!cache_on) return nullptr;
   FootCache& c = caches[kind];
-  const std::int32_t s = c.slot[static_cast<std::size_t>(flag.index(i, j, k))];
+  const std::int32_t s = c.slot.get()[flag.index(i, j, k)] - 1;
   return s < 0 ? nullptr : &c.entries[static_cast<std::size_t>(s)];
 }
 
@@ -338,8 +365,7 @@ void force_velocity(Kind kind, const Array3<int>& flag, int i, int j, int k, Sea
 void FOOTCACHE(bool on) {
   cache_on = false;
   for (FootCache& c : caches) {
-    c.slot.clear();
-    c.slot.shrink_to_fit();
+    c.slot.reset();
     c.entries.clear();
     c.entries.shrink_to_fit();
   }
@@ -348,10 +374,12 @@ void FOOTCACHE(bool on) {
   for (int n = 0; n < 4; ++n) {
     const Array3<int>& flag = *flags[n];
     FootCache& c = caches[n];
-    c.slot.assign(static_cast<std::size_t>(flag.size()), -1);
+    c.slot.reset(static_cast<std::int32_t*>(detail::aligned_zalloc(static_cast<std::size_t>(flag.size()), sizeof(std::int32_t))));
+    if (!c.slot) throw std::bad_alloc();
+    std::int32_t* slot = c.slot.get();
     std::int32_t count = 0;
     for (std::int64_t m = 0; m < flag.size(); ++m)
-      if (flag.data()[m] == 0) c.slot[static_cast<std::size_t>(m)] = count++;
+      if (flag.data()[m] == 0) slot[m] = ++count;
     c.entries.resize(static_cast<std::size_t>(count));
   }
   cache_on = true;
