@@ -58,7 +58,7 @@ constexpr double kPi = 3.14159265358979323846;
 // Cycles of the residual measurement: enough to see the rate, few enough to
 // stay clear of the round-off floor.
 constexpr int kResidCycles = 6;
-constexpr int kRepeats = 3;  // runs of the timed steps per thread count
+constexpr int kRepeats = 3;  // timed steps per thread count: this many times the state's count
 
 // ---------------------------------------------------------------- states
 
@@ -217,45 +217,33 @@ struct Run {
   std::vector<double> step;        // whole steps
   int steps = 0;
   int cycles = 0;             // pressure cycles, summed
-  std::vector<Run> repeats;   // further runs of the same steps
 };
 
-// Median seconds per step of a routine ("step": of the whole step), the
-// least over the run and its repeats: a neighbour on a shared machine only
-// ever adds time, and it seldom takes the same routine in every repeat.
+// Median seconds per step of a routine ("step": of the whole step).
 double step_seconds(const Run& r, const std::string& routine) {
-  double m = 0.0;
-  if (routine == "step") {
-    m = median(r.step);
-  } else {
-    auto it = r.acc.find(routine);
-    m = it == r.acc.end() ? 0.0 : median(it->second.per_step);
-  }
-  for (const Run& x : r.repeats) m = std::min(m, step_seconds(x, routine));
-  return m;
+  if (routine == "step") return median(r.step);
+  auto it = r.acc.find(routine);
+  return it == r.acc.end() ? 0.0 : median(it->second.per_step);
 }
 
-Run time_steps(int nsteps) {
-  Run r;
+// One timed step into r, as its step number s of nsteps.
+void time_step(Run& r, int s, int nsteps) {
   g_acc = &r.acc;
   g_nsteps = nsteps;
+  g_step = s;
   rl::step_timer = hook;
-  for (int s = 0; s < nsteps; ++s) {
-    g_step = s;
-    const double t0 = omp_get_wtime();
-    rl::nstep = rl::nstep + 1;
-    rl::TIMESTEP();
-    const double t1 = omp_get_wtime();
-    rl::simtime = rl::simtime + rl::dt;
-    r.cycles += rl::ADVANCE();
-    const double t2 = omp_get_wtime();
-    hook("TIMESTEP", t1 - t0);
-    r.step.push_back(t2 - t0);
-    r.steps += 1;
-  }
+  const double t0 = omp_get_wtime();
+  rl::nstep = rl::nstep + 1;
+  rl::TIMESTEP();
+  const double t1 = omp_get_wtime();
+  rl::simtime = rl::simtime + rl::dt;
+  r.cycles += rl::ADVANCE();
+  const double t2 = omp_get_wtime();
+  hook("TIMESTEP", t1 - t0);
+  r.step.push_back(t2 - t0);
+  r.steps += 1;
   rl::step_timer = nullptr;
   g_acc = nullptr;
-  return r;
 }
 
 // Residual reduction of the pressure cycles: one step's predictor, then the
@@ -328,6 +316,34 @@ double triad(int threads) {
   return 24.0 * double(n) / best * 1e-9;
 }
 
+// Divisions per second (vector divisions of a cache-resident block, per
+// thread), with the given threads, over the best of 5 tries.  The ratio of
+// all threads to one tells whether the cores have a divider each at the
+// moment: a virtual machine's two cores may be two hardware threads of one
+// physical core, and then they share it.
+double divide_rate(int threads) {
+  omp_set_num_threads(threads);
+  double best = 1e300;
+  constexpr int kN = 2048, kReps = 4000;
+  for (int rep = 0; rep < 5; ++rep) {
+    const double t0 = omp_get_wtime();
+#pragma omp parallel
+    {
+      double a[kN], b[kN];
+      for (int i = 0; i < kN; ++i) {
+        a[i] = 1.0 + 1e-3 * i;
+        b[i] = 3.0 + 1e-4 * i;
+      }
+      for (int r = 0; r < kReps; ++r)
+        for (int i = 0; i < kN; ++i) a[i] = b[i] / a[i];
+      volatile double sink = a[kN / 2];
+      (void)sink;
+    }
+    best = std::min(best, omp_get_wtime() - t0);
+  }
+  return double(threads) * kN * kReps / best;
+}
+
 // ---------------------------------------------------------------- report
 
 // Order of the rows: the order of the step.
@@ -369,6 +385,7 @@ struct Result {
   double mean_ratio = 0, final_rel = 0, first_rel = 0;
   std::vector<double> ratios;
   double dt = 0;  // time step at the end of the timed steps
+  double divider[2] = {0, 0};  // divider speed-up of all threads, before and after the timed steps
 };
 
 double ns_cell_step(const Run& r, double cells, const std::string& routine) {
@@ -431,20 +448,23 @@ int main(int argc, char** argv) {
     mark(s.name, "build and 3 steps");
     build_state(s);
     for (int n = 0; n < 3; ++n) real_step();
-    // One thread and all threads in turn, kRepeats times, so that a
-    // stretch of noise from other work does not fall on one count only.
-    for (int rep = 0; rep < kRepeats; ++rep)
+    // One thread and all threads in turn, in short blocks, so that both see
+    // the same stretches of noise from other work on a shared machine: each
+    // block a first step that is not timed (it finds the data where the
+    // other count left it), then two timed steps.
+    const int nsteps = s.timed_steps * kRepeats;
+    R.divider[0] = divide_rate(nmax) / divide_rate(1);
+    mark(s.name, "timed, 1 thread and all threads in turn");
+    std::fprintf(stderr, "%s: %d timed steps with 1 and %d with %d threads, in turn ...\n", s.name.c_str(), nsteps,
+                 nsteps, tcount[1]);
+    for (int n = 0; n < nsteps; n += 2)
       for (int t = 0; t < 2; ++t) {
         omp_set_num_threads(tcount[t]);
-        mark(s.name, t == 0 ? "timed, 1 thread" : "timed, all threads");
-        std::fprintf(stderr, "%s: %d timed steps, %d thread(s), run %d ...\n", s.name.c_str(), s.timed_steps,
-                     tcount[t], rep + 1);
-        Run x = time_steps(s.timed_steps);
-        if (rep == 0)
-          R.run[t] = std::move(x);
-        else
-          R.run[t].repeats.push_back(std::move(x));
+        Run untimed;
+        time_step(untimed, 0, 1);
+        for (int m = n; m < std::min(n + 2, nsteps); ++m) time_step(R.run[t], m, nsteps);
       }
+    R.divider[1] = divide_rate(nmax) / divide_rate(1);
     R.dt = rl::dt;
     if (s.dunes) {
       omp_set_num_threads(1);
@@ -474,13 +494,17 @@ int main(int argc, char** argv) {
      << fmt("%.2f", bw[1]) << " GB/s with " << nmax << " threads.\n\n";
 
   md << "### Time per routine\n\n"
+     << "A divider speed-up near 1 means the host ran the two cores as two hardware threads of one physical "
+        "core at the time: the division-bound predictors then gain nothing from a second thread.\n\n"
      << "Nanoseconds per cell per step (cells = imax*jmax*kmax): per timed step the sum over the routine's "
-        "calls in that step, then the median over the timed steps, the least of " << kRepeats
-     << " runs taken in turn with 1 and all threads; share = that over the median whole step (so "
+        "calls in that step, then the median over the timed steps (taken in blocks of an untimed and two timed "
+        "steps, in turn with 1 and all threads); share = that over the median whole step (so "
         "the shares need not add up to exactly 100 %); before/after = time in `bench/before.csv` over time now (above 1: faster now).\n\n";
   for (const Result& r : results) {
-    md << "#### " << r.desc.name << " (" << fmt("%.0f", r.cells) << " cells, " << r.desc.timed_steps
+    md << "#### " << r.desc.name << " (" << fmt("%.0f", r.cells) << " cells, " << r.desc.timed_steps * kRepeats
        << " timed steps, dt " << fmt("%.3g", r.dt) << ")\n\n";
+    md << "Divider speed-up of " << nmax << " threads (divisions per second against 1 thread) just before and "
+       << "after the timed steps: " << fmt("%.2f", r.divider[0]) << " and " << fmt("%.2f", r.divider[1]) << ".\n\n";
     md << "| routine | calls/step | ns/cell 1 thr | share 1 thr | ns/cell " << nmax << " thr | share " << nmax
        << " thr | thread speed-up | before/after 1 thr | before/after " << nmax << " thr |\n";
     md << "|---|---:|---:|---:|---:|---:|---:|---:|---:|\n";

@@ -72,11 +72,7 @@ void wall_pass() {
   if (ibcu(HighY) == Given && ibcv(HighY) == Given && ibcw(HighY) == Given) WALLN();
 }
 
-void boundaries() {
-  BOUNDARYU();
-  BOUNDARYV();
-  BOUNDARYW();
-}
+void boundaries() { BOUNDARYUVW(); }
 
 void startup(MainState& m) {
   // Every run draws its noise from the generator's default state.

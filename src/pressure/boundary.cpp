@@ -97,40 +97,51 @@ void FACE(Array3<double>& f, int own, int face, int t, double bc, Split& split) 
 // The six faces of one component in the given order, then the passes over
 // the layers of its own (normal) direction: a wall extrapolates the layer
 // beyond it linearly, and a periodic low face fills layer -1 from n-1.
-void BOUNDARYFIELD(Array3<double>& f, int own, const Faces<int>& ibc, const Faces<double>& bc,
-                   const int (&order)[6]) {
+// Must be called inside a parallel region; the last loop ends without a
+// barrier.
+void FIELDFACES(Array3<double>& f, int own, const Faces<int>& ibc, const Faces<double>& bc, const int (&order)[6]) {
   const int lo = ibc(2 * own + 1), hi = ibc(2 * own + 2);
   const int n = own == 0 ? imax : (own == 1 ? jmax : kmax);
   const std::int64_t s = axis_stride(f, own);
   const std::int64_t on = n * s, on1 = (n - 1) * s, onp = (n + 1) * s;
+  Split split;
+  for (int face : order) FACE(f, own, face, ibc(face), bc(face), split);
+  if (lo == Given) LINES(f, own, split, [=](double* e) { e[-s] = 2 * e[0] - e[s]; });
+  if (hi == Given) LINES(f, own, split, [=](double* e) { e[onp] = 2 * e[on] - e[on1]; });
+  if (lo == Periodic) LINES(f, own, split, [=](double* e) { e[-s] = e[on1]; });
+}
+
+const int kOrderU[6] = {LowX, HighX, LowY, HighY, LowZ, HighZ};
+const int kOrderV[6] = {LowY, HighY, LowZ, HighZ, LowX, HighX};
+const int kOrderW[6] = {LowZ, HighZ, LowX, HighX, LowY, HighY};
+
+void BOUNDARYFIELD(Array3<double>& f, int own, const Faces<int>& ibc, const Faces<double>& bc,
+                   const int (&order)[6]) {
 #pragma omp parallel default(shared) if (worth_sharing(cells_of(imax, jmax, kmax)))
-  {
-    Split split;
-    for (int face : order) FACE(f, own, face, ibc(face), bc(face), split);
-    if (lo == Given) LINES(f, own, split, [=](double* e) { e[-s] = 2 * e[0] - e[s]; });
-    if (hi == Given) LINES(f, own, split, [=](double* e) { e[onp] = 2 * e[on] - e[on1]; });
-    if (lo == Periodic) LINES(f, own, split, [=](double* e) { e[-s] = e[on1]; });
-  }
+  FIELDFACES(f, own, ibc, bc, order);
 }
 
 }  // namespace
 
 // Outer layers of u: faces low x, high x, low y, high y, low z, high z.
-void BOUNDARYU() {
-  static const int order[6] = {LowX, HighX, LowY, HighY, LowZ, HighZ};
-  BOUNDARYFIELD(u, 0, ibcu, bcu, order);
-}
+void BOUNDARYU() { BOUNDARYFIELD(u, 0, ibcu, bcu, kOrderU); }
 
 // Outer layers of v: faces low y, high y, low z, high z, low x, high x.
-void BOUNDARYV() {
-  static const int order[6] = {LowY, HighY, LowZ, HighZ, LowX, HighX};
-  BOUNDARYFIELD(v, 1, ibcv, bcv, order);
-}
+void BOUNDARYV() { BOUNDARYFIELD(v, 1, ibcv, bcv, kOrderV); }
 
 // Outer layers of w: faces low z, high z, low x, high x, low y, high y.
-void BOUNDARYW() {
-  static const int order[6] = {LowZ, HighZ, LowX, HighX, LowY, HighY};
-  BOUNDARYFIELD(w, 2, ibcw, bcw, order);
+void BOUNDARYW() { BOUNDARYFIELD(w, 2, ibcw, bcw, kOrderW); }
+
+// BOUNDARYU, BOUNDARYV and BOUNDARYW in one parallel region: each reads and
+// writes only its own component, so a thread goes on to the next component
+// without waiting for the others.
+void BOUNDARYUVW() {
+#pragma omp parallel default(shared) if (worth_sharing(cells_of(imax, jmax, kmax)))
+  {
+    FIELDFACES(u, 0, ibcu, bcu, kOrderU);
+    FIELDFACES(v, 1, ibcv, bcv, kOrderV);
+    FIELDFACES(w, 2, ibcw, bcw, kOrderW);
+  }
 }
 
 // Ghost layer of p: ghost = t*(adjacent inner cell) + (1-|t|)*(inner cell

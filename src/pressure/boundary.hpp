@@ -9,6 +9,9 @@ void BOUNDARYU();
 void BOUNDARYV();
 // reads: w, ibcw, bcw; writes: the outer layers of w
 void BOUNDARYW();
+// The three above, in one parallel region.
+// reads: u, v, w and their types and values; writes: their outer layers
+void BOUNDARYUVW();
 // reads: p, ibcp; writes: the ghost layer of p
 void BOUNDARYP();
 
