@@ -21,6 +21,7 @@
 #include <xmmintrin.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
@@ -344,6 +345,38 @@ double divide_rate(int threads) {
   return double(threads) * kN * kReps / best;
 }
 
+// Nanoseconds for a cache line to go from one core to the other and back:
+// two threads hand a counter to and fro.  Cores that share a cache take
+// some tens of nanoseconds; cores that do not (another chip, another
+// socket) several times that, and then every routine that reads what the
+// other core wrote last pays for it.
+double handover_ns() {
+  if (omp_get_num_procs() < 2) return 0.0;
+  omp_set_num_threads(2);
+  alignas(64) static std::atomic<int> turn{0};
+  constexpr int kRounds = 200000;
+  double best = 1e300;
+  for (int rep = 0; rep < 3; ++rep) {
+    turn.store(0);
+    double t = 0.0;
+#pragma omp parallel num_threads(2)
+    {
+      const int me = omp_get_thread_num();
+#pragma omp barrier
+      const double t0 = omp_get_wtime();
+      for (int r = 0; r < kRounds; ++r) {
+        const int want = 2 * r + me;
+        while (turn.load(std::memory_order_acquire) != want) {
+        }
+        turn.store(want + 1, std::memory_order_release);
+      }
+      if (me == 0) t = omp_get_wtime() - t0;
+    }
+    best = std::min(best, t);
+  }
+  return best / kRounds * 1e9;
+}
+
 // ---------------------------------------------------------------- report
 
 // Order of the rows: the order of the step.
@@ -386,6 +419,7 @@ struct Result {
   std::vector<double> ratios;
   double dt = 0;  // time step at the end of the timed steps
   double divider[2] = {0, 0};  // divider speed-up of all threads, before and after the timed steps
+  double handover[2] = {0, 0};  // ns for a cache line to and fro between two cores, before and after
 };
 
 double ns_cell_step(const Run& r, double cells, const std::string& routine) {
@@ -454,6 +488,7 @@ int main(int argc, char** argv) {
     // other count left it), then two timed steps.
     const int nsteps = s.timed_steps * kRepeats;
     R.divider[0] = divide_rate(nmax) / divide_rate(1);
+    R.handover[0] = handover_ns();
     mark(s.name, "timed, 1 thread and all threads in turn");
     std::fprintf(stderr, "%s: %d timed steps with 1 and %d with %d threads, in turn ...\n", s.name.c_str(), nsteps,
                  nsteps, tcount[1]);
@@ -465,6 +500,7 @@ int main(int argc, char** argv) {
         for (int m = n; m < std::min(n + 2, nsteps); ++m) time_step(R.run[t], m, nsteps);
       }
     R.divider[1] = divide_rate(nmax) / divide_rate(1);
+    R.handover[1] = handover_ns();
     R.dt = rl::dt;
     if (s.dunes) {
       omp_set_num_threads(1);
@@ -504,7 +540,8 @@ int main(int argc, char** argv) {
     md << "#### " << r.desc.name << " (" << fmt("%.0f", r.cells) << " cells, " << r.desc.timed_steps * kRepeats
        << " timed steps, dt " << fmt("%.3g", r.dt) << ")\n\n";
     md << "Divider speed-up of " << nmax << " threads (divisions per second against 1 thread) just before and "
-       << "after the timed steps: " << fmt("%.2f", r.divider[0]) << " and " << fmt("%.2f", r.divider[1]) << ".\n\n";
+       << "after the timed steps: " << fmt("%.2f", r.divider[0]) << " and " << fmt("%.2f", r.divider[1]) << "; a cache line from one core to the other and back: "
+       << fmt("%.0f", r.handover[0]) << " and " << fmt("%.0f", r.handover[1]) << " ns.\n\n";
     md << "| routine | calls/step | ns/cell 1 thr | share 1 thr | ns/cell " << nmax << " thr | share " << nmax
        << " thr | thread speed-up | before/after 1 thr | before/after " << nmax << " thr |\n";
     md << "|---|---:|---:|---:|---:|---:|---:|---:|---:|\n";
