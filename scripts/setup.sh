@@ -13,7 +13,7 @@ build_type=${1:-Release}
 build_dir=${2:-build}
 shift $(( $# < 2 ? $# : 2 ))  # the rest goes to CMake
 
-pkgs="g++ cmake make libcgns-dev libhdf5-dev libgtest-dev googletest"
+pkgs="g++ cmake make libcgns-dev libhdf5-dev libgtest-dev googletest libopenmpi-dev openmpi-bin"
 [ $with_tests = 1 ] && pkgs="$pkgs cgns-convert python3-paraview xvfb xauth"
 missing=""
 for p in $pkgs; do

@@ -1,0 +1,210 @@
+#include "common/distributed.hpp"
+
+#ifdef RIVERLES_MPI
+#include <mpi.h>
+#endif
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdlib>
+#include <limits>
+
+namespace rl {
+
+namespace {
+
+int env_int(const char* name) {
+  const char* v = std::getenv(name);
+  return v ? std::atoi(v) : 0;
+}
+
+bool started = false;  // MPI_Init was called here
+
+// Equal contiguous shares of 1..n among m blocks, the first n % m one more.
+void shares(int n, int m, std::vector<int>& lo, std::vector<int>& hi) {
+  lo.assign(static_cast<std::size_t>(m), 0);
+  hi.assign(static_cast<std::size_t>(m), 0);
+  int next = 1;
+  for (int a = 0; a < m; ++a) {
+    const int size = n / m + (a < n % m ? 1 : 0);
+    lo[static_cast<std::size_t>(a)] = next;
+    hi[static_cast<std::size_t>(a)] = next + size - 1;
+    next += size;
+  }
+}
+
+}  // namespace
+
+bool launched_by_mpi() {
+  return std::getenv("OMPI_COMM_WORLD_SIZE") != nullptr || std::getenv("PMI_SIZE") != nullptr ||
+         std::getenv("PMIX_RANK") != nullptr;
+}
+
+int launched_size() {
+  for (const char* name : {"OMPI_COMM_WORLD_SIZE", "PMI_SIZE"}) {
+    const int n = env_int(name);
+    if (n > 0) return n;
+  }
+  return 1;
+}
+
+void DISTSTART(int& argc, char**& argv) {
+#ifdef RIVERLES_MPI
+  if (!launched_by_mpi() || started) return;
+  int provided = 0;
+  // Only the main thread of each process passes messages, between the
+  // parallel regions.
+  MPI_Init_thread(&argc, &argv, MPI_THREAD_FUNNELED, &provided);
+  started = true;
+#else
+  (void)argc;
+  (void)argv;
+#endif
+}
+
+void DISTEND() {
+#ifdef RIVERLES_MPI
+  if (!started) return;
+  int done = 0;
+  MPI_Finalized(&done);
+  if (!done) MPI_Finalize();
+  started = false;
+#endif
+}
+
+int dist_rank() {
+#ifdef RIVERLES_MPI
+  if (started) {
+    int r = 0;
+    MPI_Comm_rank(MPI_COMM_WORLD, &r);
+    return r;
+  }
+#endif
+  return 0;
+}
+
+int dist_size() {
+#ifdef RIVERLES_MPI
+  if (started) {
+    int n = 1;
+    MPI_Comm_size(MPI_COMM_WORLD, &n);
+    return n;
+  }
+#endif
+  return 1;
+}
+
+namespace {
+
+// The blocks along x of the best split of n processes, 0 when none fits.
+int best_px(int n, int imax, int jmax) {
+  const int k = kMinBlockColumns;
+  std::int64_t best = std::numeric_limits<std::int64_t>::max();
+  int bx = 0;
+  for (int px = n; px >= 1; --px) {
+    if (n % px != 0) continue;
+    const int py = n / px;
+    const bool fits = (px == 1 || imax / px >= k) && (py == 1 || jmax / py >= k);
+    if (!fits) continue;
+    const std::int64_t cut = std::int64_t(px - 1) * jmax + std::int64_t(py - 1) * imax;
+    if (cut < best) {
+      best = cut;
+      bx = px;
+    }
+  }
+  return bx;
+}
+
+}  // namespace
+
+bool PLANSPLIT(int nprocs, int imax, int jmax, PlanSplit& s, std::string& why) {
+  const int bx = nprocs >= 1 ? best_px(nprocs, imax, jmax) : 0;
+  if (bx == 0) {
+    const int k = kMinBlockColumns;
+    int most = 1;
+    const int limit = std::max(1, imax / k) * std::max(1, jmax / k);
+    for (int n = 2; n <= limit; ++n)
+      if (best_px(n, imax, jmax) > 0) most = n;
+    why = std::to_string(nprocs) + " processes cannot share a plan of " + std::to_string(imax) + " x " +
+          std::to_string(jmax) + " columns in blocks of at least " + std::to_string(k) + " x " +
+          std::to_string(k) + " columns; the most that can is " + std::to_string(most);
+    return false;
+  }
+  s.px = bx;
+  s.py = nprocs / bx;
+  shares(imax, s.px, s.ilo, s.ihi);
+  shares(jmax, s.py, s.jlo, s.jhi);
+  return true;
+}
+
+Block block_of(const PlanSplit& s, int rank, bool xperiodic, bool yperiodic) {
+  Block b;
+  b.a = rank % s.px;
+  b.b = rank / s.px;
+  b.ilo = s.ilo[static_cast<std::size_t>(b.a)];
+  b.ihi = s.ihi[static_cast<std::size_t>(b.a)];
+  b.jlo = s.jlo[static_cast<std::size_t>(b.b)];
+  b.jhi = s.jhi[static_cast<std::size_t>(b.b)];
+  auto at = [&](int a, int bb) { return bb * s.px + a; };
+  if (b.a > 0 || xperiodic) b.west = at((b.a + s.px - 1) % s.px, b.b);
+  if (b.a < s.px - 1 || xperiodic) b.east = at((b.a + 1) % s.px, b.b);
+  if (b.b > 0 || yperiodic) b.south = at(b.a, (b.b + s.py - 1) % s.py);
+  if (b.b < s.py - 1 || yperiodic) b.north = at(b.a, (b.b + 1) % s.py);
+  return b;
+}
+
+namespace {
+
+// Copies the box i0..i1, j0..j1 over f's whole k range between f and buf.
+void pack(const Array3<double>& f, int i0, int i1, int j0, int j1, std::vector<double>& buf) {
+  buf.clear();
+  for (int k = f.lo(2); k <= f.hi(2); ++k)
+    for (int j = j0; j <= j1; ++j) {
+      const double* row = f.at(i0, j, k);
+      buf.insert(buf.end(), row, row + (i1 - i0 + 1));
+    }
+}
+void unpack(Array3<double>& f, int i0, int i1, int j0, int j1, const std::vector<double>& buf) {
+  std::size_t n = 0;
+  for (int k = f.lo(2); k <= f.hi(2); ++k)
+    for (int j = j0; j <= j1; ++j) {
+      double* row = f.at(i0, j, k);
+      for (int i = 0; i <= i1 - i0; ++i) row[i] = buf[n++];
+    }
+}
+
+}  // namespace
+
+void EXCHANGE(Array3<double>& f, const Block& blk, int w) {
+  if (w <= 0) return;
+  const int i0 = f.lo(0), i1 = f.hi(0), j0 = f.lo(1), j1 = f.hi(1);
+  std::vector<double> out, in;
+  // One direction: send the owned layers next to one side to the neighbour
+  // there, take the other neighbour's into the halo on the other side.
+  auto shift = [&](int to, int from, int si0, int si1, int sj0, int sj1, int ri0, int ri1, int rj0, int rj1) {
+    if (to < 0 && from < 0) return;
+    pack(f, si0, si1, sj0, sj1, out);
+    in.resize(static_cast<std::size_t>(ri1 - ri0 + 1) * static_cast<std::size_t>(rj1 - rj0 + 1) *
+              static_cast<std::size_t>(f.hi(2) - f.lo(2) + 1));
+#ifdef RIVERLES_MPI
+    if (started) {
+      MPI_Sendrecv(out.data(), to < 0 ? 0 : static_cast<int>(out.size()), MPI_DOUBLE, to < 0 ? MPI_PROC_NULL : to, 0,
+                   in.data(), from < 0 ? 0 : static_cast<int>(in.size()), MPI_DOUBLE,
+                   from < 0 ? MPI_PROC_NULL : from, 0, MPI_COMM_WORLD, MPI_STATUS_IGNORE);
+      if (from >= 0) unpack(f, ri0, ri1, rj0, rj1, in);
+      return;
+    }
+#endif
+    // One process: only a periodic direction sends, to itself.
+    if (from >= 0) unpack(f, ri0, ri1, rj0, rj1, out);
+  };
+  // x: east-going (own last layers into the east neighbour's west halo),
+  // then west-going.
+  shift(blk.east, blk.west, blk.ihi - w + 1, blk.ihi, j0, j1, blk.ilo - w, blk.ilo - 1, j0, j1);
+  shift(blk.west, blk.east, blk.ilo, blk.ilo + w - 1, j0, j1, blk.ihi + 1, blk.ihi + w, j0, j1);
+  // y, over the whole i range of f (the x halos included).
+  shift(blk.north, blk.south, i0, i1, blk.jhi - w + 1, blk.jhi, i0, i1, blk.jlo - w, blk.jlo - 1);
+  shift(blk.south, blk.north, i0, i1, blk.jlo, blk.jlo + w - 1, i0, i1, blk.jhi + 1, blk.jhi + w);
+}
+
+}  // namespace rl
