@@ -207,4 +207,60 @@ void EXCHANGE(Array3<double>& f, const Block& blk, int w) {
   shift(blk.south, blk.north, i0, i1, blk.jlo, blk.jlo + w - 1, i0, i1, blk.jhi + 1, blk.jhi + w);
 }
 
+namespace {
+
+// The part of the global ranges i0..i1, j0..j1 that block (a, b) holds: its
+// own columns, stretched to the box's ghost layers at the box's faces.
+void held(const PlanSplit& s, int a, int b, int i0, int i1, int j0, int j1, int& hi0, int& hi1, int& hj0,
+          int& hj1) {
+  hi0 = a == 0 ? i0 : s.ilo[static_cast<std::size_t>(a)];
+  hi1 = a == s.px - 1 ? i1 : s.ihi[static_cast<std::size_t>(a)];
+  hj0 = b == 0 ? j0 : s.jlo[static_cast<std::size_t>(b)];
+  hj1 = b == s.py - 1 ? j1 : s.jhi[static_cast<std::size_t>(b)];
+}
+
+}  // namespace
+
+void GATHERPLANE(const Array3<double>& f, const PlanSplit& s, int k, int i0, int i1, int j0, int j1,
+                 std::vector<double>& plane) {
+  const int rank = dist_rank(), n = s.px * s.py;
+  const std::size_t ni = static_cast<std::size_t>(i1 - i0 + 1);
+  int a0, a1, b0, b1;
+  held(s, rank % s.px, rank / s.px, i0, i1, j0, j1, a0, a1, b0, b1);
+  std::vector<double> mine;
+  mine.reserve(static_cast<std::size_t>(a1 - a0 + 1) * static_cast<std::size_t>(b1 - b0 + 1));
+  for (int j = b0; j <= b1; ++j) {
+    const double* row = f.at(a0, j, k);
+    mine.insert(mine.end(), row, row + (a1 - a0 + 1));
+  }
+  std::vector<int> counts(static_cast<std::size_t>(n)), offsets(static_cast<std::size_t>(n));
+  int total = 0;
+  for (int r = 0; r < n; ++r) {
+    int c0, c1, d0, d1;
+    held(s, r % s.px, r / s.px, i0, i1, j0, j1, c0, c1, d0, d1);
+    counts[static_cast<std::size_t>(r)] = (c1 - c0 + 1) * (d1 - d0 + 1);
+    offsets[static_cast<std::size_t>(r)] = total;
+    total += counts[static_cast<std::size_t>(r)];
+  }
+  std::vector<double> all(rank == 0 ? static_cast<std::size_t>(total) : 0);
+#ifdef RIVERLES_MPI
+  if (started)
+    MPI_Gatherv(mine.data(), static_cast<int>(mine.size()), MPI_DOUBLE, all.data(), counts.data(), offsets.data(),
+                MPI_DOUBLE, 0, MPI_COMM_WORLD);
+  else
+    all = mine;
+#else
+  all = mine;
+#endif
+  if (rank != 0) return;
+  plane.assign(ni * static_cast<std::size_t>(j1 - j0 + 1), 0.0);
+  for (int r = 0; r < n; ++r) {
+    int c0, c1, d0, d1;
+    held(s, r % s.px, r / s.px, i0, i1, j0, j1, c0, c1, d0, d1);
+    const double* p = all.data() + offsets[static_cast<std::size_t>(r)];
+    for (int j = d0; j <= d1; ++j)
+      for (int i = c0; i <= c1; ++i) plane[static_cast<std::size_t>(j - j0) * ni + static_cast<std::size_t>(i - i0)] = *p++;
+  }
+}
+
 }  // namespace rl

@@ -64,4 +64,13 @@ Block block_of(const PlanSplit& s, int rank, bool xperiodic, bool yperiodic);
 // With one process and no periodic direction it does nothing.
 void EXCHANGE(Array3<double>& f, const Block& blk, int w);
 
+// One plane k of a field, gathered whole onto the first process (rank 0)
+// for writing, so that no process holds more than a plane of the whole box:
+// plane[(j - j0) * (i1 - i0 + 1) + (i - i0)] for the global ranges i0..i1,
+// j0..j1 (the box's own ghost layers included: they come from the blocks at
+// the box's faces).  Every process calls it together; only rank 0's plane
+// is filled.
+void GATHERPLANE(const Array3<double>& f, const PlanSplit& s, int k, int i0, int i1, int j0, int j1,
+                 std::vector<double>& plane);
+
 }  // namespace rl

@@ -10,6 +10,7 @@
 #include <cmath>
 #include <limits>
 #include <string>
+#include <vector>
 
 #include "common/distributed.hpp"
 
@@ -56,6 +57,39 @@ TEST(Exchange, HalosHoldTheNeighboursColumns) {
           else
             ASSERT_TRUE(std::isnan(f(i, j, k))) << where;
         }
+  }
+}
+
+// Planes gathered onto the first process hold every global position once,
+// from its owner: the box's ghost layers (here i from -1, as for u) from the
+// blocks at the faces, never a halo (filled with NaN here).
+TEST(Gather, PlanesComeWholeToTheFirstProcess) {
+  const int n = rl::dist_size(), rank = rl::dist_rank();
+  const int I = 13, J = 9, K = 4, w = 2;
+  rl::PlanSplit s;
+  std::string why;
+  ASSERT_TRUE(rl::PLANSPLIT(n, I, J, s, why)) << why;
+  const rl::Block b = rl::block_of(s, rank, false, false);
+  const int lo_i = b.a == 0 ? -1 : b.ilo - w, hi_i = b.a == s.px - 1 ? I + 1 : b.ihi + w;
+  const int lo_j = b.b == 0 ? 0 : b.jlo - w, hi_j = b.b == s.py - 1 ? J + 1 : b.jhi + w;
+  Array3<double> f;
+  ASSERT_TRUE(f.allocate("f", lo_i, hi_i, lo_j, hi_j, 0, K + 1));
+  for (int k = 0; k <= K + 1; ++k)
+    for (int j = lo_j; j <= hi_j; ++j)
+      for (int i = lo_i; i <= hi_i; ++i) {
+        const bool own = (i >= b.ilo || b.a == 0) && (i <= b.ihi || b.a == s.px - 1) &&
+                         (j >= b.jlo || b.b == 0) && (j <= b.jhi || b.b == s.py - 1);
+        f(i, j, k) = own ? tag(i, j, k) : std::numeric_limits<double>::quiet_NaN();
+      }
+  for (int k = 0; k <= K + 1; ++k) {
+    std::vector<double> plane;
+    rl::GATHERPLANE(f, s, k, -1, I + 1, 0, J + 1, plane);
+    if (rank != 0) continue;
+    ASSERT_EQ(plane.size(), std::size_t(I + 3) * std::size_t(J + 2));
+    for (int j = 0; j <= J + 1; ++j)
+      for (int i = -1; i <= I + 1; ++i)
+        ASSERT_EQ(plane[std::size_t(j) * std::size_t(I + 3) + std::size_t(i + 1)], tag(i, j, k))
+            << "(" << i << "," << j << "," << k << ") of " << n;
   }
 }
 
