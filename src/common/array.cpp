@@ -59,7 +59,7 @@ void* aligned_zalloc(std::size_t n, std::size_t sz) {
     const std::uintptr_t start = (a + kMapBytes - 1) / kMapBytes * kMapBytes;
     const std::size_t head = start - a;
     if (head > 0) ::munmap(raw, head);
-    if (kMapBytes - head > 0) ::munmap(reinterpret_cast<void*>(start + len), kMapBytes - head);
+    ::munmap(reinterpret_cast<void*>(start + len), kMapBytes - head);  // the tail: never empty
     void* p = reinterpret_cast<void*>(start);
 #ifdef MADV_HUGEPAGE
     ::madvise(p, len, MADV_HUGEPAGE);  // a hint: without huge pages all still works
