@@ -212,6 +212,8 @@ TEST_F(CaseTool, RealDataMistakesAreCaught) {
       {"zminItm -0.005\nkmaxItm 4\nbed flat 0.0\n", 0, ":1: warning: zminItm -0.005 is less than a cell"},
       {"nodes 9 5\nbed slope 0.0 0.2\n", 0, ":2: warning: 25 of 45 nodes lie at or above zmaxItm 0.1"},
       {"nodes 9 5\nbed slope 0.0 4.0\nzmaxItm 10\n", 0, "in another unit than the grid"},
+      {"bed flat 0.0\nkmaxItm 32\n", 1, ":2: kmaxItm 32 is the exponent of the number of cells in z"},
+      {"bed flat 0.0\nkmaxItm 13\n", 0, ":2: warning: kmaxItm 13 gives 2^13 = 8192 cells in z"},
   };
   for (const Case& c : cases) {
     const std::string desc = write_file("real.txt", c.text);

@@ -509,6 +509,22 @@ std::vector<std::string> check_case(const Description& d, const std::string& des
   std::vector<std::string> warnings;
   double zmin, zmax, kexp;
   int lmin, lmax, lk;
+  // kmaxItm is the exponent of the cell count in z, easily taken for the
+  // count itself.
+  if (key_value(d, "kmaxItm", kexp, lk)) {
+    if (kexp < 0 || kexp > 30) {
+      std::ostringstream e;
+      e << "kmaxItm " << kexp << " is the exponent of the number of cells in z (2 to that power): it gives no "
+        << "cells; use 0 to 30 (kmaxItm 5 gives 32 cells)";
+      fail(desc, lk, e.str());
+    }
+    if (kexp > 12) {
+      std::ostringstream w;
+      w << "kmaxItm " << kexp << " gives 2^" << kexp << " = " << std::ldexp(1.0, static_cast<int>(kexp))
+        << " cells in z: it is the exponent of the count, not the count";
+      warnings.push_back(desc + ":" + std::to_string(lk) + ": warning: " + w.str());
+    }
+  }
   if (!key_value(d, "zminItm", zmin, lmin) || !key_value(d, "zmaxItm", zmax, lmax) || z.empty()) return warnings;
   const auto [lo, hi] = std::minmax_element(z.begin(), z.end());
   const std::size_t nlo = static_cast<std::size_t>(lo - z.begin());
