@@ -37,15 +37,23 @@ else
 fi
 
 if command -v pvpython > /dev/null; then
-  runner=""
-  command -v xvfb-run > /dev/null && runner="xvfb-run -a"
-  $runner pvpython "$src/tests/pv_check_case.py" "$work/flat.cgn" "$results" "$work/riverles2.plt" ||
-    fail "ParaView readers"
-  # The standard pictures of the run (its statistics included), not empty.
-  $runner "$src/scripts/riverles-view" "$work/flat.cgn" "$work/pictures" > "$work/view.log" 2>&1 ||
-    { cat "$work/view.log"; fail "riverles-view"; }
-  $runner pvpython "$src/tests/pv_check_images.py" "$work"/pictures/{section,plan,vortices,profile}.png ||
-    fail "riverles-view pictures"
+  # The ParaView steps share one virtual X server: a server started for each
+  # step may find the display of the one before not yet free.
+  cat > "$work/pv.sh" <<EOF
+set -u
+pvpython "$src/tests/pv_check_case.py" "$work/flat.cgn" "$results" "$work/riverles2.plt" ||
+  { echo "FAILED: ParaView readers"; exit 1; }
+# The standard pictures of the run (its statistics included), not empty.
+"$src/scripts/riverles-view" "$work/flat.cgn" "$work/pictures" > "$work/view.log" 2>&1 ||
+  { cat "$work/view.log"; echo "FAILED: riverles-view"; exit 1; }
+pvpython "$src/tests/pv_check_images.py" "$work"/pictures/{section,plan,vortices,profile}.png ||
+  { echo "FAILED: riverles-view pictures"; exit 1; }
+EOF
+  if command -v xvfb-run > /dev/null; then
+    xvfb-run -a bash "$work/pv.sh" || exit 1
+  else
+    bash "$work/pv.sh" || exit 1
+  fi
 else
   echo "pvpython not installed (Debian package python3-paraview): skipped"
 fi
