@@ -117,6 +117,62 @@ int best_px(int n, int imax, int jmax) {
 
 }  // namespace
 
+namespace {
+
+#ifdef RIVERLES_MPI
+double reduce(double x, MPI_Op op) {
+  double r = x;
+  if (started) MPI_Allreduce(&x, &r, 1, MPI_DOUBLE, op, MPI_COMM_WORLD);
+  return r;
+}
+#endif
+
+}  // namespace
+
+double dist_min(double x) {
+#ifdef RIVERLES_MPI
+  return reduce(x, MPI_MIN);
+#else
+  return x;
+#endif
+}
+
+double dist_max(double x) {
+#ifdef RIVERLES_MPI
+  return reduce(x, MPI_MAX);
+#else
+  return x;
+#endif
+}
+
+double dist_sum(double x) {
+#ifdef RIVERLES_MPI
+  // MPI_Allreduce may add in any order; gathering the values and adding
+  // them by rank gives every process the same bits.
+  if (!started) return x;
+  int n = 1;
+  MPI_Comm_size(MPI_COMM_WORLD, &n);
+  std::vector<double> all(static_cast<std::size_t>(n));
+  MPI_Allgather(&x, 1, MPI_DOUBLE, all.data(), 1, MPI_DOUBLE, MPI_COMM_WORLD);
+  double s = 0.0;
+  for (double v : all) s = s + v;
+  return s;
+#else
+  return x;
+#endif
+}
+
+bool dist_any(bool x) {
+#ifdef RIVERLES_MPI
+  if (!started) return x;
+  int v = x ? 1 : 0, r = 0;
+  MPI_Allreduce(&v, &r, 1, MPI_INT, MPI_MAX, MPI_COMM_WORLD);
+  return r != 0;
+#else
+  return x;
+#endif
+}
+
 bool PLANSPLIT(int nprocs, int imax, int jmax, PlanSplit& s, std::string& why) {
   const int bx = nprocs >= 1 ? best_px(nprocs, imax, jmax) : 0;
   if (bx == 0) {

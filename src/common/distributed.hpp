@@ -64,6 +64,16 @@ Block block_of(const PlanSplit& s, int rank, bool xperiodic, bool yperiodic);
 // With one process and no periodic direction it does nothing.
 void EXCHANGE(Array3<double>& f, const Block& blk, int w);
 
+// Reductions over all processes, each called by every process together;
+// every process gets the same result, so that all take the same decision
+// (the time step, the discharge, the stop test of the pressure solve, a
+// stop).  With one process they return their argument.  The sum adds the
+// processes' values in the order of their ranks, the same on every process.
+double dist_min(double x);
+double dist_max(double x);
+double dist_sum(double x);
+bool dist_any(bool x);
+
 // One plane k of a field, gathered whole onto the first process (rank 0)
 // for writing, so that no process holds more than a plane of the whole box:
 // plane[(j - j0) * (i1 - i0 + 1) + (i - i0)] for the global ranges i0..i1,

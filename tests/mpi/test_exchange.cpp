@@ -93,6 +93,20 @@ TEST(Gather, PlanesComeWholeToTheFirstProcess) {
   }
 }
 
+// Reductions give every process the same answer; the sum adds by rank
+// (values chosen so that another order rounds differently).
+TEST(Reduce, EveryProcessGetsTheSameAnswer) {
+  const int n = rl::dist_size(), rank = rl::dist_rank();
+  EXPECT_EQ(rl::dist_min(10.0 - rank), 10.0 - (n - 1));
+  EXPECT_EQ(rl::dist_max(-1.0 * rank), 0.0);
+  EXPECT_EQ(rl::dist_any(rank == n - 1), true);
+  EXPECT_EQ(rl::dist_any(false), false);
+  const double v[4] = {1.0, 1e-16, 1e-16, -1.0};
+  double expect = 0.0;
+  for (int r = 0; r < n; ++r) expect = expect + v[r % 4];
+  EXPECT_EQ(rl::dist_sum(v[rank % 4]), expect);
+}
+
 // The split: blocks cover every column once, in shares that differ by at
 // most one, at least the minimum wide; the cut is the shortest; a count that
 // cannot be split is refused with the largest that can.
