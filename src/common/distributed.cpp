@@ -115,62 +115,35 @@ int best_px(int n, int imax, int jmax) {
   return bx;
 }
 
-}  // namespace
+enum class Op { Min, Max };
 
-namespace {
-
+double reduce(double x, Op op) {
 #ifdef RIVERLES_MPI
-double reduce(double x, MPI_Op op) {
   double r = x;
-  if (started) MPI_Allreduce(&x, &r, 1, MPI_DOUBLE, op, MPI_COMM_WORLD);
+  if (started) MPI_Allreduce(&x, &r, 1, MPI_DOUBLE, op == Op::Min ? MPI_MIN : MPI_MAX, MPI_COMM_WORLD);
   return r;
-}
+#else
+  (void)op;
+  return x;
 #endif
+}
 
 }  // namespace
 
-double dist_min(double x) {
-#ifdef RIVERLES_MPI
-  return reduce(x, MPI_MIN);
-#else
-  return x;
-#endif
-}
-
-double dist_max(double x) {
-#ifdef RIVERLES_MPI
-  return reduce(x, MPI_MAX);
-#else
-  return x;
-#endif
-}
+double dist_min(double x) { return reduce(x, Op::Min); }
+double dist_max(double x) { return reduce(x, Op::Max); }
+bool dist_any(bool x) { return dist_max(x ? 1.0 : 0.0) > 0.0; }
 
 double dist_sum(double x) {
-#ifdef RIVERLES_MPI
   // MPI_Allreduce may add in any order; gathering the values and adding
   // them by rank gives every process the same bits.
-  if (!started) return x;
-  int n = 1;
-  MPI_Comm_size(MPI_COMM_WORLD, &n);
-  std::vector<double> all(static_cast<std::size_t>(n));
-  MPI_Allgather(&x, 1, MPI_DOUBLE, all.data(), 1, MPI_DOUBLE, MPI_COMM_WORLD);
+  std::vector<double> all(static_cast<std::size_t>(dist_size()), x);
+#ifdef RIVERLES_MPI
+  if (started) MPI_Allgather(&x, 1, MPI_DOUBLE, all.data(), 1, MPI_DOUBLE, MPI_COMM_WORLD);
+#endif
   double s = 0.0;
   for (double v : all) s = s + v;
   return s;
-#else
-  return x;
-#endif
-}
-
-bool dist_any(bool x) {
-#ifdef RIVERLES_MPI
-  if (!started) return x;
-  int v = x ? 1 : 0, r = 0;
-  MPI_Allreduce(&v, &r, 1, MPI_INT, MPI_MAX, MPI_COMM_WORLD);
-  return r != 0;
-#else
-  return x;
-#endif
 }
 
 bool PLANSPLIT(int nprocs, int imax, int jmax, PlanSplit& s, std::string& why) {
@@ -298,15 +271,14 @@ void GATHERPLANE(const Array3<double>& f, const PlanSplit& s, int k, int i0, int
     offsets[static_cast<std::size_t>(r)] = total;
     total += counts[static_cast<std::size_t>(r)];
   }
-  std::vector<double> all(rank == 0 ? static_cast<std::size_t>(total) : 0);
+  // One process: its own part is the whole plane.
+  std::vector<double> all = mine;
 #ifdef RIVERLES_MPI
-  if (started)
+  if (started) {
+    all.assign(rank == 0 ? static_cast<std::size_t>(total) : 0, 0.0);
     MPI_Gatherv(mine.data(), static_cast<int>(mine.size()), MPI_DOUBLE, all.data(), counts.data(), offsets.data(),
                 MPI_DOUBLE, 0, MPI_COMM_WORLD);
-  else
-    all = mine;
-#else
-  all = mine;
+  }
 #endif
   if (rank != 0) return;
   plane.assign(ni * static_cast<std::size_t>(j1 - j0 + 1), 0.0);
