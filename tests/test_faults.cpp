@@ -12,6 +12,7 @@
 #include <filesystem>
 #include <fstream>
 #include <sstream>
+#include <vector>
 
 #include "run_helpers.hpp"
 // After the case library, whose names the CGNS macros would replace.
@@ -199,6 +200,59 @@ TEST(Faults, KillDuringAResultWriteLeavesAReadableFile) {
     ::close(out[0]);
     EXPECT_GE(rltest::readable_results(dir + "/case.cgn"), seen - 1) << "trial " << trial;
   }
+}
+
+// The case library forces each finished file to disk and renames the new
+// version of the case into place behind the run's back.  Seen from outside,
+// at any moment: while the result lock stands, the case declares the results
+// before it or also the new one; once the lock is gone, the new one.  The
+// next result's start and the close leave everything declared.
+TEST(Faults, ResultLockStandsUntilTheCaseDeclaresTheResult) {
+  const std::string dir = rltest::temp_dir("lockorder");
+  const std::string file = dir + "/case.cgn", lock = file + ".lock";
+  CaseSpec().write(file);
+  int fid = 0, ier = 0;
+  orva::CG_OPEN_F(file, orva::CG_MODE_MODIFY, fid, ier);
+  ASSERT_EQ(ier, 0);
+  orva::CG_ORVA_INIT_F(fid, ier);
+  ASSERT_EQ(ier, 0);
+  std::vector<double> x(27), y(27), z(27), a(27, 1.5);
+  for (int n = 0; n < 27; ++n) {
+    x[n] = n % 3;
+    y[n] = n / 3 % 3;
+    z[n] = n / 9;
+  }
+  orva::CG_ORVA_WRITEGRIDCOORD3D_F(3, 3, 3, x.data(), y.data(), z.data(), ier);
+  ASSERT_EQ(ier, 0);
+  const auto write_arrays = [&] {
+    for (const char* f : {"VelocityX", "VelocityY", "VelocityZ", "Pressure", "Vorticity", "Coherent"})
+      orva::CG_ORVA_WRITE_SOL_REAL_F(f, a.data(), ier);
+  };
+  orva::CG_ORVA_WRITE_SOL_TIME_F(0.0, ier);
+  write_arrays();
+  orva::CG_ORVA_FLUSH_F(file, fid, ier);
+  ASSERT_EQ(ier, 0);
+  for (int r = 2; r <= 6; ++r) {
+    orva::ORVA_WRITE_SOL_START_F(file, ier);
+    ASSERT_EQ(ier, 0);
+    EXPECT_TRUE(std::filesystem::exists(lock));
+    EXPECT_EQ(rltest::readable_results(file), r - 1) << "result " << r;
+    orva::CG_ORVA_WRITE_SOL_TIME_F(0.1 * r, ier);
+    write_arrays();
+    orva::ORVA_WRITE_SOL_END_F(file, ier);
+    ASSERT_EQ(ier, 0);
+    const bool gone = !std::filesystem::exists(lock);
+    const int seen = rltest::readable_results(file);
+    if (gone)
+      EXPECT_EQ(seen, r) << "result " << r << ": lock gone before the case declared it";
+    else
+      EXPECT_TRUE(seen == r - 1 || seen == r) << "result " << r << ": " << seen;
+  }
+  orva::CG_CLOSE_F(fid, ier);
+  EXPECT_EQ(ier, 0);
+  EXPECT_FALSE(std::filesystem::exists(lock));
+  EXPECT_FALSE(std::filesystem::exists(file + ".next"));
+  EXPECT_EQ(rltest::readable_results(file), 6);
 }
 
 // Another program holding the case: a writer (open for changes longer than

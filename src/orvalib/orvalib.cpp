@@ -8,10 +8,15 @@
 
 #include <algorithm>
 #include <chrono>
+#include <condition_variable>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <deque>
 #include <fstream>
+#include <functional>
+#include <mutex>
 #include <thread>
 
 #include <fcntl.h>
@@ -113,6 +118,78 @@ bool sync_path(const std::string& p, bool folder = false) {
   ::close(fd);
   return ok;
 }
+
+// The durable end of a change: forcing finished files to disk, the rename of
+// the next version over the case and the removal of a result lock, run in
+// order by one background thread, so that a run goes on computing while the
+// disk catches up (a forced write takes tens of milliseconds).  Only system
+// calls on paths run there, never the CGNS library.  The order is what makes
+// a power cut safe: a file is on disk before the case that links it is
+// renamed into place, and a result's lock goes only once the case declares
+// the result.  A job that fails makes every later wait report the failure.
+class Durability {
+ public:
+  static Durability& get() {
+    static Durability* d = new Durability();  // never destroyed: no join at exit
+    return *d;
+  }
+  void push(std::function<bool()> job, bool renames) {
+    std::lock_guard<std::mutex> g(m_);
+    if (!worker_.joinable()) {
+      worker_ = std::thread([this] { work(); });
+      std::atexit([] { get().wait_all(); });
+    }
+    jobs_.push_back({std::move(job), renames});
+    if (renames) ++renames_;
+    cv_.notify_all();
+  }
+  // Until every job queued so far has run; false when one failed.
+  bool wait_all() {
+    std::unique_lock<std::mutex> g(m_);
+    cv_.wait(g, [this] { return jobs_.empty() && !busy_; });
+    return !failed_;
+  }
+  // Until the case on disk is the latest version (no rename pending).
+  bool wait_case() {
+    std::unique_lock<std::mutex> g(m_);
+    cv_.wait(g, [this] { return renames_ == 0; });
+    return !failed_;
+  }
+  // Forgets an earlier failure (a new case is attached).
+  void reset() {
+    wait_all();
+    std::lock_guard<std::mutex> g(m_);
+    failed_ = false;
+  }
+
+ private:
+  struct Job {
+    std::function<bool()> run;
+    bool renames;
+  };
+  void work() {
+    std::unique_lock<std::mutex> g(m_);
+    for (;;) {
+      cv_.wait(g, [this] { return !jobs_.empty(); });
+      Job job = std::move(jobs_.front());
+      jobs_.pop_front();
+      busy_ = true;
+      g.unlock();
+      const bool ok = job.run();
+      g.lock();
+      busy_ = false;
+      if (!ok) failed_ = true;
+      if (job.renames) --renames_;
+      cv_.notify_all();
+    }
+  }
+  std::mutex m_;
+  std::condition_variable cv_;
+  std::deque<Job> jobs_;
+  std::thread worker_;
+  int renames_ = 0;
+  bool busy_ = false, failed_ = false;
+};
 
 std::string case_folder() {
   const std::string f = std::filesystem::path(st.path).parent_path().string();
@@ -264,6 +341,7 @@ int read_reals(const std::string& path, double* out, long expected) {
 // our read handle keeps writers out), which is then opened for changes.
 int begin_edit() {
   if (st.editing) return 0;
+  if (!Durability::get().wait_case()) return 1;
   if (st.mode == CG_MODE_READ || ensure_open()) return 1;
   std::error_code ec;
   std::filesystem::copy_file(st.path, next_path(), std::filesystem::copy_options::overwrite_existing, ec);
@@ -300,8 +378,15 @@ int commit() {
   const std::uintmax_t size = std::filesystem::file_size(next, ec);
   if (!closed || ec) return 1;
   if (size > 2 * st.compact_size + kCompactSlack && compact(next)) return 1;
-  if (!sync_path(next) || std::rename(next.c_str(), st.path.c_str()) != 0) return 1;
-  sync_path(case_folder(), true);
+  // The case keeps its read handle on the version it opened, which holds
+  // the same conditions; the next change waits for the rename.
+  Durability::get().push(
+      [next, path = st.path, folder = case_folder()] {
+        if (!sync_path(next) || std::rename(next.c_str(), path.c_str()) != 0) return false;
+        sync_path(folder, true);
+        return true;
+      },
+      true);
   return 0;
 }
 
@@ -311,7 +396,8 @@ int finish_result() {
   if (st.res < 0) return 0;
   const bool closed = cgio_close_file(st.res) == CGIO_ERR_NONE;
   st.res = -1;
-  if (!closed || !sync_path(side_file(solution_file(st.times.size())))) return 1;
+  if (!closed) return 1;
+  Durability::get().push([file = side_file(solution_file(st.times.size()))] { return sync_path(file); }, false);
   st.complete = st.times.size();
   return 0;
 }
@@ -408,6 +494,7 @@ std::string run_lock_path;
 int CLAIM_CASE(const std::string& path_, std::string& message) {
   const std::string path = trim(path_);
   const std::string temp = path + ".temp";
+  Durability::get().reset();
   std::error_code ec;
   if (!std::filesystem::exists(path, ec) && !std::filesystem::exists(temp, ec)) return 0;
   // The run lock: an flock on CASEFILE.run, which the system drops when the
@@ -445,6 +532,8 @@ int CLAIM_CASE(const std::string& path_, std::string& message) {
 }
 
 void RELEASE_CASE() {
+  // What is on its way to disk gets there while the run still holds the case.
+  Durability::get().wait_all();
   abandon();
   if (st.in_result && !st.lockpath.empty()) std::remove(st.lockpath.c_str());
   st.in_result = false;
@@ -462,6 +551,7 @@ void CG_OPEN_F(const std::string& path, int mode, int& fileid, int& ier) {
     int dummy;
     CG_CLOSE_F(1, dummy);
   }
+  Durability::get().reset();
   const std::string p = trim(path);
   if (p.empty() || (mode != CG_MODE_READ && mode != CG_MODE_WRITE && mode != CG_MODE_MODIFY)) return;
   int h;
@@ -484,6 +574,7 @@ void CG_CLOSE_F(int, int& ier) {
   ier = 0;
   if (!st.opened) return;
   ier = finish_and_close();
+  if (!Durability::get().wait_all()) ier = 1;
   abandon();
   if (st.in_result && !st.lockpath.empty()) std::remove(st.lockpath.c_str());
   st = State();
@@ -677,7 +768,8 @@ void CG_ORVA_WRITEGRIDCOORD3D_F(int isize, int jsize, int ksize, const double* x
                        !put(h, gc, "CoordinateX", "DataArray_t", "R8", 3, dims, x) &&
                        !put(h, gc, "CoordinateY", "DataArray_t", "R8", 3, dims, y) &&
                        !put(h, gc, "CoordinateZ", "DataArray_t", "R8", 3, dims, z);
-  if (cgio_close_file(h) != CGIO_ERR_NONE || !written || !sync_path(file)) return;
+  if (cgio_close_file(h) != CGIO_ERR_NONE || !written) return;
+  Durability::get().push([file] { return sync_path(file); }, false);
   // The zone, linking it, in the next version of the case: it becomes the
   // case with the first result.
   if (begin_edit()) return;
@@ -733,6 +825,8 @@ void ORVA_WRITE_SOL_START_F(const std::string& casepath, int& ier) {
   ier = 1;
   const std::string p = trim(casepath);
   if (p.empty()) return;
+  // The lock of the result before goes once the case declares that result.
+  if (!Durability::get().wait_all()) return;
   st.lockpath = p + ".lock";
   {
     std::ofstream lock(st.lockpath);
@@ -746,7 +840,15 @@ void ORVA_WRITE_SOL_END_F(const std::string& casepath, int& ier) {
   ier = finish_and_close();
   const std::string p = trim(casepath);
   const std::string lock = p.empty() ? st.lockpath : p + ".lock";
-  if (!lock.empty()) std::remove(lock.c_str());
+  // The lock tells the host that the result is not yet part of the case: it
+  // goes after the case that declares the result has replaced the old one.
+  if (!lock.empty())
+    Durability::get().push(
+        [lock] {
+          std::remove(lock.c_str());
+          return true;
+        },
+        false);
   st.in_result = false;
 }
 
