@@ -1,6 +1,7 @@
 #include "results/caseresults.hpp"
 
 #include "common/console.hpp"
+#include "common/parallel.hpp"
 #include "driver/conditions.hpp"
 #include "driver/fields.hpp"
 #include "orvalib/orvalib.hpp"
@@ -8,6 +9,9 @@
 namespace rl {
 
 void NODEVALUES() {
+  // Every node is computed on its own: rows j are shared among the threads
+  // (the values do not depend on who computes them).
+#pragma omp parallel for schedule(static) if (worth_sharing(cells_of(imax, jmax, kmax)))
   for (int j = 0; j <= jmax; ++j)
     for (int k = 0; k <= kmax; ++k) {
       for (int i = 0; i <= imax; ++i) {
