@@ -1,12 +1,14 @@
 // Routines that compute every position on its own must give the same fields
 // whatever the number of threads and however the work is shared: the
-// predictors, the side-wall law and the ghost layers of the boundary routines
+// predictors, the side-wall law, the ghost layers of the boundary routines
 // (whose loops skip the barrier where consecutive loops share the same
-// planes, and whose three velocity components may run in one region).  A
+// planes, and whose three velocity components may run in one region) and the
+// node values of the results, blanked below the bed.  A
 // race or a missing barrier shows as a difference.
 #include <gtest/gtest.h>
 #include <omp.h>
 
+#include <cmath>
 #include <cstdint>
 #include <cstring>
 #include <random>
@@ -18,6 +20,7 @@
 #include "flow/yvelocity.hpp"
 #include "flow/zvelocity.hpp"
 #include "pressure/boundary.hpp"
+#include "results/caseresults.hpp"
 
 namespace {
 
@@ -53,8 +56,12 @@ void state() {
   forcey = 0.0;
   forcez = -0.001;
   rough = 2.0;
+  ALLOCNODEARRAYS();
   std::mt19937_64 g;
-  for (Array3<double>* a : {&u, &v, &w, &uo, &vo, &wo, &nut, &p, &rhsuo, &rhsvo, &rhswo}) noise(*a, g);
+  for (Array3<double>* a : {&u, &v, &w, &uo, &vo, &wo, &nut, &p, &rhsuo, &rhsvo, &rhswo, &vort, &Q, &zg3})
+    noise(*a, g);
+  for (int j = 0; j <= jmax; ++j)
+    for (int i = 0; i <= imax; ++i) elev(i, j) = 0.1 * std::sin(0.3 * i + 0.2 * j);
   // x periodic, y walls with given values, z: given bottom, gradient top.
   const int types[6] = {Periodic, Periodic, Given, Given, Given, Gradient};
   for (int f = 1; f <= 6; ++f) {
@@ -83,8 +90,10 @@ std::vector<std::vector<std::uint64_t>> run(int threads, bool fused) {
     BOUNDARYW();
   }
   BOUNDARYP();
+  NODEVALUES();
   omp_set_num_threads(saved);
-  return {snap(u), snap(v), snap(w), snap(p), snap(rhsu), snap(rhsv), snap(rhsw), snap(rhsuo)};
+  return {snap(u),    snap(v),    snap(w),    snap(p),    snap(rhsu),    snap(rhsv), snap(rhsw),
+          snap(rhsuo), snap(uout), snap(vout), snap(wout), snap(vortout), snap(qout), snap(pout)};
 }
 
 TEST(Threads, PointwiseRoutinesGiveTheOneThreadFields) {
