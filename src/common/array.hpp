@@ -114,6 +114,21 @@ class Array {
   T* at(int i, int j = 0, int k = 0) { return data_ + index(i, j, k); }
   const T* at(int i, int j = 0, int k = 0) const { return data_ + index(i, j, k); }
 
+  // Row (j, k): a pointer p with p[i] the element (i, j, k), for loops over
+  // i inside the array's bounds.  Only j and k are checked (a process of a
+  // distributed run holds a part of the i range, so element 0 need not be
+  // there).
+  T* row(int j, int k = 0) {
+#ifdef RIVERLES_BOUNDS_CHECK
+    check(lo_[0], j, k);
+#endif
+    return origin() + static_cast<std::int64_t>(j) * sj_ + static_cast<std::int64_t>(k) * sk_;
+  }
+  const T* row(int j, int k = 0) const { return const_cast<Array*>(this)->row(j, k); }
+  // Where element (0, 0, 0) would lie: the base of the i, j, k offsets.
+  T* origin() { return data_ + off_; }
+  const T* origin() const { return data_ + off_; }
+
   T* data() { return data_; }
   const T* data() const { return data_; }
   std::int64_t size() const { return n_; }
@@ -171,7 +186,7 @@ template <typename T>
 class Stencil {
  public:
   template <typename A>
-  explicit Stencil(A& a) : p_(a.data() + a.index(0, 0, 0)), sj_(a.sj()), sk_(a.sk()) {
+  explicit Stencil(A& a) : p_(a.origin()), sj_(a.sj()), sk_(a.sk()) {
 #ifdef RIVERLES_BOUNDS_CHECK
     a_ = &a;
 #endif

@@ -184,18 +184,18 @@ Block block_of(const PlanSplit& s, int rank, bool xperiodic, bool yperiodic) {
 
 namespace {
 
-// Copies the box i0..i1, j0..j1 over f's whole k range between f and buf.
-void pack(const Array3<double>& f, int i0, int i1, int j0, int j1, std::vector<double>& buf) {
+// Copies the box i0..i1, j0..j1, k0..k1 between f and buf.
+void pack(const Array3<double>& f, int i0, int i1, int j0, int j1, int k0, int k1, std::vector<double>& buf) {
   buf.clear();
-  for (int k = f.lo(2); k <= f.hi(2); ++k)
+  for (int k = k0; k <= k1; ++k)
     for (int j = j0; j <= j1; ++j) {
       const double* row = f.at(i0, j, k);
       buf.insert(buf.end(), row, row + (i1 - i0 + 1));
     }
 }
-void unpack(Array3<double>& f, int i0, int i1, int j0, int j1, const std::vector<double>& buf) {
+void unpack(Array3<double>& f, int i0, int i1, int j0, int j1, int k0, int k1, const std::vector<double>& buf) {
   std::size_t n = 0;
-  for (int k = f.lo(2); k <= f.hi(2); ++k)
+  for (int k = k0; k <= k1; ++k)
     for (int j = j0; j <= j1; ++j) {
       double* row = f.at(i0, j, k);
       for (int i = 0; i <= i1 - i0; ++i) row[i] = buf[n++];
@@ -204,28 +204,30 @@ void unpack(Array3<double>& f, int i0, int i1, int j0, int j1, const std::vector
 
 }  // namespace
 
-void EXCHANGE(Array3<double>& f, const Block& blk, int w) {
+void EXCHANGE(Array3<double>& f, const Block& blk, int w, const Reach& reach) {
   if (w <= 0) return;
-  const int i0 = f.lo(0), i1 = f.hi(0), j0 = f.lo(1), j1 = f.hi(1);
+  const int i0 = std::max(f.lo(0), reach.i0), i1 = std::min(f.hi(0), reach.i1);
+  const int j0 = std::max(f.lo(1), reach.j0), j1 = std::min(f.hi(1), reach.j1);
+  const int k0 = std::max(f.lo(2), reach.k0), k1 = std::min(f.hi(2), reach.k1);
   std::vector<double> out, in;
   // One direction: send the owned layers next to one side to the neighbour
   // there, take the other neighbour's into the halo on the other side.
   auto shift = [&](int to, int from, int si0, int si1, int sj0, int sj1, int ri0, int ri1, int rj0, int rj1) {
     if (to < 0 && from < 0) return;
-    pack(f, si0, si1, sj0, sj1, out);
+    pack(f, si0, si1, sj0, sj1, k0, k1, out);
     in.resize(static_cast<std::size_t>(ri1 - ri0 + 1) * static_cast<std::size_t>(rj1 - rj0 + 1) *
-              static_cast<std::size_t>(f.hi(2) - f.lo(2) + 1));
+              static_cast<std::size_t>(k1 - k0 + 1));
 #ifdef RIVERLES_MPI
     if (started) {
       MPI_Sendrecv(out.data(), to < 0 ? 0 : static_cast<int>(out.size()), MPI_DOUBLE, to < 0 ? MPI_PROC_NULL : to, 0,
                    in.data(), from < 0 ? 0 : static_cast<int>(in.size()), MPI_DOUBLE,
                    from < 0 ? MPI_PROC_NULL : from, 0, MPI_COMM_WORLD, MPI_STATUS_IGNORE);
-      if (from >= 0) unpack(f, ri0, ri1, rj0, rj1, in);
+      if (from >= 0) unpack(f, ri0, ri1, rj0, rj1, k0, k1, in);
       return;
     }
 #endif
     // One process: only a periodic direction sends, to itself.
-    if (from >= 0) unpack(f, ri0, ri1, rj0, rj1, out);
+    if (from >= 0) unpack(f, ri0, ri1, rj0, rj1, k0, k1, out);
   };
   // x: east-going (own last layers into the east neighbour's west halo),
   // then west-going.
@@ -234,6 +236,48 @@ void EXCHANGE(Array3<double>& f, const Block& blk, int w) {
   // y, over the whole i range of f (the x halos included).
   shift(blk.north, blk.south, i0, i1, blk.jhi - w + 1, blk.jhi, i0, i1, blk.jlo - w, blk.jlo - 1);
   shift(blk.south, blk.north, i0, i1, blk.jlo, blk.jlo + w - 1, i0, i1, blk.jhi + 1, blk.jhi + w);
+}
+
+void ALLGATHERBOX(Array3<double>& f, int i0, int i1, int j0, int j1, int k0, int k1) {
+#ifdef RIVERLES_MPI
+  const int n = dist_size();
+  if (!started || n < 2) return;
+  const int mine[6] = {i0, i1, j0, j1, k0, k1};
+  std::vector<int> boxes(6 * static_cast<std::size_t>(n));
+  MPI_Allgather(mine, 6, MPI_INT, boxes.data(), 6, MPI_INT, MPI_COMM_WORLD);
+  auto count = [&](int r) {
+    const int* b = &boxes[6 * static_cast<std::size_t>(r)];
+    return std::max(0, b[1] - b[0] + 1) * std::max(0, b[3] - b[2] + 1) * std::max(0, b[5] - b[4] + 1);
+  };
+  std::vector<int> counts(static_cast<std::size_t>(n)), offsets(static_cast<std::size_t>(n));
+  int total = 0;
+  for (int r = 0; r < n; ++r) {
+    counts[static_cast<std::size_t>(r)] = count(r);
+    offsets[static_cast<std::size_t>(r)] = total;
+    total += count(r);
+  }
+  std::vector<double> out, all(static_cast<std::size_t>(total));
+  out.reserve(static_cast<std::size_t>(count(dist_rank())));
+  for (int k = k0; k <= k1; ++k)
+    for (int j = j0; j <= j1 && i0 <= i1; ++j) {
+      const double* row = f.at(i0, j, k);
+      out.insert(out.end(), row, row + (i1 - i0 + 1));
+    }
+  MPI_Allgatherv(out.data(), static_cast<int>(out.size()), MPI_DOUBLE, all.data(), counts.data(), offsets.data(),
+                 MPI_DOUBLE, MPI_COMM_WORLD);
+  for (int r = 0; r < n; ++r) {
+    if (r == dist_rank()) continue;
+    const int* b = &boxes[6 * static_cast<std::size_t>(r)];
+    const double* p = all.data() + offsets[static_cast<std::size_t>(r)];
+    for (int k = b[4]; k <= b[5]; ++k)
+      for (int j = b[2]; j <= b[3] && b[0] <= b[1]; ++j) {
+        double* row = f.at(b[0], j, k);
+        for (int i = 0; i <= b[1] - b[0]; ++i) row[i] = *p++;
+      }
+  }
+#else
+  (void)f, (void)i0, (void)i1, (void)j0, (void)j1, (void)k0, (void)k1;
+#endif
 }
 
 namespace {
@@ -289,6 +333,39 @@ void GATHERPLANE(const Array3<double>& f, const PlanSplit& s, int k, int i0, int
     for (int j = d0; j <= d1; ++j)
       for (int i = c0; i <= c1; ++i) plane[static_cast<std::size_t>(j - j0) * ni + static_cast<std::size_t>(i - i0)] = *p++;
   }
+}
+
+}  // namespace rl
+
+namespace rl {
+
+Ownership& ownership() {
+  static Ownership o;
+  return o;
+}
+
+void OWNBLOCK(const PlanSplit& s, const Block& blk, int imax, int jmax) {
+  Ownership& o = ownership();
+  o.on = true;
+  o.blk = blk;
+  o.west = blk.ilo == 1;
+  o.east = blk.ihi == imax;
+  o.south = blk.jlo == 1;
+  o.north = blk.jhi == jmax;
+  o.split_x = s.px > 1;
+  o.split_y = s.py > 1;
+}
+
+void OWNBOX() { ownership() = Ownership(); }
+
+void HALO(Array3<double>& f, int w, const Reach& reach) {
+  const Ownership& o = ownership();
+  if (!o.on) return;
+  // A direction of one block has the box's ghost rule at both its faces.
+  Block b = o.blk;
+  if (!o.split_x) b.west = b.east = -1;
+  if (!o.split_y) b.south = b.north = -1;
+  EXCHANGE(f, b, w, reach);
 }
 
 }  // namespace rl

@@ -9,6 +9,7 @@
 // direction makes the blocks at its two ends neighbours.
 #pragma once
 
+#include <climits>
 #include <string>
 #include <vector>
 
@@ -57,12 +58,84 @@ struct Block {
 };
 Block block_of(const PlanSplit& s, int rank, bool xperiodic, bool yperiodic);
 
+// The part of the box that this process works on.  Off (one process, the
+// solver as of old) every range below is the box's own.  On, the routines
+// that run distributed loop over the block's columns, and over the box's
+// ghost layers and boundary faces only where the block touches that face;
+// the arrays hold the block plus `halo` columns on each side that has a
+// neighbour (or the box's own ghost layers at a face).
+// Columns of each neighbour that a process holds: 1 for every difference
+// stencil, 3 for the image points of the wall laws near the bed.
+constexpr int kHalo = 3;
+
+struct Ownership {
+  bool on = false;
+  Block blk;
+  bool west = true, east = true, south = true, north = true;  // the block touches that face of the box
+  bool split_x = false, split_y = false;                      // more than one block along x / y
+};
+Ownership& ownership();
+// Makes blk this process's part of the box of imax x jmax columns.
+void OWNBLOCK(const PlanSplit& s, const Block& blk, int imax, int jmax);
+// Back to the whole box.
+void OWNBOX();
+
+// A loop over lo..hi of the box along x (or y), cut to this process's part:
+// the box's own ends where the block touches them, the block's columns
+// elsewhere.
+inline int own_lo_i(int lo) {
+  const Ownership& o = ownership();
+  return !o.on || o.west ? lo : o.blk.ilo;
+}
+inline int own_hi_i(int hi) {
+  const Ownership& o = ownership();
+  return !o.on || o.east ? hi : o.blk.ihi;
+}
+inline int own_lo_j(int lo) {
+  const Ownership& o = ownership();
+  return !o.on || o.south ? lo : o.blk.jlo;
+}
+inline int own_hi_j(int hi) {
+  const Ownership& o = ownership();
+  return !o.on || o.north ? hi : o.blk.jhi;
+}
+// The bounds of an array over lo..hi of the box: this process's part plus
+// `halo` columns of each neighbour.
+inline int held_lo_i(int lo, int halo) {
+  const Ownership& o = ownership();
+  return !o.on || o.west ? lo : o.blk.ilo - halo;
+}
+inline int held_hi_i(int hi, int halo) {
+  const Ownership& o = ownership();
+  return !o.on || o.east ? hi : o.blk.ihi + halo;
+}
+inline int held_lo_j(int lo, int halo) {
+  const Ownership& o = ownership();
+  return !o.on || o.south ? lo : o.blk.jlo - halo;
+}
+inline int held_hi_j(int hi, int halo) {
+  const Ownership& o = ownership();
+  return !o.on || o.north ? hi : o.blk.jhi + halo;
+}
+// The positions an exchange may carry: by default all of a field's.  A
+// field whose box ghost layers follow a rule of their own (the pressure
+// correction: faces only, never the edges) passes the box's interior, so that
+// a halo across a periodic face brings the face's values and nothing of the
+// box's edges, and the halo of a cut the neighbour's interior columns.
+struct Reach {
+  int i0 = INT_MIN, i1 = INT_MAX, j0 = INT_MIN, j1 = INT_MAX, k0 = INT_MIN, k1 = INT_MAX;
+};
+
+// Fills the halo of a field of this process's part (EXCHANGE with the
+// owned block); nothing when ownership is off.
+void HALO(Array3<double>& f, int w, const Reach& reach = Reach());
+
 // Fills the halo of f, w layers deep on each side that has a neighbour: the
-// x layers over f's whole j and k range first, then the y layers over its
-// whole i range, so that the corners come from the diagonal neighbours
-// through the x neighbours.  Every process of the run calls it together.
+// x layers over f's j and k range first, then the y layers over its i range
+// (the x halos included), so that the corners come from the diagonal
+// neighbours through the x neighbours; all ranges within reach.  Every process of the run calls it together.
 // With one process and no periodic direction it does nothing.
-void EXCHANGE(Array3<double>& f, const Block& blk, int w);
+void EXCHANGE(Array3<double>& f, const Block& blk, int w, const Reach& reach = Reach());
 
 // Reductions over all processes, each called by every process together;
 // every process gets the same result, so that all take the same decision
@@ -73,6 +146,12 @@ double dist_min(double x);
 double dist_max(double x);
 double dist_sum(double x);
 bool dist_any(bool x);
+
+// Each process's box i0..i1, j0..j1, k0..k1 of f (the boxes of the
+// processes disjoint), gathered into f on every process, so that all hold
+// the union: the coarse problem of the pressure solve.  Every process calls
+// it together; with one process it does nothing.
+void ALLGATHERBOX(Array3<double>& f, int i0, int i1, int j0, int j1, int k0, int k1);
 
 // One plane k of a field, gathered whole onto the first process (rank 0)
 // for writing, so that no process holds more than a plane of the whole box:

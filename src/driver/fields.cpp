@@ -1,5 +1,8 @@
 #include "driver/fields.hpp"
 
+#include <utility>
+
+#include "common/distributed.hpp"
 #include "results/saved.hpp"
 
 namespace rl {
@@ -68,10 +71,19 @@ void need(A& arr, const char* name, B... bounds) {
   if (!arr.allocate(name, bounds...)) ERRORSTOP(2);
 }
 
+// A field over the cells of the box with the given lower bounds (-1 where
+// the field has a face below the first cell) up to the ghost layer above the
+// last: this process's part of it, with kHalo columns of its neighbours.
+template <typename T>
+void held(Array3<T>& arr, const char* name, int ilo, int jlo, int klo) {
+  need(arr, name, held_lo_i(ilo, kHalo), held_hi_i(imax + 1, kHalo), held_lo_j(jlo, kHalo),
+       held_hi_j(jmax + 1, kHalo), klo, kmax + 1);
+}
+
 }  // namespace
 
 void ALLOCFIELDS() {
-  const int I = imax, J = jmax, K = kmax;
+  const int I = imax, J = jmax;
   // Multigrid records first, then each level's five arrays.
   pmg.resize(lmin);
   for (int l = lmin; l <= 0; ++l) {
@@ -80,36 +92,39 @@ void ALLOCFIELDS() {
     g.nx = imax / fac;
     g.ny = jmax / fac;
     g.nz = kmax / fac;
-    need(g.phi, "pmg%phi", 0, g.nx + 1, 0, g.ny + 1, 0, g.nz + 1);
-    need(g.lap, "pmg%lap", 0, g.nx + 1, 0, g.ny + 1, 0, g.nz + 1);
-    need(g.src, "pmg%src", 0, g.nx + 1, 0, g.ny + 1, 0, g.nz + 1);
-    need(g.res, "pmg%res", 0, g.nx + 1, 0, g.ny + 1, 0, g.nz + 1);
-    need(g.spare, "pmg%spare", 0, g.nx + 1, 0, g.ny + 1, 0, g.nz + 1);
+    // The finest level is held like the fields; the coarser ones whole.
+    for (auto [a, name] : {std::pair{&g.phi, "pmg%phi"}, {&g.lap, "pmg%lap"}, {&g.src, "pmg%src"},
+                           {&g.res, "pmg%res"}, {&g.spare, "pmg%spare"}}) {
+      if (l == 0)
+        held(*a, name, 0, 0, 0);
+      else
+        need(*a, name, 0, g.nx + 1, 0, g.ny + 1, 0, g.nz + 1);
+    }
   }
-  need(p, "p", 0, I + 1, 0, J + 1, 0, K + 1);
-  need(u, "u", -1, I + 1, 0, J + 1, 0, K + 1);
-  need(v, "v", 0, I + 1, -1, J + 1, 0, K + 1);
-  need(w, "w", 0, I + 1, 0, J + 1, -1, K + 1);
-  need(uo, "uo", -1, I + 1, 0, J + 1, 0, K + 1);
-  need(vo, "vo", 0, I + 1, -1, J + 1, 0, K + 1);
-  need(wo, "wo", 0, I + 1, 0, J + 1, -1, K + 1);
-  need(rhsuo, "rhsuo", 0, I + 1, 0, J + 1, 0, K + 1);
-  need(rhsvo, "rhsvo", 0, I + 1, 0, J + 1, 0, K + 1);
-  need(rhswo, "rhswo", 0, I + 1, 0, J + 1, 0, K + 1);
-  need(rhsu, "rhsu", 0, I + 1, 0, J + 1, 0, K + 1);
-  need(rhsv, "rhsv", 0, I + 1, 0, J + 1, 0, K + 1);
-  need(rhsw, "rhsw", 0, I + 1, 0, J + 1, 0, K + 1);
-  need(vort, "vort", 0, I + 1, 0, J + 1, 0, K + 1);
-  need(Q, "Q", 0, I + 1, 0, J + 1, 0, K + 1);
-  need(nut, "nut", 0, I + 1, 0, J + 1, 0, K + 1);
-  need(flagu, "flagu", -1, I + 1, 0, J + 1, 0, K + 1);
-  need(flagv, "flagv", 0, I + 1, -1, J + 1, 0, K + 1);
-  need(flagw, "flagw", 0, I + 1, 0, J + 1, -1, K + 1);
-  need(flagc, "flagc", 0, I + 1, 0, J + 1, 0, K + 1);
-  need(flaguo, "flaguo", -1, I + 1, 0, J + 1, 0, K + 1);
-  need(flagvo, "flagvo", 0, I + 1, -1, J + 1, 0, K + 1);
-  need(flagwo, "flagwo", 0, I + 1, 0, J + 1, -1, K + 1);
-  need(flagco, "flagco", 0, I + 1, 0, J + 1, 0, K + 1);
+  held(p, "p", 0, 0, 0);
+  held(u, "u", -1, 0, 0);
+  held(v, "v", 0, -1, 0);
+  held(w, "w", 0, 0, -1);
+  held(uo, "uo", -1, 0, 0);
+  held(vo, "vo", 0, -1, 0);
+  held(wo, "wo", 0, 0, -1);
+  held(rhsuo, "rhsuo", 0, 0, 0);
+  held(rhsvo, "rhsvo", 0, 0, 0);
+  held(rhswo, "rhswo", 0, 0, 0);
+  held(rhsu, "rhsu", 0, 0, 0);
+  held(rhsv, "rhsv", 0, 0, 0);
+  held(rhsw, "rhsw", 0, 0, 0);
+  held(vort, "vort", 0, 0, 0);
+  held(Q, "Q", 0, 0, 0);
+  held(nut, "nut", 0, 0, 0);
+  held(flagu, "flagu", -1, 0, 0);
+  held(flagv, "flagv", 0, -1, 0);
+  held(flagw, "flagw", 0, 0, -1);
+  held(flagc, "flagc", 0, 0, 0);
+  held(flaguo, "flaguo", -1, 0, 0);
+  held(flagvo, "flagvo", 0, -1, 0);
+  held(flagwo, "flagwo", 0, 0, -1);
+  held(flagco, "flagco", 0, 0, 0);
   need(bed, "bed", 0, I + 1, 0, J + 1);
   nslot = 1;
   need(slot1, "slot1", 1, nslot);
@@ -119,13 +134,13 @@ void ALLOCFIELDS() {
   need(slot5, "slot5", 1, nslot);
   need(slot6, "slot6", 1, nslot);
   need(slotflag, "slotflag", 1, nslot);
-  need(s11, "s11", 0, I + 1, 0, J + 1, 0, K + 1);
-  need(s22, "s22", 0, I + 1, 0, J + 1, 0, K + 1);
-  need(s33, "s33", 0, I + 1, 0, J + 1, 0, K + 1);
-  need(s12, "s12", 0, I + 1, 0, J + 1, 0, K + 1);
-  need(s13, "s13", 0, I + 1, 0, J + 1, 0, K + 1);
-  need(s23, "s23", 0, I + 1, 0, J + 1, 0, K + 1);
-  need(sabs, "sabs", 0, I + 1, 0, J + 1, 0, K + 1);
+  held(s11, "s11", 0, 0, 0);
+  held(s22, "s22", 0, 0, 0);
+  held(s33, "s33", 0, 0, 0);
+  held(s12, "s12", 0, 0, 0);
+  held(s13, "s13", 0, 0, 0);
+  held(s23, "s23", 0, 0, 0);
+  held(sabs, "sabs", 0, 0, 0);
 }
 
 void ALLOCNODEARRAYS() {
