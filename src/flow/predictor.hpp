@@ -13,14 +13,16 @@
 // the sum in R and of the four nut values of an edge (lower axis first)
 // follow the direction.  Blind to the bed and to the pressure.
 //
-// reads: uo, vo, wo, nut, rhs?o, the force, dens, visc, dt, dx, dy, dz and
-// the type of the high face of D; writes: the new component, rhs?, rhs?o.
+// reads: uo, vo, wo, nut (one column of each neighbour's), rhs?o, the force,
+// dens, visc, dt, dx, dy, dz and the type of the high face of D; writes: the
+// new component, rhs?, rhs?o.
 #pragma once
 
 #include <omp.h>
 
 #include <cstdlib>
 
+#include "common/distributed.hpp"
 #include "common/parallel.hpp"
 #include "driver/fields.hpp"
 
@@ -107,9 +109,11 @@ void PREDICT(Array3<double>& fnew, Array3<double>& rhsold, Array3<double>& rhspr
   // each thread reads and writes the planes it wrote last in the routines
   // around (every position is computed on its own, so the share does not
   // change a value).
+  // In a run over several processes, each does its own block's positions.
+  const int i0 = own_lo_i(1), i1 = own_hi_i(hi[0]), j0 = own_lo_j(1), j1 = own_hi_j(hi[1]);
 #pragma omp parallel for default(shared) schedule(static) if (worth_sharing(cells_of(imax, jmax, kmax)))
   for (int k = 1; k <= hi[2]; ++k)
-    for (int j = 1; j <= hi[1]; ++j) row(j, k, 1, hi[0]);
+    for (int j = j0; j <= j1; ++j) row(j, k, i0, i1);
 }
 
 }  // namespace rl

@@ -91,21 +91,23 @@ inline void solve_columns(const LineSystem& s, int i0, int j0, double* __restric
   }
 }
 
-// One batch of R rows j0..j0+R-1, its columns as a wavefront: at step s,
-// row j0 + r solves column s - r.  Each column still sees the new columns
-// (i-1, j) and (i, j-1) and the old (i+1, j) and (i, j+1), so the batch
-// gives exactly what the plain order (j ascending, i ascending inside) gives.
+// One batch of R rows j0..j0+R-1 over the columns i0..i1, as a wavefront:
+// at step s, row j0 + r solves column i0 - 1 + s - r.  Each column still
+// sees the new columns (i-1, j) and (i, j-1) and the old (i+1, j) and
+// (i, j+1), so the batch gives exactly what the plain order (j ascending,
+// i ascending inside) gives.
 template <int R>
-void sweep_batch(const LineSystem& s, int nx, int j0, double* d) {
-  for (int step = 1; step <= nx + R - 1; ++step) {
-    if (step >= R && step <= nx) {
-      solve_columns<R>(s, step, j0, d);
+void sweep_batch(const LineSystem& s, int i0, int i1, int j0, double* d) {
+  const int n = i1 - i0 + 1, base = i0 - 1;
+  for (int step = 1; step <= n + R - 1; ++step) {
+    if (step >= R && step <= n) {
+      solve_columns<R>(s, base + step, j0, d);
     } else {
       // Ramp of the wavefront: the active columns one by one; they are
       // independent, so their order does not matter.
       for (int r = 0; r < R; ++r) {
         const int i = step - r;
-        if (i >= 1 && i <= nx) solve_columns<1>(s, i, j0 + r, d);
+        if (i >= 1 && i <= n) solve_columns<1>(s, base + i, j0 + r, d);
       }
     }
   }
@@ -113,17 +115,17 @@ void sweep_batch(const LineSystem& s, int nx, int j0, double* d) {
 
 // One sweep over the rows jb..je of a thread's share, in batches of up to
 // kBatch rows.
-void rows(const LineSystem& s, int nx, int jb, int je, double* d) {
+void rows(const LineSystem& s, int i0, int i1, int jb, int je, double* d) {
   for (int j0 = jb; j0 <= je; j0 += kBatch) {
     switch (std::min(kBatch, je - j0 + 1)) {
-      case 8: sweep_batch<8>(s, nx, j0, d); break;
-      case 7: sweep_batch<7>(s, nx, j0, d); break;
-      case 6: sweep_batch<6>(s, nx, j0, d); break;
-      case 5: sweep_batch<5>(s, nx, j0, d); break;
-      case 4: sweep_batch<4>(s, nx, j0, d); break;
-      case 3: sweep_batch<3>(s, nx, j0, d); break;
-      case 2: sweep_batch<2>(s, nx, j0, d); break;
-      default: sweep_batch<1>(s, nx, j0, d); break;
+      case 8: sweep_batch<8>(s, i0, i1, j0, d); break;
+      case 7: sweep_batch<7>(s, i0, i1, j0, d); break;
+      case 6: sweep_batch<6>(s, i0, i1, j0, d); break;
+      case 5: sweep_batch<5>(s, i0, i1, j0, d); break;
+      case 4: sweep_batch<4>(s, i0, i1, j0, d); break;
+      case 3: sweep_batch<3>(s, i0, i1, j0, d); break;
+      case 2: sweep_batch<2>(s, i0, i1, j0, d); break;
+      default: sweep_batch<1>(s, i0, i1, j0, d); break;
     }
   }
 }
@@ -143,16 +145,15 @@ LineSmoother::LineSmoother(Array3<double>& phi, const Array3<double>& src, doubl
     be[nz] = be[nz] + cz * static_cast<double>(top);
   }
   for (int k = 1; k <= nz - 1; ++k) be[k + 1] = be[k + 1] - cz * cz / be[k];
-  // phi and src of a level have the same bounds, so one offset from the
-  // element (0,0,0) serves both.
-  const std::ptrdiff_t origin = phi.index(0, 0, 0);
-  sys_ = LineSystem{phi.data() + origin, src.data() + origin, phi.sj(), phi.sk(), cx, cy, cz, be, nz};
+  // phi and src of a level have the same bounds, so one pair of strides
+  // serves both.
+  sys_ = LineSystem{phi.origin(), src.origin(), phi.sj(), phi.sk(), cx, cy, cz, be, nz};
 }
 
-void LineSmoother::sweep_rows(int nx, int jb, int je) const {
+void LineSmoother::sweep_rows(int i0, int i1, int jb, int je) const {
   if (sys_.nz < 1) return;
   double* d = smooth_work.data() + smooth_stride * static_cast<std::size_t>(1 + omp_get_thread_num());
-  rows(sys_, nx, jb, je, d);
+  rows(sys_, i0, i1, jb, je, d);
 }
 
 }  // namespace rl

@@ -40,9 +40,9 @@ class LineSmoother {
   LineSmoother(Array3<double>& phi, const Array3<double>& src, double cx, double cy, double cz, double diag,
                int bottom, int top, int nz);
 
-  // One sweep over the rows jb..je (a thread's share), i = 1..nx in each;
+  // One sweep over the rows jb..je (a thread's share), i = i0..i1 in each;
   // called inside a parallel region, each thread with its own rows.
-  void sweep_rows(int nx, int jb, int je) const;
+  void sweep_rows(int i0, int i1, int jb, int je) const;
 
  private:
   LineSystem sys_;

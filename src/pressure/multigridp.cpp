@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "common/distributed.hpp"
 #include "common/parallel.hpp"
 #include "driver/fields.hpp"
 #include "pressure/linesmoother.hpp"
@@ -43,49 +44,101 @@ inline GhostWeights ghost_weights(int face) {
   return {static_cast<double>(t), static_cast<double>(1 - std::abs(t))};
 }
 
+// The cells of a level that this process computes.  In a run over several
+// processes the finest level is cut like the fields (each process its
+// block); the coarser levels are held whole by every process, which solves
+// them alike (the coarse problem is gathered, see RESTRICTIONP).
+struct Cells {
+  int i0, i1, j0, j1;
+  bool part;  // the level is cut among the processes
+};
+
+inline Cells level_cells(int l, const MGLEVEL& g) {
+  if (l == 0 && ownership().on) return {own_lo_i(1), own_hi_i(g.nx), own_lo_j(1), own_hi_j(g.ny), true};
+  return {1, g.nx, 1, g.ny, false};
+}
+
+// What the halo of a level's array carries: the interior cells, never the
+// box's ghost layers, whose edges the ghost rule leaves as they are.
+inline Reach interior(int nx, int ny, int nz) { return Reach{1, nx, 1, ny, 1, nz}; }
+
+// Whether the cells of c on nz planes are worth sharing among threads.
+inline bool share_cells(const Cells& c, int nz) {
+  return worth_sharing(cells_of(c.i1 - c.i0 + 1, c.j1 - c.j0 + 1, nz));
+}
+
 // The three face groups of the ghost rule on an array of a level, as
 // worksharing loops inside an enclosing parallel region; each loop ends with
 // a barrier so a later group may read what an earlier one wrote.  Only the
 // interior ranges of the faces are written: edges and corners stay.
-void face_ghosts(Array3<double>& f, int nx, int ny, int nz) {
+//
+// On a cut level each process does the faces its block touches, over its
+// own rows; then the halo comes from the neighbours.  Where a direction is
+// cut, the rule's term at the far end of the box (weight 1 only on a
+// periodic face) is not held: a periodic face's ghost is then the halo from
+// the block at the other end, and the other faces take the near term alone.
+void face_ghosts(Array3<double>& f, int nx, int ny, int nz, const Cells& c) {
   const GhostWeights w1 = ghost_weights(LowX), w2 = ghost_weights(HighX);
   const GhostWeights w3 = ghost_weights(LowY), w4 = ghost_weights(HighY);
   const GhostWeights w5 = ghost_weights(LowZ), w6 = ghost_weights(HighZ);
+  const Ownership& o = ownership();
+  const bool lox = !c.part || o.west, hix = !c.part || o.east;
+  const bool loy = !c.part || o.south, hiy = !c.part || o.north;
+  const bool cutx = c.part && o.split_x, cuty = c.part && o.split_y;
 
   // Group 1: x faces.
 #pragma omp for schedule(static)
   for (int k = 1; k <= nz; ++k) {
-    for (int j = 1; j <= ny; ++j) {
-      double* r = f.at(0, j, k);
-      r[0] = w1.t * r[1] + w1.o * r[nx];
-      r[nx + 1] = w2.t * r[nx] + w2.o * r[1];
+    for (int j = c.j0; j <= c.j1; ++j) {
+      double* r = f.row(j, k);
+      if (!cutx) {  // then the block touches both faces
+        r[0] = w1.t * r[1] + w1.o * r[nx];
+        r[nx + 1] = w2.t * r[nx] + w2.o * r[1];
+      } else {
+        if (lox && w1.o == 0.0) r[0] = w1.t * r[1];
+        if (hix && w2.o == 0.0) r[nx + 1] = w2.t * r[nx];
+      }
     }
   }
 
   // Group 2: y faces.
 #pragma omp for schedule(static)
   for (int k = 1; k <= nz; ++k) {
-    double* g0 = f.at(0, 0, k);
-    const double* a1 = f.at(0, 1, k);
-    const double* an = f.at(0, ny, k);
-    double* gn = f.at(0, ny + 1, k);
-    for (int i = 1; i <= nx; ++i) {
-      g0[i] = w3.t * a1[i] + w3.o * an[i];
-      gn[i] = w4.t * an[i] + w4.o * a1[i];
+    double* g0 = f.row(0, k);
+    const double* a1 = f.row(1, k);
+    const double* an = f.row(ny, k);
+    double* gn = f.row(ny + 1, k);
+    if (!cuty) {  // then the block touches both faces
+      for (int i = c.i0; i <= c.i1; ++i) {
+        g0[i] = w3.t * a1[i] + w3.o * an[i];
+        gn[i] = w4.t * an[i] + w4.o * a1[i];
+      }
+    } else {
+      if (loy && w3.o == 0.0)
+        for (int i = c.i0; i <= c.i1; ++i) g0[i] = w3.t * a1[i];
+      if (hiy && w4.o == 0.0)
+        for (int i = c.i0; i <= c.i1; ++i) gn[i] = w4.t * an[i];
     }
   }
 
   // Group 3: z faces.
 #pragma omp for schedule(static)
-  for (int j = 1; j <= ny; ++j) {
-    double* g0 = f.at(0, j, 0);
-    const double* a1 = f.at(0, j, 1);
-    const double* an = f.at(0, j, nz);
-    double* gn = f.at(0, j, nz + 1);
-    for (int i = 1; i <= nx; ++i) {
+  for (int j = c.j0; j <= c.j1; ++j) {
+    double* g0 = f.row(j, 0);
+    const double* a1 = f.row(j, 1);
+    const double* an = f.row(j, nz);
+    double* gn = f.row(j, nz + 1);
+    for (int i = c.i0; i <= c.i1; ++i) {
       g0[i] = w5.t * a1[i] + w5.o * an[i];
       gn[i] = w6.t * an[i] + w6.o * a1[i];
     }
+  }
+
+  // The halo of a cut level, by the main thread; all wait for it.
+  if (c.part) {
+#pragma omp master
+    HALO(f, 1, interior(nx, ny, nz));
+#pragma omp barrier
   }
 }
 
@@ -93,19 +146,20 @@ void face_ghosts(Array3<double>& f, int nx, int ny, int nz) {
 
 void SOURCEP() {
   MGLEVEL& g = pmg(0);
+  const Cells c = level_cells(0, g);
   const double f = dens / dt;
   const double hx = dx, hy = dy, hz = dz;
-  const int ni = imax, nj = jmax, nk = kmax;
-#pragma omp parallel for schedule(static) if (worth_sharing(cells_of(ni, nj, nk)))
+  const int nk = kmax;
+#pragma omp parallel for schedule(static) if (worth_sharing(cells_of(imax, jmax, kmax)))
   for (int k = 1; k <= nk; ++k) {
-    for (int j = 1; j <= nj; ++j) {
-      const double* ur = u.at(0, j, k);
-      const double* vr = v.at(0, j, k);
-      const double* vm = v.at(0, j - 1, k);
-      const double* wr = w.at(0, j, k);
-      const double* wm = w.at(0, j, k - 1);
-      double* s = g.src.at(0, j, k);
-      for (int i = 1; i <= ni; ++i) {
+    for (int j = c.j0; j <= c.j1; ++j) {
+      const double* ur = u.row(j, k);
+      const double* vr = v.row(j, k);
+      const double* vm = v.row(j - 1, k);
+      const double* wr = w.row(j, k);
+      const double* wm = w.row(j, k - 1);
+      double* s = g.src.row(j, k);
+      for (int i = c.i0; i <= c.i1; ++i) {
         s[i] = ((ur[i] - ur[i - 1]) / hx + (vr[i] - vm[i]) / hy + (wr[i] - wm[i]) / hz) * f;
       }
     }
@@ -114,16 +168,20 @@ void SOURCEP() {
 
 namespace {
 
-// Square root of the sum of squares of the interior of a level's array.
-double interior_norm(Array3<double>& a, int nx, int ny, int nz) {
+// Square root of the sum of squares of the interior of a level's array (on
+// a cut level, of every process's cells: the partial sums added in the
+// order of the processes, so that every process gets the same norm).
+double interior_norm(Array3<double>& a, const Cells& c, int nz) {
   double sum = 0.0;
-#pragma omp parallel for schedule(static) reduction(+ : sum) if (worth_sharing(cells_of(nx, ny, nz)))
+#pragma omp parallel for schedule(static) reduction(+ : sum) \
+    if (worth_sharing(cells_of(c.i1 - c.i0 + 1, c.j1 - c.j0 + 1, nz)))
   for (int k = 1; k <= nz; ++k) {
-    for (int j = 1; j <= ny; ++j) {
-      const double* r = a.at(0, j, k);
-      for (int i = 1; i <= nx; ++i) sum += r[i] * r[i];
+    for (int j = c.j0; j <= c.j1; ++j) {
+      const double* r = a.row(j, k);
+      for (int i = c.i0; i <= c.i1; ++i) sum += r[i] * r[i];
     }
   }
+  if (c.part) sum = dist_sum(sum);
   return std::sqrt(sum);
 }
 
@@ -132,28 +190,30 @@ double interior_norm(Array3<double>& a, int nx, int ny, int nz) {
 void DIVNORMP(int l, double& result) {
   MGLEVEL& g = pmg(l);
   result = 0.0;
-  result = interior_norm(g.src, g.nx, g.ny, g.nz);
+  result = interior_norm(g.src, level_cells(l, g), g.nz);
 }
 
 void RESNORMP(int l, double& result) {
   MGLEVEL& g = pmg(l);
   result = 0.0;
-  result = interior_norm(g.res, g.nx, g.ny, g.nz);
+  result = interior_norm(g.res, level_cells(l, g), g.nz);
 }
 
 void BOUNDARYP(int l) {
   MGLEVEL& g = pmg(l);
 #pragma omp parallel if (worth_sharing(face_cells(g.nx, g.ny, g.nz)))
-  face_ghosts(g.phi, g.nx, g.ny, g.nz);
+  face_ghosts(g.phi, g.nx, g.ny, g.nz, level_cells(l, g));
 }
 
 void BOUNDARYPRES(int l) {
+  // Only coarse levels get here (from PROLONGATIONP), and they are whole on
+  // every process.
   MGLEVEL& g = pmg(l);
   Array3<double>& r = g.res;
   const int nx = g.nx, ny = g.ny, nz = g.nz;
 #pragma omp parallel if (worth_sharing(face_cells(nx, ny, nz)))
   {
-    face_ghosts(r, nx, ny, nz);
+    face_ghosts(r, nx, ny, nz, level_cells(l, g));
 
     // Group 4: the four edges along x.
 #pragma omp for schedule(static)
@@ -204,21 +264,22 @@ void BOUNDARYPRES(int l) {
 void OPERATORP(int l) {
   BOUNDARYP(l);
   MGLEVEL& g = pmg(l);
-  const int nx = g.nx, ny = g.ny, nz = g.nz;
+  const Cells c = level_cells(l, g);
+  const int nz = g.nz;
   const LevelSteps h = level_steps(l);
   const double dx2 = h.dx2, dy2 = h.dy2, dz2 = h.dz2;
   const std::ptrdiff_t sj = g.phi.sj(), sk = g.phi.sk();
   // Shared by rows j, as the smoother shares its columns, so that each
   // thread reads what it wrote last; every position on its own.
-#pragma omp parallel if (worth_sharing(cells_of(nx, ny, nz)))
+#pragma omp parallel if (share_cells(c, nz))
   {
     int jb, je;
-    static_share(1, ny, jb, je);
+    static_share(c.j0, c.j1, jb, je);
     for (int k = 1; k <= nz; ++k) {
       for (int j = jb; j <= je; ++j) {
-        const double* p = g.phi.at(0, j, k);
-        double* lp = g.lap.at(0, j, k);
-        for (int i = 1; i <= nx; ++i) {
+        const double* p = g.phi.row(j, k);
+        double* lp = g.lap.row(j, k);
+        for (int i = c.i0; i <= c.i1; ++i) {
           lp[i] = (p[i + 1] - p[i] - p[i] + p[i - 1]) / dx2 +
                   (p[i + sj] - p[i] - p[i] + p[i - sj]) / dy2 +
                   (p[i + sk] - p[i] - p[i] + p[i - sk]) / dz2;
@@ -253,17 +314,21 @@ void SMOOTHINGP(int l, int n) {
   // (the z ghosts of phi are not used here, so a periodic end acts as a
   // zero).  LINESOLVE below is the plain solve of one column; the sweeps run
   // the tuned solver of linesmoother.hpp, which gives the same bits.
+  // On a cut level the columns next to a process edge see the neighbour's
+  // columns as of the last exchange, as the columns next to a thread's share
+  // see the other thread's as timing gives.
   const LineSmoother smoother(g.phi, g.src, cx, cy, cz, diag, ibcp(LowZ), ibcp(HighZ), nz);
-  const bool share = worth_sharing(cells_of(nx, ny, nz));
+  const Cells c = level_cells(l, g);
+  const bool share = share_cells(c, nz);
   for (int sweep = 1; sweep <= n; ++sweep) {
 #pragma omp parallel if (share)
     {
       // The ghost layer first (BOUNDARYP(l), with its barriers), then the
       // columns, parallel over j in static shares.
-      face_ghosts(g.phi, nx, ny, nz);
+      face_ghosts(g.phi, nx, ny, nz, c);
       int jb, je;
-      static_share(1, ny, jb, je);
-      smoother.sweep_rows(nx, jb, je);
+      static_share(c.j0, c.j1, jb, je);
+      smoother.sweep_rows(c.i0, c.i1, jb, je);
     }
   }
 }
@@ -293,43 +358,72 @@ void LINESOLVE(int l, int i, int j) {
 
 void RESIDUALP(int l) {
   MGLEVEL& g = pmg(l);
-  const int nx = g.nx, ny = g.ny, nz = g.nz;
+  const Cells c = level_cells(l, g);
+  const int nz = g.nz;
   // Shared by rows j, as the smoother shares its columns, so that each
   // thread reads what it wrote last; every position on its own.
-#pragma omp parallel if (worth_sharing(cells_of(nx, ny, nz)))
+#pragma omp parallel if (share_cells(c, nz))
   {
     int jb, je;
-    static_share(1, ny, jb, je);
+    static_share(c.j0, c.j1, jb, je);
     for (int k = 1; k <= nz; ++k) {
       for (int j = jb; j <= je; ++j) {
-        const double* s = g.src.at(0, j, k);
-        const double* lp = g.lap.at(0, j, k);
-        double* r = g.res.at(0, j, k);
-        for (int i = 1; i <= nx; ++i) r[i] = s[i] - lp[i];
+        const double* s = g.src.row(j, k);
+        const double* lp = g.lap.row(j, k);
+        double* r = g.res.row(j, k);
+        for (int i = c.i0; i <= c.i1; ++i) r[i] = s[i] - lp[i];
       }
     }
   }
 }
 
+namespace {
+
+// The coarse cells (i, j) whose first fine cell (2i - 1, 2j - 1) lies in
+// the fine cells f: on a cut fine level, each process's share of the coarse
+// level, disjoint and together whole; their second fine cells may lie in
+// the halo.  An uncut fine level gives the whole coarse level.
+Cells coarse_share(const Cells& f, const MGLEVEL& c) {
+  if (!f.part) return {1, c.nx, 1, c.ny, false};
+  return {(f.i0 + 2) / 2, std::min((f.i1 + 1) / 2, c.nx), (f.j0 + 2) / 2, std::min((f.j1 + 1) / 2, c.ny), true};
+}
+
+}  // namespace
+
 void RESTRICTIONP(int l) {
   MGLEVEL& f = pmg(l);
   MGLEVEL& c = pmg(l - 1);
-  const int nx = c.nx, ny = c.ny, nz = c.nz;
-#pragma omp parallel for schedule(static) if (worth_sharing(8 * cells_of(nx, ny, nz)))
+  const int nz = c.nz;
+  const Cells fc = level_cells(l, f);
+  // From a cut level to a whole one: each process restricts its share (the
+  // fine residual's halo first) and then every process gathers the others'
+  // shares, so that all hold the same coarse problem.
+  if (fc.part) HALO(f.res, 1, interior(f.nx, f.ny, f.nz));
+  const Cells cc = coarse_share(fc, c);
+  const int i0 = cc.i0, i1 = cc.i1;
+#pragma omp parallel for schedule(static) if (worth_sharing(8 * cells_of(i1 - i0 + 1, cc.j1 - cc.j0 + 1, nz)))
   for (int k = 1; k <= nz; ++k) {
-    for (int j = 1; j <= ny; ++j) {
-      const double* r00 = f.res.at(0, 2 * j - 1, 2 * k - 1);
-      const double* r10 = f.res.at(0, 2 * j, 2 * k - 1);
-      const double* r01 = f.res.at(0, 2 * j - 1, 2 * k);
-      const double* r11 = f.res.at(0, 2 * j, 2 * k);
-      double* s = c.src.at(0, j, k);
-      double* p = c.phi.at(0, j, k);
-      for (int i = 1; i <= nx; ++i) {
+    for (int j = cc.j0; j <= cc.j1; ++j) {
+      const double* r00 = f.res.row(2 * j - 1, 2 * k - 1);
+      const double* r10 = f.res.row(2 * j, 2 * k - 1);
+      const double* r01 = f.res.row(2 * j - 1, 2 * k);
+      const double* r11 = f.res.row(2 * j, 2 * k);
+      double* s = c.src.row(j, k);
+      double* p = c.phi.row(j, k);
+      for (int i = i0; i <= i1; ++i) {
         const int a = 2 * i - 1, b = 2 * i;
         s[i] = 0.125 * (r00[a] + r00[b] + r10[a] + r10[b] + r01[a] + r01[b] + r11[a] + r11[b]);
         p[i] = 0.0;
       }
     }
+  }
+  if (cc.part) {
+    ALLGATHERBOX(c.src, cc.i0, cc.i1, cc.j0, cc.j1, 1, nz);
+    for (int k = 1; k <= nz; ++k)
+      for (int j = 1; j <= c.ny; ++j) {
+        double* p = c.phi.row(j, k);
+        for (int i = 1; i <= c.nx; ++i) p[i] = 0.0;
+      }
   }
 }
 
@@ -340,21 +434,29 @@ void PROLONGATIONP(int l) {
   BOUNDARYPRES(l - 1);
   MGLEVEL& c = pmg(l - 1);
   MGLEVEL& f = pmg(l);
-  const int nx = c.nx, ny = c.ny, nz = c.nz;
+  const int nz = c.nz;
+  // On a cut fine level, the coarse cells with a fine cell of this process;
+  // the other fine cell of such a coarse cell lies in the halo, which the
+  // next exchange overwrites before anything reads it.
+  const Cells fc = level_cells(l, f);
+  const Cells cc = fc.part ? Cells{(fc.i0 + 1) / 2, std::min((fc.i1 + 1) / 2, c.nx), (fc.j0 + 1) / 2,
+                                   std::min((fc.j1 + 1) / 2, c.ny), true}
+                           : Cells{1, c.nx, 1, c.ny, false};
+  const int i0 = cc.i0, i1 = cc.i1;
   const Array3<double>& P = c.phi;
-#pragma omp parallel for schedule(static) if (worth_sharing(8 * cells_of(nx, ny, nz)))
+#pragma omp parallel for schedule(static) if (worth_sharing(8 * cells_of(i1 - i0 + 1, cc.j1 - cc.j0 + 1, nz)))
   for (int k = 1; k <= nz; ++k) {
     for (int sk = -1; sk <= 1; sk += 2) {
       const int fk = sk < 0 ? 2 * k - 1 : 2 * k;
-      for (int j = 1; j <= ny; ++j) {
+      for (int j = cc.j0; j <= cc.j1; ++j) {
         for (int sj = -1; sj <= 1; sj += 2) {
           const int fj = sj < 0 ? 2 * j - 1 : 2 * j;
-          const double* pc = P.at(0, j, k);
-          const double* pj = P.at(0, j + sj, k);
-          const double* pk = P.at(0, j, k + sk);
-          double* fr = f.res.at(0, fj, fk);
-          double* fp = f.phi.at(0, fj, fk);
-          for (int i = 1; i <= nx; ++i) {
+          const double* pc = P.row(j, k);
+          const double* pj = P.row(j + sj, k);
+          const double* pk = P.row(j, k + sk);
+          double* fr = f.res.row(fj, fk);
+          double* fp = f.phi.row(fj, fk);
+          for (int i = i0; i <= i1; ++i) {
             // Mean of the coarse cell and its three neighbours nearest to
             // the fine cell, each weighted one quarter; the result is added.
             const double lo = 0.25 * (pc[i] + pc[i - 1] + pj[i] + pk[i]);
@@ -378,20 +480,23 @@ void SOLVERP(int l, int ncoarse) {
   const double c = 2.0 / dx2 + 2.0 / dy2 + 2.0 / dz2;
   if (ncoarse <= 0) return;
   const std::ptrdiff_t sj = g.phi.sj(), sk = g.phi.sk();
-  const bool share = worth_sharing(cells_of(nx, ny, nz));
+  // A cut level here (a grid too flat for a coarser one) stops on the
+  // largest change of all processes.
+  const Cells cl = level_cells(l, g);
+  const bool share = share_cells(cl, nz);
   for (int it = 1; it <= ncoarse; ++it) {
     double change = 0.0;
 #pragma omp parallel if (share)
     {
       // BOUNDARYP(l), with its barriers, then the sweep.
-      face_ghosts(g.phi, nx, ny, nz);
+      face_ghosts(g.phi, nx, ny, nz, cl);
       double mine = -DBL_MAX;
 #pragma omp for schedule(static)
       for (int k = 1; k <= nz; ++k) {
-        for (int j = 1; j <= ny; ++j) {
-          double* p = g.phi.at(0, j, k);
-          const double* s = g.src.at(0, j, k);
-          for (int i = 1; i <= nx; ++i) {
+        for (int j = cl.j0; j <= cl.j1; ++j) {
+          double* p = g.phi.row(j, k);
+          const double* s = g.src.row(j, k);
+          for (int i = cl.i0; i <= cl.i1; ++i) {
             const double old = p[i];
             const double nw =
                 ((p[i + 1] + p[i - 1]) / dx2 + (p[i + sj] + p[i - sj]) / dy2 + (p[i + sk] + p[i - sk]) / dz2 - s[i]) /
@@ -404,6 +509,7 @@ void SOLVERP(int l, int ncoarse) {
 #pragma omp critical(riverles_solverp_change)
       change = std::max(change, mine);
     }
+    if (cl.part) change = dist_max(change);
     if (change < 1e-8) break;
   }
 }
