@@ -1,6 +1,7 @@
 #include "flow/forces.hpp"
 
 #include "driver/fields.hpp"
+#include "common/distributed.hpp"
 #include "common/parallel.hpp"
 
 namespace rl {
@@ -18,15 +19,19 @@ void FORCES() {
 
 // Every position of the plane not below the bed adds u*dy times its wet
 // height, the height from the bed (mean of the two columns at the face) to
-// the top of the cell, limited to one cell.
+// the top of the cell, limited to one cell.  Over several processes, the
+// blocks at the plane add their rows and the sums of all processes are
+// added in rank order, so that every process gets the same discharge.
 double INFLOW(const Array3<double>* vel) {
-  const int J = jmax, K = kmax;
+  const int K = kmax;
+  const Ownership& o = ownership();
+  const int j0 = own_lo_j(1), j1 = o.on && !o.west ? j0 - 1 : own_hi_j(jmax);  // no rows off the plane
   const double z0 = zmin, h0 = dz, wy = dy;
   double sum = 0.0;
 
 #pragma omp parallel for default(shared) schedule(dynamic, 1) reduction(+ : sum) \
     if (worth_sharing(cells_of(1, jmax, kmax)))
-  for (int j = 1; j <= J; ++j) {
+  for (int j = j0; j <= j1; ++j) {
     const double Hb = (bed(0, j) + bed(1, j)) * 0.5;
     for (int k = 1; k <= K; ++k) {
       if (flagu(0, j, k) != -1) {
@@ -37,6 +42,7 @@ double INFLOW(const Array3<double>* vel) {
       }
     }
   }
+  if (o.on) sum = dist_sum(sum);
   return sum;
 }
 

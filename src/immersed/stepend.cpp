@@ -1,5 +1,6 @@
 #include "immersed/stepend.hpp"
 
+#include "common/distributed.hpp"
 #include "driver/fields.hpp"
 
 namespace rl {
@@ -7,24 +8,27 @@ namespace rl {
 // Copies the velocities and the face flags into their old arrays for the
 // next step, over 0..n+1 in every direction: the layers at index -1 of the
 // staggered directions are left as they are, and the centre flags have no
-// old copy.  One serial pass, six row copies per row.
+// old copy.  One serial pass, six row copies per row.  A process of a run
+// over several copies its block with the halo it holds.
 void SAVEOLD() {
-  const int I = imax, J = jmax, K = kmax;
+  const int K = kmax;
+  const int i0 = held_lo_i(0, kHalo), i1 = held_hi_i(imax + 1, kHalo);
+  const int j0 = held_lo_j(0, kHalo), j1 = held_hi_j(jmax + 1, kHalo);
   for (int k = 0; k <= K + 1; ++k) {
-    for (int j = 0; j <= J + 1; ++j) {
-      const double* ur = u.at(0, j, k);
-      const double* vr = v.at(0, j, k);
-      const double* wr = w.at(0, j, k);
-      double* uor = uo.at(0, j, k);
-      double* vor = vo.at(0, j, k);
-      double* wor = wo.at(0, j, k);
-      const int* fu = flagu.at(0, j, k);
-      const int* fv = flagv.at(0, j, k);
-      const int* fw = flagw.at(0, j, k);
-      int* fuo = flaguo.at(0, j, k);
-      int* fvo = flagvo.at(0, j, k);
-      int* fwo = flagwo.at(0, j, k);
-      for (int i = 0; i <= I + 1; ++i) {
+    for (int j = j0; j <= j1; ++j) {
+      const double* ur = u.row(j, k);
+      const double* vr = v.row(j, k);
+      const double* wr = w.row(j, k);
+      double* uor = uo.row(j, k);
+      double* vor = vo.row(j, k);
+      double* wor = wo.row(j, k);
+      const int* fu = flagu.row(j, k);
+      const int* fv = flagv.row(j, k);
+      const int* fw = flagw.row(j, k);
+      int* fuo = flaguo.row(j, k);
+      int* fvo = flagvo.row(j, k);
+      int* fwo = flagwo.row(j, k);
+      for (int i = i0; i <= i1; ++i) {
         uor[i] = ur[i];
         vor[i] = vr[i];
         wor[i] = wr[i];
@@ -38,20 +42,23 @@ void SAVEOLD() {
 
 // Sets u, v, w and nut to zero at every solid position (flag exactly -1) of
 // their own flag field, over 0..n+1 in every direction.  Forcing points
-// (flag 0) keep their values.  Serial.
+// (flag 0) keep their values.  Serial; a process of a run over several
+// does its block with the halo it holds.
 void ZEROFLAGGED() {
-  const int I = imax, J = jmax, K = kmax;
+  const int K = kmax;
+  const int i0 = held_lo_i(0, kHalo), i1 = held_hi_i(imax + 1, kHalo);
+  const int j0 = held_lo_j(0, kHalo), j1 = held_hi_j(jmax + 1, kHalo);
   for (int k = 0; k <= K + 1; ++k) {
-    for (int j = 0; j <= J + 1; ++j) {
-      double* ur = u.at(0, j, k);
-      double* vr = v.at(0, j, k);
-      double* wr = w.at(0, j, k);
-      double* nr = nut.at(0, j, k);
-      const int* fu = flagu.at(0, j, k);
-      const int* fv = flagv.at(0, j, k);
-      const int* fw = flagw.at(0, j, k);
-      const int* fc = flagc.at(0, j, k);
-      for (int i = 0; i <= I + 1; ++i) {
+    for (int j = j0; j <= j1; ++j) {
+      double* ur = u.row(j, k);
+      double* vr = v.row(j, k);
+      double* wr = w.row(j, k);
+      double* nr = nut.row(j, k);
+      const int* fu = flagu.row(j, k);
+      const int* fv = flagv.row(j, k);
+      const int* fw = flagw.row(j, k);
+      const int* fc = flagc.row(j, k);
+      for (int i = i0; i <= i1; ++i) {
         if (fu[i] == -1) ur[i] = 0.0;
         if (fv[i] == -1) vr[i] = 0.0;
         if (fw[i] == -1) wr[i] = 0.0;

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "common/console.hpp"
+#include "common/distributed.hpp"
 #include "common/parallel.hpp"
 #include "driver/fields.hpp"
 
@@ -43,11 +44,11 @@ void block_row(const Stencil<const double>& U, const Stencil<const double>& V, c
 // reported in the order i, j, k.
 // Writes i j k of each cell of a block whose divergence is above 0.01 and
 // waits for the operator there; only this thread waits.
-void report_block(const double* d, int ib, int nb, int J, int K) {
+void report_block(const double* d, int ib, int nb, int j0, int j1, int K) {
   for (int n = 0; n < nb; ++n)
-    for (int j = 1; j <= J; ++j)
+    for (int j = j0; j <= j1; ++j)
       for (int k = 1; k <= K; ++k)
-        if (std::fabs(d[(static_cast<std::int64_t>(j - 1) * K + (k - 1)) * B + n]) > 0.01) {
+        if (std::fabs(d[(static_cast<std::int64_t>(j - j0) * K + (k - 1)) * B + n]) > 0.01) {
 #pragma omp critical(riverles_console)
           {
             say(std::to_string(ib + n) + " " + std::to_string(j) + " " + std::to_string(k));
@@ -62,14 +63,17 @@ void DIVERGENCE() {
   divmax = 0.0;
   divsum = 0.0;
   if (I < 1 || J < 1 || K < 1) return;
+  // This process's cells (over several processes, its block; the maximum
+  // and the sum then go over all processes, the sum added in rank order).
+  const int ci0 = own_lo_i(1), ci1 = own_hi_i(I), j0 = own_lo_j(1), j1 = own_hi_j(J);
   const Stencil<const double> U(u), V(v), W(w);
 #pragma omp parallel if (worth_sharing(cells_of(imax, jmax, kmax)))
   {
     double mymax = -DBL_MAX;
     double mysum = 0.0;
     int i0, i1;  // this thread's share of i
-    static_share(1, I, i0, i1);
-    const std::int64_t plane = static_cast<std::int64_t>(J) * K;
+    static_share(ci0, ci1, i0, i1);
+    const std::int64_t plane = static_cast<std::int64_t>(j1 - j0 + 1) * K;
     if (static_cast<std::int64_t>(block.size()) < B * plane) block.resize(static_cast<std::size_t>(B * plane));
     double* d = block.data();
 
@@ -79,14 +83,14 @@ void DIVERGENCE() {
       // block is one cache line, filled from one stretch of each row.
       // The rows lie a whole plane apart, too far for the hardware to guess
       // the next one: ask for the lines a few planes ahead.
-      for (int j = 1; j <= J; ++j)
+      for (int j = j0; j <= j1; ++j)
         for (int k = 1; k <= K; ++k) {
           if (k + kAhead <= K) {
             __builtin_prefetch(&U(ib, j, k + kAhead));
             __builtin_prefetch(&V(ib, j, k + kAhead));
             __builtin_prefetch(&W(ib, j, k + kAhead));
           }
-          block_row(U, V, W, ib, nb, j, k, hx, hy, hz, d + (static_cast<std::int64_t>(j - 1) * K + (k - 1)) * B);
+          block_row(U, V, W, ib, nb, j, k, hx, hy, hz, d + (static_cast<std::int64_t>(j - j0) * K + (k - 1)) * B);
         }
       // Sum and maximum in the order i, j, k, with nothing else in the
       // loop; cells above the threshold are reported afterwards, in the same
@@ -100,13 +104,17 @@ void DIVERGENCE() {
           mymax = std::max(mymax, ad);
           above = above || ad > 0.01;
         }
-      if (above) report_block(d, ib, nb, J, K);
+      if (above) report_block(d, ib, nb, j0, j1, K);
     }
 #pragma omp critical(riverles_divergence_sum)
     {
       divmax = std::max(divmax, mymax);
       divsum = divsum + mysum;
     }
+  }
+  if (ownership().on) {
+    divmax = dist_max(divmax);
+    divsum = dist_sum(divsum);
   }
 }
 

@@ -17,10 +17,14 @@
 
 #include "common/distributed.hpp"
 #include "driver/fields.hpp"
+#include "flow/forces.hpp"
+#include "flow/timestep.hpp"
 #include "flow/xvelocity.hpp"
 #include "flow/yvelocity.hpp"
 #include "flow/zvelocity.hpp"
+#include "immersed/stepend.hpp"
 #include "pressure/correction.hpp"
+#include "pressure/divergence.hpp"
 #include "pressure/multigridp.hpp"
 
 namespace {
@@ -124,6 +128,54 @@ TEST(DistributedStep, PredictorsMatchTheWholeBox) {
             if ((*c.a)(i, j, k) != c.ref->at(i, j, k) && ++differ <= 3)
               ADD_FAILURE() << c.name << " (" << i << "," << j << "," << k << "), x type " << st.xtype
                             << ", y type " << st.ytype << ", rank " << rank << " of " << n;
+  }
+  OWNBOX();
+}
+
+// The decisions every process must share: the time step (a minimum: bit for
+// bit), the discharge through the inflow plane and the divergence's maximum
+// (bit for bit) and sum (added in another order: to 1e-12 of the sum of
+// magnitudes); and the copy into the old fields.
+TEST(DistributedStep, ReductionsAndCopiesMatchTheWholeBox) {
+  const int n = dist_size(), rank = dist_rank();
+  const Faceset st{0, 1, 1};
+  PlanSplit s;
+  std::string why;
+  ASSERT_TRUE(PLANSPLIT(n, 21, 11, s, why)) << why;
+  double dt1 = 0, q1 = 0, dmax1 = 0, dsum1 = 0, dabs1 = 0;
+  for (bool cut : {false, true}) {
+    state(st, cut, s);
+    // Small velocities (the divergence stays below the pause's threshold).
+    for (Array3<double>* a : {&u, &v, &w})
+      for (std::int64_t m = 0; m < a->size(); ++m) a->data()[m] *= 1e-5;
+    zmin = 0.0;
+    cfl = 0.4;
+    for (int j = 0; j <= jmax + 1; ++j)
+      for (int i = 0; i <= imax + 1; ++i) bed(i, j) = -1.0 + 0.01 * j;
+    TIMESTEP();
+    const double q = INFLOW(&u);
+    DIVERGENCE();
+    SAVEOLD();
+    if (!cut) {
+      dt1 = dt, q1 = q, dmax1 = divmax, dsum1 = divsum;
+      for (int k = 1; k <= kmax; ++k)
+        for (int j = 1; j <= jmax; ++j)
+          for (int i = 1; i <= imax; ++i)
+            dabs1 += std::fabs((u(i, j, k) - u(i - 1, j, k)) / dx + (v(i, j, k) - v(i, j - 1, k)) / dy +
+                               (w(i, j, k) - w(i, j, k - 1)) / dz);
+      continue;
+    }
+    const std::string what = "rank " + std::to_string(rank) + " of " + std::to_string(n);
+    EXPECT_EQ(dt, dt1) << what;
+    EXPECT_NEAR(q, q1, 1e-12 * std::fabs(q1)) << what;
+    EXPECT_GT(std::fabs(q1), 0.0);
+    EXPECT_EQ(divmax, dmax1) << what;
+    EXPECT_NEAR(divsum, dsum1, 1e-12 * dabs1) << what;
+    int differ = 0;
+    for (int k = 0; k <= kmax + 1; ++k)
+      for (int j = u.lo(1); j <= u.hi(1); ++j)
+        for (int i = std::max(u.lo(0), 0); i <= u.hi(0); ++i)
+          if (uo(i, j, k) != u(i, j, k) && ++differ <= 3) ADD_FAILURE() << "uo (" << i << "," << j << "," << k << ")";
   }
   OWNBOX();
 }
