@@ -104,20 +104,26 @@ void face_ghosts(Array3<double>& f, int nx, int ny, int nz, const Cells& c) {
   // Group 2: y faces.
 #pragma omp for schedule(static)
   for (int k = 1; k <= nz; ++k) {
-    double* g0 = f.row(0, k);
-    const double* a1 = f.row(1, k);
-    const double* an = f.row(ny, k);
-    double* gn = f.row(ny + 1, k);
     if (!cuty) {  // then the block touches both faces
+      double* g0 = f.row(0, k);
+      const double* a1 = f.row(1, k);
+      const double* an = f.row(ny, k);
+      double* gn = f.row(ny + 1, k);
       for (int i = c.i0; i <= c.i1; ++i) {
         g0[i] = w3.t * a1[i] + w3.o * an[i];
         gn[i] = w4.t * an[i] + w4.o * a1[i];
       }
     } else {
-      if (loy && w3.o == 0.0)
+      if (loy && w3.o == 0.0) {
+        double* g0 = f.row(0, k);
+        const double* a1 = f.row(1, k);
         for (int i = c.i0; i <= c.i1; ++i) g0[i] = w3.t * a1[i];
-      if (hiy && w4.o == 0.0)
+      }
+      if (hiy && w4.o == 0.0) {
+        const double* an = f.row(ny, k);
+        double* gn = f.row(ny + 1, k);
         for (int i = c.i0; i <= c.i1; ++i) gn[i] = w4.t * an[i];
+      }
     }
   }
 
