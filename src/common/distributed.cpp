@@ -347,6 +347,7 @@ Ownership& ownership() {
 void OWNBLOCK(const PlanSplit& s, const Block& blk, int imax, int jmax) {
   Ownership& o = ownership();
   o.on = true;
+  o.split = s;
   o.blk = blk;
   o.west = blk.ilo == 1;
   o.east = blk.ihi == imax;
@@ -361,11 +362,60 @@ void OWNBOX() { ownership() = Ownership(); }
 void HALO(Array3<double>& f, int w, const Reach& reach) {
   const Ownership& o = ownership();
   if (!o.on) return;
-  // A direction of one block has the box's ghost rule at both its faces.
+  // Only the cuts between blocks: the faces of the box, periodic or not,
+  // have their ghost rules.
   Block b = o.blk;
-  if (!o.split_x) b.west = b.east = -1;
-  if (!o.split_y) b.south = b.north = -1;
+  if (o.west) b.west = -1;
+  if (o.east) b.east = -1;
+  if (o.south) b.south = -1;
+  if (o.north) b.north = -1;
   EXCHANGE(f, b, w, reach);
+}
+
+void WRAPCOPY(Array3<double>& f, int axis, int from, int to, const Reach& reach) {
+  const Ownership& o = ownership();
+  if (!o.on) return;
+  const PlanSplit& s = o.split;
+  const int m = axis == 0 ? s.px : s.py;
+  if (m < 2) return;
+  const std::vector<int>& lo = axis == 0 ? s.ilo : s.jlo;
+  const std::vector<int>& hi = axis == 0 ? s.ihi : s.jhi;
+  int src = from < lo[0] ? 0 : m - 1;
+  for (int a = 0; a < m; ++a)
+    if (from >= lo[static_cast<std::size_t>(a)] && from <= hi[static_cast<std::size_t>(a)]) src = a;
+  const int dst = to < 1 ? 0 : m - 1;
+  const int mine = axis == 0 ? o.blk.a : o.blk.b;
+  if ((mine != src && mine != dst) || src == dst) return;
+  // The rows (x) or columns (y) of the other direction, and the planes.
+  int c0, c1;
+  if (axis == 0) {
+    c0 = std::max(own_lo_j(f.lo(1)), reach.j0);
+    c1 = std::min(own_hi_j(f.hi(1)), reach.j1);
+  } else {
+    c0 = std::max(own_lo_i(f.lo(0)), reach.i0);
+    c1 = std::min(own_hi_i(f.hi(0)), reach.i1);
+  }
+  const int k0 = std::max(f.lo(2), reach.k0), k1 = std::min(f.hi(2), reach.k1);
+  if (c1 < c0 || k1 < k0) return;
+  auto at = [&](int x, int c, int k) -> double& { return axis == 0 ? f(x, c, k) : f(c, x, k); };
+  std::vector<double> buf(static_cast<std::size_t>(c1 - c0 + 1) * static_cast<std::size_t>(k1 - k0 + 1));
+#ifdef RIVERLES_MPI
+  const int other = axis == 0 ? o.blk.b * s.px + (mine == src ? dst : src)
+                              : (mine == src ? dst : src) * s.px + o.blk.a;
+  if (mine == src) {
+    std::size_t n = 0;
+    for (int k = k0; k <= k1; ++k)
+      for (int c = c0; c <= c1; ++c) buf[n++] = at(from, c, k);
+    MPI_Send(buf.data(), static_cast<int>(buf.size()), MPI_DOUBLE, other, 1, MPI_COMM_WORLD);
+  } else {
+    MPI_Recv(buf.data(), static_cast<int>(buf.size()), MPI_DOUBLE, other, 1, MPI_COMM_WORLD, MPI_STATUS_IGNORE);
+    std::size_t n = 0;
+    for (int k = k0; k <= k1; ++k)
+      for (int c = c0; c <= c1; ++c) at(to, c, k) = buf[n++];
+  }
+#else
+  (void)at, (void)to;
+#endif
 }
 
 }  // namespace rl

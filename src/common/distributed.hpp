@@ -70,6 +70,7 @@ constexpr int kHalo = 3;
 
 struct Ownership {
   bool on = false;
+  PlanSplit split;
   Block blk;
   bool west = true, east = true, south = true, north = true;  // the block touches that face of the box
   bool split_x = false, split_y = false;                      // more than one block along x / y
@@ -126,9 +127,20 @@ struct Reach {
   int i0 = INT_MIN, i1 = INT_MAX, j0 = INT_MIN, j1 = INT_MAX, k0 = INT_MIN, k1 = INT_MAX;
 };
 
-// Fills the halo of a field of this process's part (EXCHANGE with the
-// owned block); nothing when ownership is off.
+// Fills the halo of a field of this process's part from the neighbouring
+// blocks (EXCHANGE), w columns deep, within reach; nothing when ownership is
+// off.  The box's own ghost layers, at a periodic face too, are left to the
+// ghost rules (WRAPCOPY).
 void HALO(Array3<double>& f, int w, const Reach& reach = Reach());
+
+// The ghost rule of a periodic face cut among processes: the blocks at the
+// two ends of the box along axis (0 x, 1 y) copy the plane `from` of f (an
+// index along the axis, a cell or face of the block that holds it) into the
+// plane `to` at the face of the block at the other end (to below 1: the low
+// face), over that block's own rows of the other direction (the box's ghost
+// rows at its faces) and f's k range, within reach.  Every process calls it
+// together; it does nothing when the axis is not cut.
+void WRAPCOPY(Array3<double>& f, int axis, int from, int to, const Reach& reach = Reach());
 
 // Fills the halo of f, w layers deep on each side that has a neighbour: the
 // x layers over f's j and k range first, then the y layers over its i range

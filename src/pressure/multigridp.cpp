@@ -75,7 +75,7 @@ inline bool share_cells(const Cells& c, int nz) {
 // On a cut level each process does the faces its block touches, over its
 // own rows; then the halo comes from the neighbours.  Where a direction is
 // cut, the rule's term at the far end of the box (weight 1 only on a
-// periodic face) is not held: a periodic face's ghost is then the halo from
+// periodic face) is not held: a periodic face's ghost is then copied from
 // the block at the other end, and the other faces take the near term alone.
 void face_ghosts(Array3<double>& f, int nx, int ny, int nz, const Cells& c) {
   const GhostWeights w1 = ghost_weights(LowX), w2 = ghost_weights(HighX);
@@ -99,6 +99,14 @@ void face_ghosts(Array3<double>& f, int nx, int ny, int nz, const Cells& c) {
         if (hix && w2.o == 0.0) r[nx + 1] = w2.t * r[nx];
       }
     }
+  }
+  if (cutx && (w1.o != 0.0 || w2.o != 0.0)) {
+#pragma omp master
+    {
+      if (w1.o != 0.0) WRAPCOPY(f, 0, nx, 0, interior(nx, ny, nz));
+      if (w2.o != 0.0) WRAPCOPY(f, 0, 1, nx + 1, interior(nx, ny, nz));
+    }
+#pragma omp barrier
   }
 
   // Group 2: y faces.
@@ -125,6 +133,14 @@ void face_ghosts(Array3<double>& f, int nx, int ny, int nz, const Cells& c) {
         for (int i = c.i0; i <= c.i1; ++i) gn[i] = w4.t * an[i];
       }
     }
+  }
+  if (cuty && (w3.o != 0.0 || w4.o != 0.0)) {
+#pragma omp master
+    {
+      if (w3.o != 0.0) WRAPCOPY(f, 1, ny, 0, interior(nx, ny, nz));
+      if (w4.o != 0.0) WRAPCOPY(f, 1, 1, ny + 1, interior(nx, ny, nz));
+    }
+#pragma omp barrier
   }
 
   // Group 3: z faces.
