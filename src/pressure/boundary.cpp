@@ -2,9 +2,11 @@
 
 #include <cstdint>
 #include <cstdlib>
+#include <initializer_list>
 
-#include "driver/fields.hpp"
+#include "common/distributed.hpp"
 #include "common/parallel.hpp"
+#include "driver/fields.hpp"
 
 namespace rl {
 
@@ -31,27 +33,59 @@ struct Split {
   }
 };
 
+// In a run over several processes the lines are those of the process's
+// block (with the box's ghost layers at the faces it touches).
 template <class Op>
 void LINES(Array3<double>& f, int ax, Split& split, Op op) {
-  const int I = imax, J = jmax, K = kmax;
+  const int K = kmax;
+  const int i0 = own_lo_i(0), i1 = own_hi_i(imax + 1), j0 = own_lo_j(0), j1 = own_hi_j(jmax + 1);
   split.to(ax);
   if (ax == 0) {
 #pragma omp for schedule(static) nowait
     for (int k = 0; k <= K + 1; ++k)
-      for (int j = 0; j <= J + 1; ++j) op(f.at(0, j, k));
+      for (int j = j0; j <= j1; ++j) op(f.row(j, k));
   } else if (ax == 1) {
 #pragma omp for schedule(static) nowait
     for (int k = 0; k <= K + 1; ++k) {
-      double* e = f.at(0, 0, k);
-      for (int i = 0; i <= I + 1; ++i) op(e + i);
+      double* e = f.origin() + k * f.sk();  // element (0, 0, k)
+      for (int i = i0; i <= i1; ++i) op(e + i);
     }
   } else {
 #pragma omp for schedule(static) nowait
-    for (int j = 0; j <= J + 1; ++j) {
-      double* e = f.at(0, j, 0);
-      for (int i = 0; i <= I + 1; ++i) op(e + i);
+    for (int j = j0; j <= j1; ++j) {
+      double* e = f.row(j, 0);
+      for (int i = i0; i <= i1; ++i) op(e + i);
     }
   }
+}
+
+// Whether this process's block touches a face of the box (always, on one
+// process), and whether a periodic face's partner lies with another process.
+bool touches(int face) {
+  const Ownership& o = ownership();
+  if (!o.on) return true;
+  switch (face) {
+    case LowX: return o.west;
+    case HighX: return o.east;
+    case LowY: return o.south;
+    case HighY: return o.north;
+    default: return true;
+  }
+}
+bool cut_axis(int ax) {
+  const Ownership& o = ownership();
+  return o.on && ((ax == 0 && o.split_x) || (ax == 1 && o.split_y));
+}
+
+// A periodic face of a cut axis: the ghost plane `to` is the plane `from`
+// of the block at the other end, copied by the main thread once every
+// thread has finished the passes before (and none reads on).
+void wrap(Array3<double>& f, int ax, int from, int to, Split& split) {
+#pragma omp barrier
+#pragma omp master
+  WRAPCOPY(f, ax, from, to, Reach{0, imax + 1, 0, jmax + 1, 0, kmax + 1});  // the lines' range
+#pragma omp barrier
+  split.last = -1;
 }
 
 std::int64_t axis_stride(const Array3<double>& f, int ax) { return ax == 0 ? 1 : (ax == 1 ? f.sj() : f.sk()); }
@@ -74,6 +108,17 @@ void FACE(Array3<double>& f, int own, int face, int t, double bc, Split& split) 
   const double cn = 1 - at;  // weight of the far end of the row
   const double ch = h;
   const double ct = t;
+  // Over several processes: only the blocks at the face; a periodic face
+  // across a cut copies from the other end (the rule then reduces to that
+  // copy: ghost n+1 <- 1 at the high face, 0 <- n at the low one).
+  if (t == Periodic && cut_axis(ax)) {
+    if (high)
+      wrap(f, ax, 1, n + 1, split);
+    else
+      wrap(f, ax, n, 0, split);
+    return;
+  }
+  if (!touches(face)) return;
 
   if (normal && !high) {
     const double cb = m - 2 * h * d;
@@ -106,9 +151,24 @@ void FIELDFACES(Array3<double>& f, int own, const Faces<int>& ibc, const Faces<d
   const std::int64_t on = n * s, on1 = (n - 1) * s, onp = (n + 1) * s;
   Split split;
   for (int face : order) FACE(f, own, face, ibc(face), bc(face), split);
-  if (lo == Given) LINES(f, own, split, [=](double* e) { e[-s] = 2 * e[0] - e[s]; });
-  if (hi == Given) LINES(f, own, split, [=](double* e) { e[onp] = 2 * e[on] - e[on1]; });
-  if (lo == Periodic) LINES(f, own, split, [=](double* e) { e[-s] = e[on1]; });
+  if (lo == Given && touches(2 * own + 1)) LINES(f, own, split, [=](double* e) { e[-s] = 2 * e[0] - e[s]; });
+  if (hi == Given && touches(2 * own + 2)) LINES(f, own, split, [=](double* e) { e[onp] = 2 * e[on] - e[on1]; });
+  if (lo == Periodic) {
+    if (cut_axis(own))
+      wrap(f, own, n - 1, -1, split);
+    else
+      LINES(f, own, split, [=](double* e) { e[-s] = e[on1]; });
+  }
+}
+
+// The halos of the velocities from the neighbouring blocks, once their
+// ghost layers are done (by the main thread; all wait for it).
+void velocity_halos(std::initializer_list<Array3<double>*> fields) {
+  if (!ownership().on) return;
+#pragma omp barrier
+#pragma omp master
+  for (Array3<double>* f : fields) HALO(*f, kHalo);
+#pragma omp barrier
 }
 
 const int kOrderU[6] = {LowX, HighX, LowY, HighY, LowZ, HighZ};
@@ -118,7 +178,10 @@ const int kOrderW[6] = {LowZ, HighZ, LowX, HighX, LowY, HighY};
 void BOUNDARYFIELD(Array3<double>& f, int own, const Faces<int>& ibc, const Faces<double>& bc,
                    const int (&order)[6]) {
 #pragma omp parallel default(shared) if (worth_sharing(cells_of(imax, jmax, kmax)))
-  FIELDFACES(f, own, ibc, bc, order);
+  {
+    FIELDFACES(f, own, ibc, bc, order);
+    velocity_halos({&f});
+  }
 }
 
 }  // namespace
@@ -141,6 +204,7 @@ void BOUNDARYUVW() {
     FIELDFACES(u, 0, ibcu, bcu, kOrderU);
     FIELDFACES(v, 1, ibcv, bcv, kOrderV);
     FIELDFACES(w, 2, ibcw, bcw, kOrderW);
+    velocity_halos({&u, &v, &w});
   }
 }
 

@@ -23,6 +23,7 @@
 #include "flow/yvelocity.hpp"
 #include "flow/zvelocity.hpp"
 #include "immersed/stepend.hpp"
+#include "pressure/boundary.hpp"
 #include "pressure/correction.hpp"
 #include "pressure/divergence.hpp"
 #include "pressure/multigridp.hpp"
@@ -73,7 +74,13 @@ void state(const Faceset& st, bool cut, const PlanSplit& s) {
   forcex = 0.01;
   forcey = -0.002;
   forcez = 0.0;
-  for (int f = 1; f <= 6; ++f) ibcu(f) = ibcv(f) = ibcw(f) = f <= 2 ? st.xtype : f <= 4 ? st.ytype : 1;
+  for (int f = 1; f <= 6; ++f) {
+    ibcu(f) = ibcv(f) = ibcw(f) = f <= 2 ? st.xtype : f <= 4 ? st.ytype : f == LowZ ? -1 : 1;
+    const bool given = ibcu(f) == -1;
+    bcu(f) = given ? 0.1 * f : 0.0;
+    bcv(f) = given ? -0.05 * f : 0.0;
+    bcw(f) = given ? 0.02 * f : 0.0;
+  }
   int c = 0;
   for (Array3<double>* a : {&u, &v, &w, &uo, &vo, &wo, &nut, &rhsuo, &rhsvo, &rhswo}) {
     for (int k = a->lo(2); k <= a->hi(2); ++k)
@@ -128,6 +135,39 @@ TEST(DistributedStep, PredictorsMatchTheWholeBox) {
             if ((*c.a)(i, j, k) != c.ref->at(i, j, k) && ++differ <= 3)
               ADD_FAILURE() << c.name << " (" << i << "," << j << "," << k << "), x type " << st.xtype
                             << ", y type " << st.ytype << ", rank " << rank << " of " << n;
+  }
+  OWNBOX();
+}
+
+// The ghost layers of the velocities and the halos after them: every
+// position a process holds (its block, the box's ghost layers at its faces,
+// its halo) as the whole box has it, bit for bit.
+TEST(DistributedStep, VelocityGhostsAndHalosMatchTheWholeBox) {
+  const int n = dist_size(), rank = dist_rank();
+  const Faceset setups[] = {{0, 1, 1}, {1, 0, 1}, {-1, -1, 1}, {0, 0, 1}, {1, -1, 1}};
+  for (const Faceset& st : setups) {
+    PlanSplit s;
+    std::string why;
+    ASSERT_TRUE(PLANSPLIT(n, 21, 11, s, why)) << why;
+    state(st, false, s);
+    BOUNDARYUVW();
+    const Snapshot U = snap(u), V = snap(v), W = snap(w);
+    state(st, true, s);
+    BOUNDARYUVW();
+    const struct {
+      const char* name;
+      const Array3<double>* a;
+      const Snapshot* ref;
+    } checks[] = {{"u", &u, &U}, {"v", &v, &V}, {"w", &w, &W}};
+    int differ = 0;
+    for (const auto& c : checks)
+      for (int k = c.a->lo(2); k <= c.a->hi(2); ++k)
+        for (int j = c.a->lo(1); j <= c.a->hi(1); ++j)
+          for (int i = c.a->lo(0); i <= c.a->hi(0); ++i)
+            if ((*c.a)(i, j, k) != c.ref->at(i, j, k) && ++differ <= 4)
+              ADD_FAILURE() << c.name << " (" << i << "," << j << "," << k << ") " << (*c.a)(i, j, k) << " vs "
+                            << c.ref->at(i, j, k) << ", x type " << st.xtype << ", y type " << st.ytype << ", rank "
+                            << rank << " of " << n;
   }
   OWNBOX();
 }
