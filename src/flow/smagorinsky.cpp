@@ -6,6 +6,7 @@
 
 #include "driver/fields.hpp"
 #include "immersed/immerse.hpp"
+#include "common/distributed.hpp"
 #include "common/parallel.hpp"
 
 namespace rl {
@@ -20,16 +21,16 @@ inline double ghost_w(double c, double near, double far) { return c * near + (1.
 // times the near one, so a given gradient (+1) negates the inner value.
 inline double ghost_nut(double c, double t, double near, double far) { return (1.0 - c) * far - t * near; }
 
-// One row (j, k) of stage 1, i = 1..n: the strain rates of each cell from
+// One row (j, k) of stage 1, i = i0..i1: the strain rates of each cell from
 // the staggered velocities, their magnitude and nut.
 struct StrainViews {
   Stencil<const double> u, v, w;
   Stencil<double> s11, s22, s33, s12, s13, s23, sabs, nut;
 };
 
-void strain_row(const StrainViews& a, int j, int k, int n, double dx, double dy, double dz, double c) {
+void strain_row(const StrainViews& a, int j, int k, int i0, int i1, double dx, double dy, double dz, double c) {
 #pragma GCC ivdep
-  for (int i = 1; i <= n; ++i) {
+  for (int i = i0; i <= i1; ++i) {
     const double a11 = (a.u(i, j, k) - a.u(i - 1, j, k)) / dx;
     const double a22 = (a.v(i, j, k) - a.v(i, j - 1, k)) / dy;
     const double a33 = (a.w(i, j, k) - a.w(i, j, k - 1)) / dz;
@@ -64,6 +65,26 @@ void strain_row(const StrainViews& a, int j, int k, int n, double dx, double dy,
 
 }  // namespace
 
+namespace {
+
+// A periodic face of an axis cut among processes: the ghost planes of the
+// strain rates and of nut are copies from the block at the other end (the
+// ghost rule reduces to that copy there), by the main thread once every
+// thread is done with the passes before.
+void wrap_ghosts(Array3<double>* const (&arrays)[7], int ax, bool low, bool high) {
+  const int n = ax == 0 ? imax : jmax;
+  const Reach lines{0, imax + 1, 0, jmax + 1, 0, kmax + 1};
+#pragma omp barrier
+#pragma omp master
+  for (Array3<double>* a : arrays) {
+    if (low) WRAPCOPY(*a, ax, n, 0, lines);
+    if (high) WRAPCOPY(*a, ax, 1, n + 1, lines);
+  }
+#pragma omp barrier
+}
+
+}  // namespace
+
 void SMAGORINSKY() {
   if (kmax < 1) return;
 
@@ -75,6 +96,22 @@ void SMAGORINSKY() {
   const double t1 = ibcp(LowX), t2 = ibcp(HighX), t3 = ibcp(LowY), t4 = ibcp(HighY), t5 = ibcp(LowZ), t6 = ibcp(HighZ);
 
   Array3<double>* const work[6] = {&s11, &s22, &s33, &s12, &s13, &s23};
+  Array3<double>* const all[7] = {&s11, &s22, &s33, &s12, &s13, &s23, &nut};
+
+  // In a run over several processes: this process's cells, and the ghost
+  // layers of the faces its block touches; a periodic face across a cut
+  // copies from the other end.
+  const Ownership& o = ownership();
+  const int ci0 = own_lo_i(1), ci1 = own_hi_i(imax), cj0 = own_lo_j(1), cj1 = own_hi_j(jmax);
+  const int gi0 = own_lo_i(0), gi1 = own_hi_i(imax + 1), gj0 = own_lo_j(0), gj1 = own_hi_j(jmax + 1);
+  const bool cutx = o.on && o.split_x, cuty = o.on && o.split_y;
+  // The far end of a row is not held across a cut: there the rule (whose
+  // far term has weight 0 except on a periodic face, which copies instead)
+  // takes the near cell in its place.
+  const int far1 = cutx ? 1 : imax, far2 = cutx ? imax : 1;
+  // Each x face by its rule here, or (periodic across a cut) by the copy.
+  const bool rule1 = (!o.on || o.west) && !(cutx && c1 == 0.0), rule2 = (!o.on || o.east) && !(cutx && c2 == 0.0);
+  const bool rule3 = (!o.on || o.south) && !(cuty && c3 == 0.0), rule4 = (!o.on || o.north) && !(cuty && c4 == 0.0);
 
 #pragma omp parallel if (worth_sharing(cells_of(imax, jmax, kmax)))
   {
@@ -86,15 +123,22 @@ void SMAGORINSKY() {
                             Stencil<double>(sabs),      Stencil<double>(nut)};
 #pragma omp for schedule(static)
     for (int k = 1; k <= kmax; ++k)
-      for (int j = 1; j <= jmax; ++j) strain_row(views, j, k, imax, dx, dy, dz, c);
+      for (int j = cj0; j <= cj1; ++j) strain_row(views, j, k, ci0, ci1, dx, dy, dz, c);
+
+    // The wall law of stage 2 reads nut of the neighbours' cells.
+    if (o.on) {
+#pragma omp master
+      HALO(nut, kHalo);
+#pragma omp barrier
+    }
 
     // Stage 2: forcing cells at the bed take their value from the flow
     // farther out.
 #pragma omp for schedule(static)
     for (int k = 1; k <= kmax; ++k)
-      for (int j = 1; j <= jmax; ++j) {
-        const int* F = flagc.at(0, j, k);
-        for (int i = 1; i <= imax; ++i)
+      for (int j = cj0; j <= cj1; ++j) {
+        const int* F = flagc.row(j, k);
+        for (int i = ci0; i <= ci1; ++i)
           if (F[i] == 0) IMMERSEVISC(i, j, k, nut(i, j, k));
       }
 
@@ -102,60 +146,75 @@ void SMAGORINSKY() {
     // the ones before, which fills edges and corners.
 #pragma omp for schedule(static)
     for (int k = 0; k <= kmax + 1; ++k)
-      for (int j = 0; j <= jmax + 1; ++j) {
+      for (int j = gj0; j <= gj1; ++j) {
         for (Array3<double>* a : work) {
           Array3<double>& W = *a;
-          W(0, j, k) = ghost_w(c1, W(1, j, k), W(imax, j, k));
-          W(imax + 1, j, k) = ghost_w(c2, W(imax, j, k), W(1, j, k));
+          if (rule1) W(0, j, k) = ghost_w(c1, W(1, j, k), W(far1, j, k));
+          if (rule2) W(imax + 1, j, k) = ghost_w(c2, W(imax, j, k), W(far2, j, k));
         }
-        nut(0, j, k) = ghost_nut(c1, t1, nut(1, j, k), nut(imax, j, k));
-        nut(imax + 1, j, k) = ghost_nut(c2, t2, nut(imax, j, k), nut(1, j, k));
+        if (rule1) nut(0, j, k) = ghost_nut(c1, t1, nut(1, j, k), nut(far1, j, k));
+        if (rule2) nut(imax + 1, j, k) = ghost_nut(c2, t2, nut(imax, j, k), nut(far2, j, k));
       }
+    if (cutx) wrap_ghosts(all, 0, c1 == 0.0, c2 == 0.0);
 
 #pragma omp for schedule(static)
     for (int k = 0; k <= kmax + 1; ++k) {
-      for (Array3<double>* a : work) {
-        Array3<double>& W = *a;
-        double* lo = W.at(0, 0, k);
-        double* hi = W.at(0, jmax + 1, k);
-        const double* in1 = W.at(0, 1, k);
-        const double* inn = W.at(0, jmax, k);
-        for (int i = 0; i <= imax + 1; ++i) {
-          lo[i] = ghost_w(c3, in1[i], inn[i]);
-          hi[i] = ghost_w(c4, inn[i], in1[i]);
+      if (rule3 || rule4) {
+        for (Array3<double>* a : work) {
+          Array3<double>& W = *a;
+          double* lo = W.origin() + k * W.sk();  // row (0, k)
+          double* hi = lo + (jmax + 1) * W.sj();
+          const double* in1 = lo + W.sj();
+          const double* inn = lo + jmax * W.sj();
+          const double* far3 = cuty ? in1 : inn;
+          const double* far4 = cuty ? inn : in1;
+          for (int i = gi0; i <= gi1; ++i) {
+            if (rule3) lo[i] = ghost_w(c3, in1[i], far3[i]);
+            if (rule4) hi[i] = ghost_w(c4, inn[i], far4[i]);
+          }
+        }
+        double* lo = nut.origin() + k * nut.sk();
+        double* hi = lo + (jmax + 1) * nut.sj();
+        const double* in1 = lo + nut.sj();
+        const double* inn = lo + jmax * nut.sj();
+        const double* far3 = cuty ? in1 : inn;
+        const double* far4 = cuty ? inn : in1;
+        for (int i = gi0; i <= gi1; ++i) {
+          if (rule3) lo[i] = ghost_nut(c3, t3, in1[i], far3[i]);
+          if (rule4) hi[i] = ghost_nut(c4, t4, inn[i], far4[i]);
         }
       }
-      double* lo = nut.at(0, 0, k);
-      double* hi = nut.at(0, jmax + 1, k);
-      const double* in1 = nut.at(0, 1, k);
-      const double* inn = nut.at(0, jmax, k);
-      for (int i = 0; i <= imax + 1; ++i) {
-        lo[i] = ghost_nut(c3, t3, in1[i], inn[i]);
-        hi[i] = ghost_nut(c4, t4, inn[i], in1[i]);
-      }
     }
+    if (cuty) wrap_ghosts(all, 1, c3 == 0.0, c4 == 0.0);
 
 #pragma omp for schedule(static)
-    for (int j = 0; j <= jmax + 1; ++j) {
+    for (int j = gj0; j <= gj1; ++j) {
       for (Array3<double>* a : work) {
         Array3<double>& W = *a;
-        double* lo = W.at(0, j, 0);
-        double* hi = W.at(0, j, kmax + 1);
-        const double* in1 = W.at(0, j, 1);
-        const double* inn = W.at(0, j, kmax);
-        for (int i = 0; i <= imax + 1; ++i) {
+        double* lo = W.row(j, 0);
+        double* hi = W.row(j, kmax + 1);
+        const double* in1 = W.row(j, 1);
+        const double* inn = W.row(j, kmax);
+        for (int i = gi0; i <= gi1; ++i) {
           lo[i] = ghost_w(c5, in1[i], inn[i]);
           hi[i] = ghost_w(c6, inn[i], in1[i]);
         }
       }
-      double* lo = nut.at(0, j, 0);
-      double* hi = nut.at(0, j, kmax + 1);
-      const double* in1 = nut.at(0, j, 1);
-      const double* inn = nut.at(0, j, kmax);
-      for (int i = 0; i <= imax + 1; ++i) {
+      double* lo = nut.row(j, 0);
+      double* hi = nut.row(j, kmax + 1);
+      const double* in1 = nut.row(j, 1);
+      const double* inn = nut.row(j, kmax);
+      for (int i = gi0; i <= gi1; ++i) {
         lo[i] = ghost_nut(c5, t5, in1[i], inn[i]);
         hi[i] = ghost_nut(c6, t6, inn[i], in1[i]);
       }
+    }
+
+    // The predictors read nut of the neighbours' cells and ghosts.
+    if (o.on) {
+#pragma omp master
+      HALO(nut, kHalo);
+#pragma omp barrier
     }
   }
 }

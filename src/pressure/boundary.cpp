@@ -119,23 +119,26 @@ void FACE(Array3<double>& f, int own, int face, int t, double bc, Split& split) 
     return;
   }
   if (!touches(face)) return;
+  // The far end of a line (weight 0 but on a periodic face) is not held
+  // across a cut: the near cell stands in for it.
+  const bool cut = cut_axis(ax);
 
   if (normal && !high) {
     const double cb = m - 2 * h * d;
-    const std::int64_t o = -h * s, on = n * s;
+    const std::int64_t o = -h * s, on = cut ? s : n * s;
     LINES(f, ax, split, [=](double* e) { e[o] = cn * e[on] + cb * bc + ch * e[s]; });
   } else if (normal) {
     const double cb = 1 - g + 2 * h * d;
-    const std::int64_t o = (n + g) * s, on1 = (n - 1) * s;
-    LINES(f, ax, split, [=](double* e) { e[o] = cn * e[s] + cb * bc + ch * e[on1]; });
+    const std::int64_t o = (n + g) * s, on1 = (n - 1) * s, o1 = cut ? on1 : s;
+    LINES(f, ax, split, [=](double* e) { e[o] = cn * e[o1] + cb * bc + ch * e[on1]; });
   } else if (!high) {
     const double cb = 2 * m - h * d;
-    const std::int64_t on = n * s;
+    const std::int64_t on = cut ? s : n * s;
     LINES(f, ax, split, [=](double* e) { e[0] = ct * e[s] + cn * e[on] + cb * bc; });
   } else {
     const double cb = 2 * m + h * d;
-    const std::int64_t o = (n + 1) * s, on = n * s;
-    LINES(f, ax, split, [=](double* e) { e[o] = ct * e[on] + cn * e[s] + cb * bc; });
+    const std::int64_t o = (n + 1) * s, on = n * s, o1 = cut ? on : s;
+    LINES(f, ax, split, [=](double* e) { e[o] = ct * e[on] + cn * e[o1] + cb * bc; });
   }
 }
 
