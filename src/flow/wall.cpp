@@ -2,8 +2,9 @@
 
 #include <cmath>
 
-#include "driver/fields.hpp"
+#include "common/distributed.hpp"
 #include "common/parallel.hpp"
+#include "driver/fields.hpp"
 
 namespace rl {
 
@@ -29,14 +30,16 @@ struct SideWallLaw {
 
 // Rows r (read) and s (written) of one side wall: pass 1 sets u of row s,
 // pass 2 sets w of row s from the component `c` of row r, taken with the mean
-// of u at the w position.
+// of u at the w position.  Over several processes, the blocks at the wall do
+// their columns, reading the neighbours' of the last exchange.
 void wall_rows(int r, int s, const Array3<double>& c) {
   const SideWallLaw law;
+  const int i0 = own_lo_i(1), i1 = own_hi_i(imax);
 #pragma omp parallel if (worth_sharing(cells_of(imax, jmax, kmax)))
   {
 #pragma omp for schedule(static)
     for (int k = 1; k <= kmax; ++k)
-      for (int i = 1; i <= imax; ++i) {
+      for (int i = i0; i <= i1; ++i) {
         const double wm = (w(i, r, k) + w(i + 1, r, k) + w(i, r, k - 1) + w(i + 1, r, k - 1)) * 0.25;
         const double vel = std::sqrt(u(i, r, k) * u(i, r, k) + wm * wm);
         u(i, s, k) = law(u(i, r, k), vel);
@@ -44,7 +47,7 @@ void wall_rows(int r, int s, const Array3<double>& c) {
 
 #pragma omp for schedule(static)
     for (int k = 1; k <= kmax; ++k)
-      for (int i = 1; i <= imax; ++i) {
+      for (int i = i0; i <= i1; ++i) {
         const double um = (u(i, r, k) + u(i, r, k + 1) + u(i - 1, r, k) + u(i - 1, r, k + 1)) * 0.25;
         const double vel = std::sqrt(um * um + c(i, r, k) * c(i, r, k));
         w(i, s, k) = law(c(i, r, k), vel);
@@ -56,9 +59,15 @@ void wall_rows(int r, int s, const Array3<double>& c) {
 
 // Low-y side wall: u and w of row 1 from row 2.  The w row is scaled from v
 // of row 2, not from w: the two side walls differ on purpose.
-void WALLS() { wall_rows(2, 1, v); }
+void WALLS() {
+  const Ownership& o = ownership();
+  if (!o.on || o.south) wall_rows(2, 1, v);
+}
 
 // High-y side wall: u and w of row jmax from row jmax-1.
-void WALLN() { wall_rows(jmax - 1, jmax, w); }
+void WALLN() {
+  const Ownership& o = ownership();
+  if (!o.on || o.north) wall_rows(jmax - 1, jmax, w);
+}
 
 }  // namespace rl

@@ -20,6 +20,7 @@
 #include "flow/forces.hpp"
 #include "flow/smagorinsky.hpp"
 #include "flow/timestep.hpp"
+#include "flow/wall.hpp"
 #include "flow/xvelocity.hpp"
 #include "flow/yvelocity.hpp"
 #include "flow/zvelocity.hpp"
@@ -105,8 +106,9 @@ Snapshot snap(const Array3<double>& a) {
   return s;
 }
 
-// The three predictors: every position this process computes, bit for bit.
-TEST(DistributedStep, PredictorsMatchTheWholeBox) {
+// The three predictors and the side-wall law after them: every position
+// this process computes, bit for bit.
+TEST(DistributedStep, PredictorsAndSideWallsMatchTheWholeBox) {
   const int n = dist_size(), rank = dist_rank();
   const Faceset setups[] = {{0, 1, 1}, {1, 0, 1}, {-1, -1, 1}};
   for (const Faceset& st : setups) {
@@ -114,14 +116,21 @@ TEST(DistributedStep, PredictorsMatchTheWholeBox) {
     std::string why;
     ASSERT_TRUE(PLANSPLIT(n, 21, 11, s, why)) << why;
     state(st, false, s);
+    rough = 2.0;
     XVELOCITY();
     YVELOCITY();
     ZVELOCITY();
+    WALLS();
+    WALLN();
     const Snapshot U = snap(u), V = snap(v), W = snap(w), RU = snap(rhsuo), RV = snap(rhsvo), RW = snap(rhswo);
     state(st, true, s);
     XVELOCITY();
     YVELOCITY();
     ZVELOCITY();
+    // The side-wall law reads the predicted velocities of the neighbours.
+    for (Array3<double>* a : {&u, &v, &w}) HALO(*a, kHalo);
+    WALLS();
+    WALLN();
     const struct {
       const char* name;
       const Array3<double>* a;
