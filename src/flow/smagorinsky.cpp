@@ -168,9 +168,15 @@ void SMAGORINSKY() {
           const double* inn = lo + jmax * W.sj();
           const double* far3 = cuty ? in1 : inn;
           const double* far4 = cuty ? inn : in1;
-          for (int i = gi0; i <= gi1; ++i) {
-            if (rule3) lo[i] = ghost_w(c3, in1[i], far3[i]);
-            if (rule4) hi[i] = ghost_w(c4, inn[i], far4[i]);
+          if (rule3 && rule4) {
+            for (int i = gi0; i <= gi1; ++i) {
+              lo[i] = ghost_w(c3, in1[i], far3[i]);
+              hi[i] = ghost_w(c4, inn[i], far4[i]);
+            }
+          } else if (rule3) {
+            for (int i = gi0; i <= gi1; ++i) lo[i] = ghost_w(c3, in1[i], far3[i]);
+          } else {
+            for (int i = gi0; i <= gi1; ++i) hi[i] = ghost_w(c4, inn[i], far4[i]);
           }
         }
         double* lo = nut.origin() + k * nut.sk();
@@ -179,9 +185,15 @@ void SMAGORINSKY() {
         const double* inn = lo + jmax * nut.sj();
         const double* far3 = cuty ? in1 : inn;
         const double* far4 = cuty ? inn : in1;
-        for (int i = gi0; i <= gi1; ++i) {
-          if (rule3) lo[i] = ghost_nut(c3, t3, in1[i], far3[i]);
-          if (rule4) hi[i] = ghost_nut(c4, t4, inn[i], far4[i]);
+        if (rule3 && rule4) {
+          for (int i = gi0; i <= gi1; ++i) {
+            lo[i] = ghost_nut(c3, t3, in1[i], far3[i]);
+            hi[i] = ghost_nut(c4, t4, inn[i], far4[i]);
+          }
+        } else if (rule3) {
+          for (int i = gi0; i <= gi1; ++i) lo[i] = ghost_nut(c3, t3, in1[i], far3[i]);
+        } else {
+          for (int i = gi0; i <= gi1; ++i) hi[i] = ghost_nut(c4, t4, inn[i], far4[i]);
         }
       }
     }
