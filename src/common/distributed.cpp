@@ -344,8 +344,42 @@ Ownership& ownership() {
   return o;
 }
 
-void OWNBLOCK(const PlanSplit& s, const Block& blk, int imax, int jmax) {
+namespace {
+
+// The shares of the next coarser level, when every share halves evenly:
+// each starts on an odd column and all but the last end on an even one (the
+// last ends at the level's last column, n / 2, as on one process), and each
+// keeps at least kMinLevelColumns.
+bool halve(const std::vector<int>& lo, const std::vector<int>& hi, int n, std::vector<int>& clo,
+           std::vector<int>& chi) {
+  const std::size_t m = lo.size();
+  clo.assign(m, 0);
+  chi.assign(m, 0);
+  for (std::size_t a = 0; a < m; ++a) {
+    if (lo[a] % 2 != 1 || (a + 1 < m && hi[a] % 2 != 0)) return false;
+    clo[a] = (lo[a] - 1) / 2 + 1;
+    chi[a] = a + 1 < m ? hi[a] / 2 : n / 2;
+    if (chi[a] - clo[a] + 1 < kMinLevelColumns) return false;
+  }
+  return true;
+}
+
+LevelCut level_of(const PlanSplit& s, int rank, bool xp, bool yp, int ni, int nj) {
+  LevelCut c;
+  c.split = s;
+  c.blk = block_of(s, rank, xp, yp);
+  c.west = c.blk.ilo == 1;
+  c.east = c.blk.ihi == ni;
+  c.south = c.blk.jlo == 1;
+  c.north = c.blk.jhi == nj;
+  return c;
+}
+
+}  // namespace
+
+void OWNBLOCK(const PlanSplit& s, int rank, bool xperiodic, bool yperiodic, int imax, int jmax) {
   Ownership& o = ownership();
+  const Block blk = block_of(s, rank, xperiodic, yperiodic);
   o.on = true;
   o.split = s;
   o.blk = blk;
@@ -355,26 +389,46 @@ void OWNBLOCK(const PlanSplit& s, const Block& blk, int imax, int jmax) {
   o.north = blk.jhi == jmax;
   o.split_x = s.px > 1;
   o.split_y = s.py > 1;
+  o.levels.clear();
+  PlanSplit cur = s;
+  int ni = imax, nj = jmax;
+  for (;;) {
+    o.levels.push_back(level_of(cur, rank, xperiodic, yperiodic, ni, nj));
+    PlanSplit next;
+    next.px = cur.px;
+    next.py = cur.py;
+    if (!halve(cur.ilo, cur.ihi, ni, next.ilo, next.ihi) || !halve(cur.jlo, cur.jhi, nj, next.jlo, next.jhi)) break;
+    cur = next;
+    ni /= 2;
+    nj /= 2;
+  }
 }
+
+bool level_is_cut(int l) {
+  const Ownership& o = ownership();
+  return o.on && l <= 0 && -l < static_cast<int>(o.levels.size());
+}
+
+const LevelCut& level_cut(int l) { return ownership().levels[static_cast<std::size_t>(-l)]; }
 
 void OWNBOX() { ownership() = Ownership(); }
 
-void HALO(Array3<double>& f, int w, const Reach& reach) {
-  const Ownership& o = ownership();
-  if (!o.on) return;
+void HALO(Array3<double>& f, int w, const Reach& reach, int level) {
+  if (!level_is_cut(level)) return;
+  const LevelCut& c = level_cut(level);
   // Only the cuts between blocks: the faces of the box, periodic or not,
   // have their ghost rules.
-  Block b = o.blk;
-  if (o.west) b.west = -1;
-  if (o.east) b.east = -1;
-  if (o.south) b.south = -1;
-  if (o.north) b.north = -1;
+  Block b = c.blk;
+  if (c.west) b.west = -1;
+  if (c.east) b.east = -1;
+  if (c.south) b.south = -1;
+  if (c.north) b.north = -1;
   EXCHANGE(f, b, w, reach);
 }
 
-void WRAPCOPY(Array3<double>& f, int axis, int from, int to, const Reach& reach) {
-  const Ownership& o = ownership();
-  if (!o.on) return;
+void WRAPCOPY(Array3<double>& f, int axis, int from, int to, const Reach& reach, int level) {
+  if (!level_is_cut(level)) return;
+  const LevelCut& o = level_cut(level);
   const PlanSplit& s = o.split;
   const int m = axis == 0 ? s.px : s.py;
   if (m < 2) return;
@@ -389,11 +443,11 @@ void WRAPCOPY(Array3<double>& f, int axis, int from, int to, const Reach& reach)
   // The rows (x) or columns (y) of the other direction, and the planes.
   int c0, c1;
   if (axis == 0) {
-    c0 = std::max(own_lo_j(f.lo(1)), reach.j0);
-    c1 = std::min(own_hi_j(f.hi(1)), reach.j1);
+    c0 = std::max(o.south ? f.lo(1) : o.blk.jlo, reach.j0);
+    c1 = std::min(o.north ? f.hi(1) : o.blk.jhi, reach.j1);
   } else {
-    c0 = std::max(own_lo_i(f.lo(0)), reach.i0);
-    c1 = std::min(own_hi_i(f.hi(0)), reach.i1);
+    c0 = std::max(o.west ? f.lo(0) : o.blk.ilo, reach.i0);
+    c1 = std::min(o.east ? f.hi(0) : o.blk.ihi, reach.i1);
   }
   const int k0 = std::max(f.lo(2), reach.k0), k1 = std::min(f.hi(2), reach.k1);
   if (c1 < c0 || k1 < k0) return;

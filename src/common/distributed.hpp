@@ -68,16 +68,35 @@ Block block_of(const PlanSplit& s, int rank, bool xperiodic, bool yperiodic);
 // stencil, 3 for the image points of the wall laws near the bed.
 constexpr int kHalo = 3;
 
+// This process's part of one level of the multigrid (level 0: the grid of
+// the fields; level l: its cells merged 2^-l at a time), in that level's
+// column numbers.
+struct LevelCut {
+  PlanSplit split;
+  Block blk;
+  bool west = true, east = true, south = true, north = true;  // the block touches that face of the box
+};
+
 struct Ownership {
   bool on = false;
   PlanSplit split;
   Block blk;
   bool west = true, east = true, south = true, north = true;  // the block touches that face of the box
   bool split_x = false, split_y = false;                      // more than one block along x / y
+  // The levels that stay cut, 0, -1, ... : as long as every block's columns
+  // halve evenly and keep at least kMinLevelColumns; coarser levels are held
+  // whole by every process.
+  std::vector<LevelCut> levels;
 };
 Ownership& ownership();
-// Makes blk this process's part of the box of imax x jmax columns.
-void OWNBLOCK(const PlanSplit& s, const Block& blk, int imax, int jmax);
+// The fewest columns a block of a coarse level may keep across x and y.
+constexpr int kMinLevelColumns = 2;
+// Makes this rank's block of s its part of the box of imax x jmax columns
+// (periodic directions: the blocks at the ends are neighbours).
+void OWNBLOCK(const PlanSplit& s, int rank, bool xperiodic, bool yperiodic, int imax, int jmax);
+// Whether level l (0 the finest) is cut among the processes, and its cut.
+bool level_is_cut(int l);
+const LevelCut& level_cut(int l);
 // Back to the whole box.
 void OWNBOX();
 
@@ -131,7 +150,7 @@ struct Reach {
 // blocks (EXCHANGE), w columns deep, within reach; nothing when ownership is
 // off.  The box's own ghost layers, at a periodic face too, are left to the
 // ghost rules (WRAPCOPY).
-void HALO(Array3<double>& f, int w, const Reach& reach = Reach());
+void HALO(Array3<double>& f, int w, const Reach& reach = Reach(), int level = 0);
 
 // The ghost rule of a periodic face cut among processes: the blocks at the
 // two ends of the box along axis (0 x, 1 y) copy the plane `from` of f (an
@@ -140,7 +159,7 @@ void HALO(Array3<double>& f, int w, const Reach& reach = Reach());
 // face), over that block's own rows of the other direction (the box's ghost
 // rows at its faces) and f's k range, within reach.  Every process calls it
 // together; it does nothing when the axis is not cut.
-void WRAPCOPY(Array3<double>& f, int axis, int from, int to, const Reach& reach = Reach());
+void WRAPCOPY(Array3<double>& f, int axis, int from, int to, const Reach& reach = Reach(), int level = 0);
 
 // Fills the halo of f, w layers deep on each side that has a neighbour: the
 // x layers over f's j and k range first, then the y layers over its i range

@@ -48,6 +48,8 @@ Array3<double> xg3, yg3, zg3;
 Array2<double> elev;
 Array3<double> uout, vout, wout, pout, vortout, qout;
 
+bool level_cut_here(int l) { return level_is_cut(l) && (l == 0 || l > lmin); }
+
 void LEVELCOUNT() {
   if (imax < 2) {
     lmin = 0;
@@ -92,13 +94,22 @@ void ALLOCFIELDS() {
     g.nx = imax / fac;
     g.ny = jmax / fac;
     g.nz = kmax / fac;
-    // The finest level is held like the fields; the coarser ones whole.
+    // The finest level is held like the fields; a cut coarse level as its
+    // block with one column of each neighbour; the others whole.
+    int i0 = 0, i1 = g.nx + 1, j0 = 0, j1 = g.ny + 1;
+    if (l < 0 && level_cut_here(l)) {
+      const LevelCut& c = level_cut(l);
+      i0 = c.west ? 0 : c.blk.ilo - 1;
+      i1 = c.east ? g.nx + 1 : c.blk.ihi + 1;
+      j0 = c.south ? 0 : c.blk.jlo - 1;
+      j1 = c.north ? g.ny + 1 : c.blk.jhi + 1;
+    }
     for (auto [a, name] : {std::pair{&g.phi, "pmg%phi"}, {&g.lap, "pmg%lap"}, {&g.src, "pmg%src"},
                            {&g.res, "pmg%res"}, {&g.spare, "pmg%spare"}}) {
       if (l == 0)
         held(*a, name, 0, 0, 0);
       else
-        need(*a, name, 0, g.nx + 1, 0, g.ny + 1, 0, g.nz + 1);
+        need(*a, name, i0, i1, j0, j1, 0, g.nz + 1);
     }
   }
   held(p, "p", 0, 0, 0);

@@ -44,6 +44,11 @@ struct MGLEVEL {
   int nx = 0, ny = 0, nz = 0;  // cell counts of the level
 };
 
+// Whether level l of the multigrid is cut among the processes of a run over
+// several: the finest always, a coarser one while the blocks halve evenly,
+// the coarsest never (every process solves it whole).
+bool level_cut_here(int l);
+
 // The levels lmin..0, indexed by the (non-positive) level number.
 class MGLevels {
  public:

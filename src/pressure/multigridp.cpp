@@ -46,16 +46,21 @@ inline GhostWeights ghost_weights(int face) {
 
 // The cells of a level that this process computes.  In a run over several
 // processes the finest level is cut like the fields (each process its
-// block); the coarser levels are held whole by every process, which solves
-// them alike (the coarse problem is gathered, see RESTRICTIONP).
+// block), and so are the coarser levels while the blocks halve evenly; the
+// levels below are held whole by every process, which solves them alike
+// (the coarse problem is gathered, see RESTRICTIONP).
 struct Cells {
   int i0, i1, j0, j1;
   bool part;  // the level is cut among the processes
+  int level;
+  bool west, east, south, north;  // the block touches that face of the box
 };
 
 inline Cells level_cells(int l, const MGLEVEL& g) {
-  if (l == 0 && ownership().on) return {own_lo_i(1), own_hi_i(g.nx), own_lo_j(1), own_hi_j(g.ny), true};
-  return {1, g.nx, 1, g.ny, false};
+  if (!level_cut_here(l)) return {1, g.nx, 1, g.ny, false, l, true, true, true, true};
+  const LevelCut& c = level_cut(l);
+  return {c.west ? 1 : c.blk.ilo, c.east ? g.nx : c.blk.ihi, c.south ? 1 : c.blk.jlo, c.north ? g.ny : c.blk.jhi,
+          true, l, c.west, c.east, c.south, c.north};
 }
 
 // What the halo of a level's array carries: the interior cells, never the
@@ -82,8 +87,7 @@ void face_ghosts(Array3<double>& f, int nx, int ny, int nz, const Cells& c) {
   const GhostWeights w3 = ghost_weights(LowY), w4 = ghost_weights(HighY);
   const GhostWeights w5 = ghost_weights(LowZ), w6 = ghost_weights(HighZ);
   const Ownership& o = ownership();
-  const bool lox = !c.part || o.west, hix = !c.part || o.east;
-  const bool loy = !c.part || o.south, hiy = !c.part || o.north;
+  const bool lox = c.west, hix = c.east, loy = c.south, hiy = c.north;
   const bool cutx = c.part && o.split_x, cuty = c.part && o.split_y;
 
   // Group 1: x faces.
@@ -103,8 +107,8 @@ void face_ghosts(Array3<double>& f, int nx, int ny, int nz, const Cells& c) {
   if (cutx && (w1.o != 0.0 || w2.o != 0.0)) {
 #pragma omp master
     {
-      if (w1.o != 0.0) WRAPCOPY(f, 0, nx, 0, interior(nx, ny, nz));
-      if (w2.o != 0.0) WRAPCOPY(f, 0, 1, nx + 1, interior(nx, ny, nz));
+      if (w1.o != 0.0) WRAPCOPY(f, 0, nx, 0, interior(nx, ny, nz), c.level);
+      if (w2.o != 0.0) WRAPCOPY(f, 0, 1, nx + 1, interior(nx, ny, nz), c.level);
     }
 #pragma omp barrier
   }
@@ -137,8 +141,8 @@ void face_ghosts(Array3<double>& f, int nx, int ny, int nz, const Cells& c) {
   if (cuty && (w3.o != 0.0 || w4.o != 0.0)) {
 #pragma omp master
     {
-      if (w3.o != 0.0) WRAPCOPY(f, 1, ny, 0, interior(nx, ny, nz));
-      if (w4.o != 0.0) WRAPCOPY(f, 1, 1, ny + 1, interior(nx, ny, nz));
+      if (w3.o != 0.0) WRAPCOPY(f, 1, ny, 0, interior(nx, ny, nz), c.level);
+      if (w4.o != 0.0) WRAPCOPY(f, 1, 1, ny + 1, interior(nx, ny, nz), c.level);
     }
 #pragma omp barrier
   }
@@ -159,7 +163,7 @@ void face_ghosts(Array3<double>& f, int nx, int ny, int nz, const Cells& c) {
   // The halo of a cut level, by the main thread; all wait for it.
   if (c.part) {
 #pragma omp master
-    HALO(f, 1, interior(nx, ny, nz));
+    HALO(f, 1, interior(nx, ny, nz), c.level);
 #pragma omp barrier
   }
 }
@@ -228,40 +232,46 @@ void BOUNDARYP(int l) {
 }
 
 void BOUNDARYPRES(int l) {
-  // Only coarse levels get here (from PROLONGATIONP), and they are whole on
-  // every process.
   MGLEVEL& g = pmg(l);
   Array3<double>& r = g.res;
   const int nx = g.nx, ny = g.ny, nz = g.nz;
+  // On a cut level each process does the edges and corners its block
+  // touches.
+  const Cells c = level_cells(l, g);
+  const bool lox = c.west, hix = c.east, loy = c.south, hiy = c.north;
 #pragma omp parallel if (worth_sharing(face_cells(nx, ny, nz)))
   {
-    face_ghosts(r, nx, ny, nz, level_cells(l, g));
+    face_ghosts(r, nx, ny, nz, c);
 
     // Group 4: the four edges along x.
 #pragma omp for schedule(static)
-    for (int i = 1; i <= nx; ++i) {
-      r(i, 0, 0) = r(i, 0, 1) - r(i, 1, 1) + r(i, 1, 0);
-      r(i, ny + 1, 0) = r(i, ny + 1, 1) - r(i, ny, 1) + r(i, ny, 0);
-      r(i, 0, nz + 1) = r(i, 0, nz) - r(i, 1, nz) + r(i, 1, nz + 1);
-      r(i, ny + 1, nz + 1) = r(i, ny + 1, nz) - r(i, ny, nz) + r(i, ny, nz + 1);
+    for (int i = c.i0; i <= c.i1; ++i) {
+      if (loy) r(i, 0, 0) = r(i, 0, 1) - r(i, 1, 1) + r(i, 1, 0);
+      if (hiy) r(i, ny + 1, 0) = r(i, ny + 1, 1) - r(i, ny, 1) + r(i, ny, 0);
+      if (loy) r(i, 0, nz + 1) = r(i, 0, nz) - r(i, 1, nz) + r(i, 1, nz + 1);
+      if (hiy) r(i, ny + 1, nz + 1) = r(i, ny + 1, nz) - r(i, ny, nz) + r(i, ny, nz + 1);
     }
 
     // Group 5: the four edges along y.
 #pragma omp for schedule(static)
-    for (int j = 1; j <= ny; ++j) {
-      r(0, j, 0) = r(1, j, 0) - r(1, j, 1) + r(0, j, 1);
-      r(0, j, nz + 1) = r(1, j, nz + 1) - r(1, j, nz) + r(0, j, nz);
-      r(nx + 1, j, 0) = r(nx, j, 0) - r(nx, j, 1) + r(nx + 1, j, 1);
-      r(nx + 1, j, nz + 1) = r(nx, j, nz + 1) - r(nx, j, nz) + r(nx + 1, j, nz);
+    for (int j = c.j0; j <= c.j1; ++j) {
+      if (lox) {
+        r(0, j, 0) = r(1, j, 0) - r(1, j, 1) + r(0, j, 1);
+        r(0, j, nz + 1) = r(1, j, nz + 1) - r(1, j, nz) + r(0, j, nz);
+      }
+      if (hix) {
+        r(nx + 1, j, 0) = r(nx, j, 0) - r(nx, j, 1) + r(nx + 1, j, 1);
+        r(nx + 1, j, nz + 1) = r(nx, j, nz + 1) - r(nx, j, nz) + r(nx + 1, j, nz);
+      }
     }
 
     // Group 6: the four edges along z.
 #pragma omp for schedule(static)
     for (int k = 1; k <= nz; ++k) {
-      r(0, 0, k) = r(0, 1, k) - r(1, 1, k) + r(1, 0, k);
-      r(nx + 1, 0, k) = r(nx + 1, 1, k) - r(nx, 1, k) + r(nx, 0, k);
-      r(0, ny + 1, k) = r(0, ny, k) - r(1, ny, k) + r(1, ny + 1, k);
-      r(nx + 1, ny + 1, k) = r(nx + 1, ny, k) - r(nx, ny, k) + r(nx, ny + 1, k);
+      if (lox && loy) r(0, 0, k) = r(0, 1, k) - r(1, 1, k) + r(1, 0, k);
+      if (hix && loy) r(nx + 1, 0, k) = r(nx + 1, 1, k) - r(nx, 1, k) + r(nx, 0, k);
+      if (lox && hiy) r(0, ny + 1, k) = r(0, ny, k) - r(1, ny, k) + r(1, ny + 1, k);
+      if (hix && hiy) r(nx + 1, ny + 1, k) = r(nx + 1, ny, k) - r(nx, ny, k) + r(nx, ny + 1, k);
     }
   }
 
@@ -271,9 +281,11 @@ void BOUNDARYPRES(int l) {
   const int cis[2] = {0, nx + 1}, iis[2] = {1, nx};
   const int cjs[2] = {0, ny + 1}, ijs[2] = {1, ny};
   const int cks[2] = {0, nz + 1}, iks[2] = {1, nz};
+  const bool hasx[2] = {lox, hix}, hasy[2] = {loy, hiy};
   for (int zk = 0; zk < 2; ++zk) {
     for (int yj = 0; yj < 2; ++yj) {
       for (int xi = 0; xi < 2; ++xi) {
+        if (!hasx[xi] || !hasy[yj]) continue;
         const int ci = cis[xi], ii = iis[xi];
         const int cj = cjs[yj], ij = ijs[yj];
         const int ck = cks[zk], ik = iks[zk];
@@ -405,9 +417,10 @@ namespace {
 // the fine cells f: on a cut fine level, each process's share of the coarse
 // level, disjoint and together whole; their second fine cells may lie in
 // the halo.  An uncut fine level gives the whole coarse level.
-Cells coarse_share(const Cells& f, const MGLEVEL& c) {
-  if (!f.part) return {1, c.nx, 1, c.ny, false};
-  return {(f.i0 + 2) / 2, std::min((f.i1 + 1) / 2, c.nx), (f.j0 + 2) / 2, std::min((f.j1 + 1) / 2, c.ny), true};
+Cells coarse_share(const Cells& f, const MGLEVEL& c, int l) {
+  if (!f.part) return {1, c.nx, 1, c.ny, false, l, true, true, true, true};
+  return {(f.i0 + 2) / 2, std::min((f.i1 + 1) / 2, c.nx), (f.j0 + 2) / 2, std::min((f.j1 + 1) / 2, c.ny), true, l,
+          f.west, f.east, f.south, f.north};
 }
 
 }  // namespace
@@ -417,11 +430,14 @@ void RESTRICTIONP(int l) {
   MGLEVEL& c = pmg(l - 1);
   const int nz = c.nz;
   const Cells fc = level_cells(l, f);
-  // From a cut level to a whole one: each process restricts its share (the
-  // fine residual's halo first) and then every process gathers the others'
-  // shares, so that all hold the same coarse problem.
-  if (fc.part) HALO(f.res, 1, interior(f.nx, f.ny, f.nz));
-  const Cells cc = coarse_share(fc, c);
+  // Between two cut levels each process restricts its own block (the fine
+  // cells of its coarse cells are its own).  From a cut level to a whole one:
+  // each process restricts its share (the fine residual's halo first) and
+  // then every process gathers the others' shares, so that all hold the same
+  // coarse problem.
+  const bool gather = fc.part && !level_cut_here(l - 1);
+  if (gather) HALO(f.res, 1, interior(f.nx, f.ny, f.nz), l);
+  const Cells cc = gather ? coarse_share(fc, c, l - 1) : level_cells(l - 1, c);
   const int i0 = cc.i0, i1 = cc.i1;
 #pragma omp parallel for schedule(static) if (worth_sharing(8 * cells_of(i1 - i0 + 1, cc.j1 - cc.j0 + 1, nz)))
   for (int k = 1; k <= nz; ++k) {
@@ -439,7 +455,7 @@ void RESTRICTIONP(int l) {
       }
     }
   }
-  if (cc.part) {
+  if (gather) {
     ALLGATHERBOX(c.src, cc.i0, cc.i1, cc.j0, cc.j1, 1, nz);
     for (int k = 1; k <= nz; ++k)
       for (int j = 1; j <= c.ny; ++j) {
@@ -457,13 +473,17 @@ void PROLONGATIONP(int l) {
   MGLEVEL& c = pmg(l - 1);
   MGLEVEL& f = pmg(l);
   const int nz = c.nz;
-  // On a cut fine level, the coarse cells with a fine cell of this process;
-  // the other fine cell of such a coarse cell lies in the halo, which the
-  // next exchange overwrites before anything reads it.
+  // A cut coarse level: its own block, whose fine cells are this process's.
+  // A whole coarse level under a cut fine one: the coarse cells with a fine
+  // cell of this process; the other fine cell of such a coarse cell lies in
+  // the halo, which the next exchange overwrites before anything reads it.
   const Cells fc = level_cells(l, f);
-  const Cells cc = fc.part ? Cells{(fc.i0 + 1) / 2, std::min((fc.i1 + 1) / 2, c.nx), (fc.j0 + 1) / 2,
-                                   std::min((fc.j1 + 1) / 2, c.ny), true}
-                           : Cells{1, c.nx, 1, c.ny, false};
+  const Cells cc = level_cut_here(l - 1)
+                       ? level_cells(l - 1, c)
+                       : fc.part ? Cells{(fc.i0 + 1) / 2, std::min((fc.i1 + 1) / 2, c.nx), (fc.j0 + 1) / 2,
+                                         std::min((fc.j1 + 1) / 2, c.ny), true, l - 1, fc.west, fc.east, fc.south,
+                                         fc.north}
+                                 : level_cells(l - 1, c);
   const int i0 = cc.i0, i1 = cc.i1;
   const Array3<double>& P = c.phi;
 #pragma omp parallel for schedule(static) if (worth_sharing(8 * cells_of(i1 - i0 + 1, cc.j1 - cc.j0 + 1, nz)))
