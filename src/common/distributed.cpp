@@ -5,6 +5,7 @@
 #endif
 
 #include <algorithm>
+#include <chrono>
 #include <cstdint>
 #include <cstdlib>
 #include <limits>
@@ -19,6 +20,21 @@ int env_int(const char* name) {
 }
 
 bool started = false;  // MPI_Init was called here
+
+// Adds the seconds of its life to a counter of dist_times().
+struct Clock {
+  double& sum;
+  long& count;
+  double t0;
+  Clock(double& s, long& c) : sum(s), count(c), t0(now()) {}
+  ~Clock() {
+    sum += now() - t0;
+    ++count;
+  }
+  static double now() {
+    return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
+  }
+};
 
 // Equal contiguous shares of 1..n among m blocks, the first n % m one more.
 void shares(int n, int m, std::vector<int>& lo, std::vector<int>& hi) {
@@ -120,7 +136,10 @@ enum class Op { Min, Max };
 double reduce(double x, Op op) {
 #ifdef RIVERLES_MPI
   double r = x;
-  if (started) MPI_Allreduce(&x, &r, 1, MPI_DOUBLE, op == Op::Min ? MPI_MIN : MPI_MAX, MPI_COMM_WORLD);
+  if (started) {
+    Clock clock(dist_times().reduce, dist_times().reduces);
+    MPI_Allreduce(&x, &r, 1, MPI_DOUBLE, op == Op::Min ? MPI_MIN : MPI_MAX, MPI_COMM_WORLD);
+  }
   return r;
 #else
   (void)op;
@@ -139,7 +158,10 @@ double dist_sum(double x) {
   // them by rank gives every process the same bits.
   std::vector<double> all(static_cast<std::size_t>(dist_size()), x);
 #ifdef RIVERLES_MPI
-  if (started) MPI_Allgather(&x, 1, MPI_DOUBLE, all.data(), 1, MPI_DOUBLE, MPI_COMM_WORLD);
+  if (started) {
+    Clock clock(dist_times().reduce, dist_times().reduces);
+    MPI_Allgather(&x, 1, MPI_DOUBLE, all.data(), 1, MPI_DOUBLE, MPI_COMM_WORLD);
+  }
 #endif
   double s = 0.0;
   for (double v : all) s = s + v;
@@ -242,6 +264,7 @@ void ALLGATHERBOX(Array3<double>& f, int i0, int i1, int j0, int j1, int k0, int
 #ifdef RIVERLES_MPI
   const int n = dist_size();
   if (!started || n < 2) return;
+  Clock clock(dist_times().gather, dist_times().gathers);
   const int mine[6] = {i0, i1, j0, j1, k0, k1};
   std::vector<int> boxes(6 * static_cast<std::size_t>(n));
   MPI_Allgather(mine, 6, MPI_INT, boxes.data(), 6, MPI_INT, MPI_COMM_WORLD);
@@ -413,8 +436,14 @@ const LevelCut& level_cut(int l) { return ownership().levels[static_cast<std::si
 
 void OWNBOX() { ownership() = Ownership(); }
 
+DistTimes& dist_times() {
+  static DistTimes t;
+  return t;
+}
+
 void HALO(Array3<double>& f, int w, const Reach& reach, int level) {
   if (!level_is_cut(level)) return;
+  Clock clock(dist_times().halo, dist_times().halos);
   const LevelCut& c = level_cut(level);
   // Only the cuts between blocks: the faces of the box, periodic or not,
   // have their ghost rules.
@@ -424,6 +453,46 @@ void HALO(Array3<double>& f, int w, const Reach& reach, int level) {
   if (c.south) b.south = -1;
   if (c.north) b.north = -1;
   EXCHANGE(f, b, w, reach);
+}
+
+void WRAPFACES(Array3<double>& f, int axis, int n, const Reach& reach, int level) {
+  if (!level_is_cut(level)) return;
+  const LevelCut& o = level_cut(level);
+  const PlanSplit& s = o.split;
+  const int m = axis == 0 ? s.px : s.py;
+  if (m < 2) return;
+  const int mine = axis == 0 ? o.blk.a : o.blk.b;
+  if (mine != 0 && mine != m - 1) return;
+  Clock clock(dist_times().wrap, dist_times().wraps);
+  int c0, c1;
+  if (axis == 0) {
+    c0 = std::max(o.south ? f.lo(1) : o.blk.jlo, reach.j0);
+    c1 = std::min(o.north ? f.hi(1) : o.blk.jhi, reach.j1);
+  } else {
+    c0 = std::max(o.west ? f.lo(0) : o.blk.ilo, reach.i0);
+    c1 = std::min(o.east ? f.hi(0) : o.blk.ihi, reach.i1);
+  }
+  const int k0 = std::max(f.lo(2), reach.k0), k1 = std::min(f.hi(2), reach.k1);
+  if (c1 < c0 || k1 < k0) return;
+  auto at = [&](int x, int c, int k) -> double& { return axis == 0 ? f(x, c, k) : f(c, x, k); };
+  // The low end sends its plane 1 and takes plane n into 0; the high end
+  // sends plane n and takes plane 1 into n + 1.
+  const bool low = mine == 0;
+  const int from = low ? 1 : n, to = low ? 0 : n + 1;
+  const std::size_t count = static_cast<std::size_t>(c1 - c0 + 1) * static_cast<std::size_t>(k1 - k0 + 1);
+  std::vector<double> out(count), in(count);
+  std::size_t q = 0;
+  for (int k = k0; k <= k1; ++k)
+    for (int c = c0; c <= c1; ++c) out[q++] = at(from, c, k);
+#ifdef RIVERLES_MPI
+  const int end = low ? m - 1 : 0;
+  const int other = axis == 0 ? o.blk.b * s.px + end : end * s.px + o.blk.a;
+  MPI_Sendrecv(out.data(), static_cast<int>(count), MPI_DOUBLE, other, 2, in.data(), static_cast<int>(count),
+               MPI_DOUBLE, other, 2, MPI_COMM_WORLD, MPI_STATUS_IGNORE);
+#endif
+  q = 0;
+  for (int k = k0; k <= k1; ++k)
+    for (int c = c0; c <= c1; ++c) at(to, c, k) = in[q++];
 }
 
 void WRAPCOPY(Array3<double>& f, int axis, int from, int to, const Reach& reach, int level) {
@@ -440,6 +509,7 @@ void WRAPCOPY(Array3<double>& f, int axis, int from, int to, const Reach& reach,
   const int dst = to < 1 ? 0 : m - 1;
   const int mine = axis == 0 ? o.blk.a : o.blk.b;
   if ((mine != src && mine != dst) || src == dst) return;
+  Clock clock(dist_times().wrap, dist_times().wraps);
   // The rows (x) or columns (y) of the other direction, and the planes.
   int c0, c1;
   if (axis == 0) {

@@ -160,6 +160,10 @@ void HALO(Array3<double>& f, int w, const Reach& reach = Reach(), int level = 0)
 // rows at its faces) and f's k range, within reach.  Every process calls it
 // together; it does nothing when the axis is not cut.
 void WRAPCOPY(Array3<double>& f, int axis, int from, int to, const Reach& reach = Reach(), int level = 0);
+// Both ghost planes of a periodic axis of n cells at once, in one exchange
+// between the end blocks: plane n into plane 0 and plane 1 into plane n+1
+// (WRAPCOPY twice, in half the messages).
+void WRAPFACES(Array3<double>& f, int axis, int n, const Reach& reach = Reach(), int level = 0);
 
 // Fills the halo of f, w layers deep on each side that has a neighbour: the
 // x layers over f's j and k range first, then the y layers over its i range
@@ -167,6 +171,15 @@ void WRAPCOPY(Array3<double>& f, int axis, int from, int to, const Reach& reach 
 // neighbours through the x neighbours; all ranges within reach.  Every process of the run calls it together.
 // With one process and no periodic direction it does nothing.
 void EXCHANGE(Array3<double>& f, const Block& blk, int w, const Reach& reach = Reach());
+
+// Seconds this process has spent in the message passing (halo exchanges,
+// copies across periodic faces, gathers and reductions), and their count,
+// since the last reset: for benchmarks.
+struct DistTimes {
+  double halo = 0, wrap = 0, gather = 0, reduce = 0;
+  long halos = 0, wraps = 0, gathers = 0, reduces = 0;
+};
+DistTimes& dist_times();
 
 // Reductions over all processes, each called by every process together;
 // every process gets the same result, so that all take the same decision

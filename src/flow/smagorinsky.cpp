@@ -77,8 +77,12 @@ void wrap_ghosts(Array3<double>* const (&arrays)[7], int ax, bool low, bool high
 #pragma omp barrier
 #pragma omp master
   for (Array3<double>* a : arrays) {
-    if (low) WRAPCOPY(*a, ax, n, 0, lines);
-    if (high) WRAPCOPY(*a, ax, 1, n + 1, lines);
+    if (low && high) {
+      WRAPFACES(*a, ax, n, lines);
+    } else {
+      if (low) WRAPCOPY(*a, ax, n, 0, lines);
+      if (high) WRAPCOPY(*a, ax, 1, n + 1, lines);
+    }
   }
 #pragma omp barrier
 }

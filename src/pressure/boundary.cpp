@@ -77,13 +77,33 @@ bool cut_axis(int ax) {
   return o.on && ((ax == 0 && o.split_x) || (ax == 1 && o.split_y));
 }
 
-// A periodic face of a cut axis: the ghost plane `to` is the plane `from`
-// of the block at the other end, copied by the main thread once every
-// thread has finished the passes before (and none reads on).
-void wrap(Array3<double>& f, int ax, int from, int to, Split& split) {
+// A periodic face of a cut axis: the ghost plane is a copy of the plane
+// at the other end of the box, made by the main thread once every thread
+// has finished the passes before (and none reads on).  The low face, which
+// comes first in every order and is followed by the high one, copies both
+// (neither reads the other's ghost); the high face then has nothing left.
+void wrap(Array3<double>& f, int ax, bool high, int n, bool both, Split& split) {
+  if (high && both) return;
 #pragma omp barrier
 #pragma omp master
-  WRAPCOPY(f, ax, from, to, Reach{0, imax + 1, 0, jmax + 1, 0, kmax + 1});  // the lines' range
+  {
+    const Reach lines{0, imax + 1, 0, jmax + 1, 0, kmax + 1};
+    if (both)
+      WRAPFACES(f, ax, n, lines);
+    else if (high)
+      WRAPCOPY(f, ax, 1, n + 1, lines);
+    else
+      WRAPCOPY(f, ax, n, 0, lines);
+  }
+#pragma omp barrier
+  split.last = -1;
+}
+
+// The extra layer of a periodic low face: plane n - 1 into -1.
+void wrap_extra(Array3<double>& f, int ax, int n, Split& split) {
+#pragma omp barrier
+#pragma omp master
+  WRAPCOPY(f, ax, n - 1, -1, Reach{0, imax + 1, 0, jmax + 1, 0, kmax + 1});
 #pragma omp barrier
   split.last = -1;
 }
@@ -96,7 +116,8 @@ std::int64_t axis_stride(const Array3<double>& f, int ax) { return ax == 0 ? 1 :
 // given gradient (t = 1).  On a normal face (the component crosses it) the
 // given value sits on the face itself; on a tangential face the ghost is
 // mirrored so that the mean of ghost and first cell is the value.
-void FACE(Array3<double>& f, int own, int face, int t, double bc, Split& split) {
+void FACE(Array3<double>& f, int own, int face, const Faces<int>& ibc, double bc, Split& split) {
+  const int t = ibc(face);
   const int ax = (face - 1) / 2;
   const bool high = face % 2 == 0;
   const bool normal = ax == own;
@@ -112,10 +133,7 @@ void FACE(Array3<double>& f, int own, int face, int t, double bc, Split& split) 
   // across a cut copies from the other end (the rule then reduces to that
   // copy: ghost n+1 <- 1 at the high face, 0 <- n at the low one).
   if (t == Periodic && cut_axis(ax)) {
-    if (high)
-      wrap(f, ax, 1, n + 1, split);
-    else
-      wrap(f, ax, n, 0, split);
+    wrap(f, ax, high, n, ibc(2 * ax + 1) == Periodic && ibc(2 * ax + 2) == Periodic, split);
     return;
   }
   if (!touches(face)) return;
@@ -153,12 +171,12 @@ void FIELDFACES(Array3<double>& f, int own, const Faces<int>& ibc, const Faces<d
   const std::int64_t s = axis_stride(f, own);
   const std::int64_t on = n * s, on1 = (n - 1) * s, onp = (n + 1) * s;
   Split split;
-  for (int face : order) FACE(f, own, face, ibc(face), bc(face), split);
+  for (int face : order) FACE(f, own, face, ibc, bc(face), split);
   if (lo == Given && touches(2 * own + 1)) LINES(f, own, split, [=](double* e) { e[-s] = 2 * e[0] - e[s]; });
   if (hi == Given && touches(2 * own + 2)) LINES(f, own, split, [=](double* e) { e[onp] = 2 * e[on] - e[on1]; });
   if (lo == Periodic) {
     if (cut_axis(own))
-      wrap(f, own, n - 1, -1, split);
+      wrap_extra(f, own, n, split);
     else
       LINES(f, own, split, [=](double* e) { e[-s] = e[on1]; });
   }

@@ -1,0 +1,25 @@
+#!/usr/bin/env bash
+# The routines that run over several processes, timed with 1 and 2
+# processes (one thread each) and with 1 process of 2 threads, at about 1
+# and 4 million cells: a bed-free channel, periodic in x, walls in y, the
+# step's bed-free routines in its order (bench/mpi_step.cpp).  Prints the
+# Markdown tables of each run.
+#
+#   bash bench/mpi.sh        (builds Release in build/ first)
+set -euo pipefail
+
+here="$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)"
+root="$(cd "$here/.." && pwd)"
+build="$root/build"
+cmake -S "$root" -B "$build" -DCMAKE_BUILD_TYPE=Release >/dev/null
+cmake --build "$build" --target riverles_mpi_bench -j "${JOBS:-2}" >/dev/null
+# A container's root user, and more processes than cores where needed.
+export OMPI_ALLOW_RUN_AS_ROOT=1 OMPI_ALLOW_RUN_AS_ROOT_CONFIRM=1
+for size in "128 64 128 4" "256 128 128 2"; do
+  for run in "1 1" "2 1" "1 2"; do
+    read -r procs threads <<<"$run"
+    OMP_NUM_THREADS=$threads mpiexec -np "$procs" --oversubscribe --bind-to none \
+      "$build/bench/riverles_mpi_bench" $size
+    echo
+  done
+done
