@@ -229,7 +229,7 @@ void SMAGORINSKY() {
     // The predictors read nut of the neighbours' cells and ghosts.
     if (o.on) {
 #pragma omp master
-      HALO(nut, kHalo);
+      HALO(nut, 1);
 #pragma omp barrier
     }
   }
