@@ -21,6 +21,19 @@ int env_int(const char* name) {
 
 bool started = false;  // MPI_Init was called here
 
+#ifdef RIVERLES_MPI
+template <typename T>
+MPI_Datatype mpi_type();
+template <>
+MPI_Datatype mpi_type<double>() {
+  return MPI_DOUBLE;
+}
+template <>
+MPI_Datatype mpi_type<int>() {
+  return MPI_INT;
+}
+#endif
+
 // Adds the seconds of its life to a counter of dist_times().
 struct Clock {
   double& sum;
@@ -207,31 +220,34 @@ Block block_of(const PlanSplit& s, int rank, bool xperiodic, bool yperiodic) {
 namespace {
 
 // Copies the box i0..i1, j0..j1, k0..k1 between f and buf.
-void pack(const Array3<double>& f, int i0, int i1, int j0, int j1, int k0, int k1, std::vector<double>& buf) {
+template <typename T>
+void pack(const Array3<T>& f, int i0, int i1, int j0, int j1, int k0, int k1, std::vector<T>& buf) {
   buf.clear();
   for (int k = k0; k <= k1; ++k)
     for (int j = j0; j <= j1; ++j) {
-      const double* row = f.at(i0, j, k);
+      const T* row = f.at(i0, j, k);
       buf.insert(buf.end(), row, row + (i1 - i0 + 1));
     }
 }
-void unpack(Array3<double>& f, int i0, int i1, int j0, int j1, int k0, int k1, const std::vector<double>& buf) {
+template <typename T>
+void unpack(Array3<T>& f, int i0, int i1, int j0, int j1, int k0, int k1, const std::vector<T>& buf) {
   std::size_t n = 0;
   for (int k = k0; k <= k1; ++k)
     for (int j = j0; j <= j1; ++j) {
-      double* row = f.at(i0, j, k);
+      T* row = f.at(i0, j, k);
       for (int i = 0; i <= i1 - i0; ++i) row[i] = buf[n++];
     }
 }
 
 }  // namespace
 
-void EXCHANGE(Array3<double>& f, const Block& blk, int w, const Reach& reach) {
+template <typename T>
+void EXCHANGE(Array3<T>& f, const Block& blk, int w, const Reach& reach) {
   if (w <= 0) return;
   const int i0 = std::max(f.lo(0), reach.i0), i1 = std::min(f.hi(0), reach.i1);
   const int j0 = std::max(f.lo(1), reach.j0), j1 = std::min(f.hi(1), reach.j1);
   const int k0 = std::max(f.lo(2), reach.k0), k1 = std::min(f.hi(2), reach.k1);
-  std::vector<double> out, in;
+  std::vector<T> out, in;
   // One direction: send the owned layers next to one side to the neighbour
   // there, take the other neighbour's into the halo on the other side.
   auto shift = [&](int to, int from, int si0, int si1, int sj0, int sj1, int ri0, int ri1, int rj0, int rj1) {
@@ -241,8 +257,8 @@ void EXCHANGE(Array3<double>& f, const Block& blk, int w, const Reach& reach) {
               static_cast<std::size_t>(k1 - k0 + 1));
 #ifdef RIVERLES_MPI
     if (started) {
-      MPI_Sendrecv(out.data(), to < 0 ? 0 : static_cast<int>(out.size()), MPI_DOUBLE, to < 0 ? MPI_PROC_NULL : to, 0,
-                   in.data(), from < 0 ? 0 : static_cast<int>(in.size()), MPI_DOUBLE,
+      MPI_Sendrecv(out.data(), to < 0 ? 0 : static_cast<int>(out.size()), mpi_type<T>(), to < 0 ? MPI_PROC_NULL : to, 0,
+                   in.data(), from < 0 ? 0 : static_cast<int>(in.size()), mpi_type<T>(),
                    from < 0 ? MPI_PROC_NULL : from, 0, MPI_COMM_WORLD, MPI_STATUS_IGNORE);
       if (from >= 0) unpack(f, ri0, ri1, rj0, rj1, k0, k1, in);
       return;
@@ -441,7 +457,8 @@ DistTimes& dist_times() {
   return t;
 }
 
-void HALO(Array3<double>& f, int w, const Reach& reach, int level) {
+template <typename T>
+void HALO(Array3<T>& f, int w, const Reach& reach, int level) {
   if (!level_is_cut(level)) return;
   Clock clock(dist_times().halo, dist_times().halos);
   const LevelCut& c = level_cut(level);
@@ -455,7 +472,8 @@ void HALO(Array3<double>& f, int w, const Reach& reach, int level) {
   EXCHANGE(f, b, w, reach);
 }
 
-void WRAPFACES(Array3<double>& f, int axis, int n, const Reach& reach, int level) {
+template <typename T>
+void WRAPFACES(Array3<T>& f, int axis, int n, const Reach& reach, int level) {
   if (!level_is_cut(level)) return;
   const LevelCut& o = level_cut(level);
   const PlanSplit& s = o.split;
@@ -474,28 +492,29 @@ void WRAPFACES(Array3<double>& f, int axis, int n, const Reach& reach, int level
   }
   const int k0 = std::max(f.lo(2), reach.k0), k1 = std::min(f.hi(2), reach.k1);
   if (c1 < c0 || k1 < k0) return;
-  auto at = [&](int x, int c, int k) -> double& { return axis == 0 ? f(x, c, k) : f(c, x, k); };
+  auto at = [&](int x, int c, int k) -> T& { return axis == 0 ? f(x, c, k) : f(c, x, k); };
   // The low end sends its plane 1 and takes plane n into 0; the high end
   // sends plane n and takes plane 1 into n + 1.
   const bool low = mine == 0;
   const int from = low ? 1 : n, to = low ? 0 : n + 1;
   const std::size_t count = static_cast<std::size_t>(c1 - c0 + 1) * static_cast<std::size_t>(k1 - k0 + 1);
-  std::vector<double> out(count), in(count);
+  std::vector<T> out(count), in(count);
   std::size_t q = 0;
   for (int k = k0; k <= k1; ++k)
     for (int c = c0; c <= c1; ++c) out[q++] = at(from, c, k);
 #ifdef RIVERLES_MPI
   const int end = low ? m - 1 : 0;
   const int other = axis == 0 ? o.blk.b * s.px + end : end * s.px + o.blk.a;
-  MPI_Sendrecv(out.data(), static_cast<int>(count), MPI_DOUBLE, other, 2, in.data(), static_cast<int>(count),
-               MPI_DOUBLE, other, 2, MPI_COMM_WORLD, MPI_STATUS_IGNORE);
+  MPI_Sendrecv(out.data(), static_cast<int>(count), mpi_type<T>(), other, 2, in.data(), static_cast<int>(count),
+               mpi_type<T>(), other, 2, MPI_COMM_WORLD, MPI_STATUS_IGNORE);
 #endif
   q = 0;
   for (int k = k0; k <= k1; ++k)
     for (int c = c0; c <= c1; ++c) at(to, c, k) = in[q++];
 }
 
-void WRAPCOPY(Array3<double>& f, int axis, int from, int to, const Reach& reach, int level) {
+template <typename T>
+void WRAPCOPY(Array3<T>& f, int axis, int from, int to, const Reach& reach, int level) {
   if (!level_is_cut(level)) return;
   const LevelCut& o = level_cut(level);
   const PlanSplit& s = o.split;
@@ -521,8 +540,8 @@ void WRAPCOPY(Array3<double>& f, int axis, int from, int to, const Reach& reach,
   }
   const int k0 = std::max(f.lo(2), reach.k0), k1 = std::min(f.hi(2), reach.k1);
   if (c1 < c0 || k1 < k0) return;
-  auto at = [&](int x, int c, int k) -> double& { return axis == 0 ? f(x, c, k) : f(c, x, k); };
-  std::vector<double> buf(static_cast<std::size_t>(c1 - c0 + 1) * static_cast<std::size_t>(k1 - k0 + 1));
+  auto at = [&](int x, int c, int k) -> T& { return axis == 0 ? f(x, c, k) : f(c, x, k); };
+  std::vector<T> buf(static_cast<std::size_t>(c1 - c0 + 1) * static_cast<std::size_t>(k1 - k0 + 1));
 #ifdef RIVERLES_MPI
   const int other = axis == 0 ? o.blk.b * s.px + (mine == src ? dst : src)
                               : (mine == src ? dst : src) * s.px + o.blk.a;
@@ -530,9 +549,9 @@ void WRAPCOPY(Array3<double>& f, int axis, int from, int to, const Reach& reach,
     std::size_t n = 0;
     for (int k = k0; k <= k1; ++k)
       for (int c = c0; c <= c1; ++c) buf[n++] = at(from, c, k);
-    MPI_Send(buf.data(), static_cast<int>(buf.size()), MPI_DOUBLE, other, 1, MPI_COMM_WORLD);
+    MPI_Send(buf.data(), static_cast<int>(buf.size()), mpi_type<T>(), other, 1, MPI_COMM_WORLD);
   } else {
-    MPI_Recv(buf.data(), static_cast<int>(buf.size()), MPI_DOUBLE, other, 1, MPI_COMM_WORLD, MPI_STATUS_IGNORE);
+    MPI_Recv(buf.data(), static_cast<int>(buf.size()), mpi_type<T>(), other, 1, MPI_COMM_WORLD, MPI_STATUS_IGNORE);
     std::size_t n = 0;
     for (int k = k0; k <= k1; ++k)
       for (int c = c0; c <= c1; ++c) at(to, c, k) = buf[n++];
@@ -541,5 +560,14 @@ void WRAPCOPY(Array3<double>& f, int axis, int from, int to, const Reach& reach,
   (void)at, (void)to;
 #endif
 }
+
+template void EXCHANGE(Array3<double>&, const Block&, int, const Reach&);
+template void EXCHANGE(Array3<int>&, const Block&, int, const Reach&);
+template void HALO(Array3<double>&, int, const Reach&, int);
+template void HALO(Array3<int>&, int, const Reach&, int);
+template void WRAPCOPY(Array3<double>&, int, int, int, const Reach&, int);
+template void WRAPCOPY(Array3<int>&, int, int, int, const Reach&, int);
+template void WRAPFACES(Array3<double>&, int, int, const Reach&, int);
+template void WRAPFACES(Array3<int>&, int, int, const Reach&, int);
 
 }  // namespace rl

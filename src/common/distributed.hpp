@@ -150,7 +150,8 @@ struct Reach {
 // blocks (EXCHANGE), w columns deep, within reach; nothing when ownership is
 // off.  The box's own ghost layers, at a periodic face too, are left to the
 // ghost rules (WRAPCOPY).
-void HALO(Array3<double>& f, int w, const Reach& reach = Reach(), int level = 0);
+template <typename T>
+void HALO(Array3<T>& f, int w, const Reach& reach = Reach(), int level = 0);
 
 // The ghost rule of a periodic face cut among processes: the blocks at the
 // two ends of the box along axis (0 x, 1 y) copy the plane `from` of f (an
@@ -159,18 +160,24 @@ void HALO(Array3<double>& f, int w, const Reach& reach = Reach(), int level = 0)
 // face), over that block's own rows of the other direction (the box's ghost
 // rows at its faces) and f's k range, within reach.  Every process calls it
 // together; it does nothing when the axis is not cut.
-void WRAPCOPY(Array3<double>& f, int axis, int from, int to, const Reach& reach = Reach(), int level = 0);
+template <typename T>
+void WRAPCOPY(Array3<T>& f, int axis, int from, int to, const Reach& reach = Reach(), int level = 0);
 // Both ghost planes of a periodic axis of n cells at once, in one exchange
 // between the end blocks: plane n into plane 0 and plane 1 into plane n+1
 // (WRAPCOPY twice, in half the messages).
-void WRAPFACES(Array3<double>& f, int axis, int n, const Reach& reach = Reach(), int level = 0);
+template <typename T>
+void WRAPFACES(Array3<T>& f, int axis, int n, const Reach& reach = Reach(), int level = 0);
 
+// (HALO, WRAPCOPY, WRAPFACES and EXCHANGE take fields of doubles or of
+// integers, the flags.)
+//
 // Fills the halo of f, w layers deep on each side that has a neighbour: the
 // x layers over f's j and k range first, then the y layers over its i range
 // (the x halos included), so that the corners come from the diagonal
 // neighbours through the x neighbours; all ranges within reach.  Every process of the run calls it together.
 // With one process and no periodic direction it does nothing.
-void EXCHANGE(Array3<double>& f, const Block& blk, int w, const Reach& reach = Reach());
+template <typename T>
+void EXCHANGE(Array3<T>& f, const Block& blk, int w, const Reach& reach = Reach());
 
 // Seconds this process has spent in the message passing (halo exchanges,
 // copies across periodic faces, gathers and reductions), and their count,

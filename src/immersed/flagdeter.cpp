@@ -1,13 +1,16 @@
 #include "immersed/flagdeter.hpp"
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
+#include <climits>
 #include <cstring>
 #include <vector>
 
+#include "common/distributed.hpp"
+#include "common/parallel.hpp"
 #include "driver/fields.hpp"
 #include "immersed/immerse.hpp"
-#include "common/parallel.hpp"
 
 namespace rl {
 
@@ -29,26 +32,82 @@ struct HaloPlanes {
 HaloPlanes staggered_planes(int n) { return {-1, 0, n - 1, n + 1, n, 1}; }
 HaloPlanes plain_planes(int n) { return {0, 1, n, n + 1, n, 1}; }
 
+// In a run over several processes each halo pass covers the process's
+// rows (or columns) and the box's ghost layers at the faces its block
+// touches; a face whose far plane another process holds takes the near
+// term alone (its weight is 0 unless the face is periodic), and a periodic
+// face across a cut copies the far plane from the block at the other end.
+bool cut_on(int axis) {
+  const Ownership& o = ownership();
+  return o.on && (axis == 0 ? o.split_x : o.split_y);
+}
+bool low_here(int axis) {
+  const Ownership& o = ownership();
+  return !o.on || (axis == 0 ? o.west : o.south);
+}
+bool high_here(int axis) {
+  const Ownership& o = ownership();
+  return !o.on || (axis == 0 ? o.east : o.north);
+}
+
+// The copies of a periodic face across a cut, by the main thread once all
+// threads are done with the pass (its other faces computed).
+void wrap_planes(Array3<int>& f, int axis, const HaloPlanes& q, int wa, int wb, const Reach& reach) {
+#pragma omp barrier
+#pragma omp master
+  {
+    if (wa == 0) WRAPCOPY(f, axis, q.farhigh, q.low, reach);
+    if (wb == 0) WRAPCOPY(f, axis, q.farlow, q.high, reach);
+  }
+#pragma omp barrier
+}
+
 // x halo: for k in klo..khi (shared among threads) and j in jlo..jhi.
 void HALOX(Array3<int>& f, const HaloPlanes& q, int a, int b, int jlo, int jhi, int klo, int khi) {
   const int wa = std::abs(a), wb = std::abs(b);
+  const bool cut = cut_on(0), lo = low_here(0) && !(cut && wa == 0), hi = high_here(0) && !(cut && wb == 0);
+  const int j0 = std::max(jlo, own_lo_j(jlo)), j1 = std::min(jhi, own_hi_j(jhi));
+  if (lo || hi) {
 #pragma omp for schedule(dynamic, 1)
-  for (int k = klo; k <= khi; ++k) {
-    for (int j = jlo; j <= jhi; ++j) {
-      int* r = f.at(0, j, k);
-      r[q.low] = wa * r[q.nearlow] + (1 - wa) * r[q.farhigh];
-      r[q.high] = wb * r[q.nearhigh] + (1 - wb) * r[q.farlow];
+    for (int k = klo; k <= khi; ++k) {
+      for (int j = j0; j <= j1; ++j) {
+        int* r = f.row(j, k);
+        if (!cut) {
+          r[q.low] = wa * r[q.nearlow] + (1 - wa) * r[q.farhigh];
+          r[q.high] = wb * r[q.nearhigh] + (1 - wb) * r[q.farlow];
+        } else {
+          if (lo) r[q.low] = r[q.nearlow];
+          if (hi) r[q.high] = r[q.nearhigh];
+        }
+      }
     }
   }
+  if (cut && (wa == 0 || wb == 0)) wrap_planes(f, 0, q, wa, wb, Reach{INT_MIN, INT_MAX, jlo, jhi, klo, khi});
 }
 
 // y halo: for k in klo..khi (shared among threads), i in ilo..ihi along rows.
-void HALOY(Array3<int>& f, const HaloPlanes& q, int a, int b, int ilo, int ihi, int klo, int khi) {
+void HALOY(Array3<int>& f, const HaloPlanes& q, int a, int b, int ilo_, int ihi_, int klo, int khi) {
   const int wa = std::abs(a), wb = std::abs(b);
   const std::int64_t sj = f.sj();
+  const bool cut = cut_on(1), lo = low_here(1) && !(cut && wa == 0), hi = high_here(1) && !(cut && wb == 0);
+  const int ilo = std::max(ilo_, own_lo_i(ilo_)), ihi = std::min(ihi_, own_hi_i(ihi_));
+  if (cut) {
+    if (lo || hi) {
+#pragma omp for schedule(dynamic, 1)
+      for (int k = klo; k <= khi; ++k) {
+        int* r = f.origin() + k * f.sk();  // row 0, which may lie outside this block
+        for (int i = ilo; i <= ihi; ++i) {
+          if (lo) r[i + q.low * sj] = r[i + q.nearlow * sj];
+          if (hi) r[i + q.high * sj] = r[i + q.nearhigh * sj];
+        }
+      }
+    }
+    if (wa == 0 || wb == 0) wrap_planes(f, 1, q, wa, wb, Reach{ilo_, ihi_, INT_MIN, INT_MAX, klo, khi});
+    return;
+  }
 #pragma omp for schedule(dynamic, 1)
   for (int k = klo; k <= khi; ++k) {
-    int* r = f.at(ilo, 0, k);
+    int* r = f.row(0, k) + ilo;
     int* lo = r + q.low * sj;
     const int* nl = r + q.nearlow * sj;
     const int* fh = r + q.farhigh * sj;
@@ -62,9 +121,11 @@ void HALOY(Array3<int>& f, const HaloPlanes& q, int a, int b, int ilo, int ihi, 
 }
 
 // z halo: for i in ilo..ihi (shared among threads) and j in jlo..jhi.
-void HALOZ(Array3<int>& f, const HaloPlanes& q, int a, int b, int ilo, int ihi, int jlo, int jhi) {
+void HALOZ(Array3<int>& f, const HaloPlanes& q, int a, int b, int ilo_, int ihi_, int jlo_, int jhi_) {
   const int wa = std::abs(a), wb = std::abs(b);
   const std::int64_t sk = f.sk();
+  const int ilo = std::max(ilo_, own_lo_i(ilo_)), ihi = std::min(ihi_, own_hi_i(ihi_));
+  const int jlo = std::max(jlo_, own_lo_j(jlo_)), jhi = std::min(jhi_, own_hi_j(jhi_));
 #pragma omp for schedule(dynamic, 1)
   for (int i = ilo; i <= ihi; ++i) {
     for (int j = jlo; j <= jhi; ++j) {
@@ -80,8 +141,11 @@ void HALOZ(Array3<int>& f, const HaloPlanes& q, int a, int b, int ilo, int ihi, 
 // 1 turns into 0, so the order of visits does not matter and the pass can
 // work in place; a neighbour that has just changed from 1 to 0 reads the
 // same as before.
-void DETECT(Array3<int>& f, int ilo, int ihi, int jlo, int jhi, int klo, int khi) {
+void DETECT(Array3<int>& f, int ilo_, int ihi_, int jlo_, int jhi_, int klo, int khi) {
   const std::int64_t sj = f.sj(), sk = f.sk();
+  // Over several processes: this process's positions of the range.
+  const int ilo = std::max(ilo_, own_lo_i(ilo_)), ihi = std::min(ihi_, own_hi_i(ihi_));
+  const int jlo = std::max(jlo_, own_lo_j(jlo_)), jhi = std::min(jhi_, own_hi_j(jhi_));
   const int n = ihi - ilo + 1;
 #pragma omp for schedule(dynamic, 1)
   for (int k = klo; k <= khi; ++k) {
@@ -192,15 +256,31 @@ void CLASSIFY() {
   const double z0 = zmin, h = dz;
   const std::int64_t bsj = bed.sj();
 
-#pragma omp parallel default(shared) if (worth_sharing(cells_of(imax, jmax, kmax)))
+  // Over several processes each classifies the positions it holds (its
+  // block, the halo and the box's ghost layers at its faces: the bed is whole
+  // everywhere), detects its own, and then takes the neighbours' detected
+  // positions into its halo.
+  const auto ri = [](const Array3<int>& f, int lo, int hi, int& a, int& b) {
+    a = std::max(lo, f.lo(0));
+    b = std::min(hi, f.hi(0));
+  };
+  const auto rj = [](const Array3<int>& f, int lo, int hi, int& a, int& b) {
+    a = std::max(lo, f.lo(1));
+    b = std::min(hi, f.hi(1));
+  };
+  int ia, ib, ja, jb;
+
+#pragma omp parallel default(shared) private(ia, ib, ja, jb) if (worth_sharing(cells_of(imax, jmax, kmax)))
   {
     // ---- flagu ----
+    ri(flagu, 0, I, ia, ib);
+    rj(flagu, 0, J + 1, ja, jb);
 #pragma omp for schedule(dynamic, 1)
     for (int k = 0; k <= K + 1; ++k) {
       const double z = z0 + (k - 0.5) * h;
-      for (int j = 0; j <= J + 1; ++j) {
+      for (int j = ja; j <= jb; ++j) {
         const double* b = bed.at(0, j);
-        CLASSMEAN(flagu.at(0, j, k), b, b + 1, 0, I, z);
+        CLASSMEAN(flagu.row(j, k), b, b + 1, ia, ib, z);
       }
     }
     auto halou = [&] {
@@ -213,12 +293,14 @@ void CLASSIFY() {
     halou();
 
     // ---- flagv ----
+    ri(flagv, 0, I + 1, ia, ib);
+    rj(flagv, 0, J, ja, jb);
 #pragma omp for schedule(dynamic, 1)
     for (int k = 0; k <= K + 1; ++k) {
       const double z = z0 + (k - 0.5) * h;
-      for (int j = 0; j <= J; ++j) {
+      for (int j = ja; j <= jb; ++j) {
         const double* b = bed.at(0, j);
-        CLASSMEAN(flagv.at(0, j, k), b, b + bsj, 0, I + 1, z);
+        CLASSMEAN(flagv.row(j, k), b, b + bsj, ia, ib, z);
       }
     }
     auto halov = [&] {
@@ -231,11 +313,13 @@ void CLASSIFY() {
     halov();
 
     // ---- flagw ----
+    ri(flagw, 0, I + 1, ia, ib);
+    rj(flagw, 0, J + 1, ja, jb);
 #pragma omp for schedule(dynamic, 1)
     for (int k = 0; k <= K; ++k) {
       const double z = z0 + k * h;
-      for (int j = 0; j <= J + 1; ++j) {
-        CLASSCOL(flagw.at(0, j, k), bed.at(0, j), 0, I + 1, z);
+      for (int j = ja; j <= jb; ++j) {
+        CLASSCOL(flagw.row(j, k), bed.at(0, j), ia, ib, z);
       }
     }
     auto halow = [&] {
@@ -248,11 +332,13 @@ void CLASSIFY() {
     halow();
 
     // ---- flagc ----
+    ri(flagc, 0, I + 1, ia, ib);
+    rj(flagc, 0, J + 1, ja, jb);
 #pragma omp for schedule(dynamic, 1)
     for (int k = 0; k <= K + 1; ++k) {
       const double z = z0 + (k - 0.5) * h;
-      for (int j = 0; j <= J + 1; ++j) {
-        CLASSCOL(flagc.at(0, j, k), bed.at(0, j), 0, I + 1, z);
+      for (int j = ja; j <= jb; ++j) {
+        CLASSCOL(flagc.row(j, k), bed.at(0, j), ia, ib, z);
       }
     }
     auto halop = [&] {
@@ -263,6 +349,14 @@ void CLASSIFY() {
     halop();
     DETECT(flagc, 1, I, 1, J, 1, K);
     halop();
+
+    // The neighbours' detected positions.
+    if (ownership().on) {
+#pragma omp barrier
+#pragma omp master
+      for (Array3<int>* f : {&flagu, &flagv, &flagw, &flagc}) HALO(*f, kHalo);
+#pragma omp barrier
+    }
   }
 }
 

@@ -24,6 +24,7 @@
 #include "flow/xvelocity.hpp"
 #include "flow/yvelocity.hpp"
 #include "flow/zvelocity.hpp"
+#include "immersed/flagdeter.hpp"
 #include "immersed/stepend.hpp"
 #include "pressure/boundary.hpp"
 #include "pressure/correction.hpp"
@@ -224,6 +225,52 @@ TEST(DistributedStep, EddyViscosityMatchesTheWholeBox) {
               if ((*out[a])(i, j, k) != ref[a].at(i, j, k) && ++differ <= 3)
                 ADD_FAILURE() << out[a]->name() << " (" << i << "," << j << "," << k << "), x type " << st.xtype
                               << ", y type " << st.ytype << ", rank " << rank << " of " << n;
+      }
+    }
+  }
+  OWNBOX();
+}
+
+// The classification against a bed that crosses the box (dunes along x,
+// a ridge along y): every flag a process holds, its halo 3 deep included,
+// as the whole box has it.
+TEST(DistributedStep, FlagsMatchTheWholeBox) {
+  const int n = dist_size(), rank = dist_rank();
+  const Faceset setups[] = {{0, 1, 1}, {1, 0, 1}, {-1, -1, 1}, {0, 0, 1}};
+  for (const Faceset& st : setups) {
+    PlanSplit s;
+    std::string why;
+    ASSERT_TRUE(PLANSPLIT(n, 21, 11, s, why)) << why;
+    Snapshot ref[4];
+    for (bool cut : {false, true}) {
+      state(st, cut, s);
+      zmin = 0.0;
+      for (int f = 1; f <= 6; ++f) ibcp(f) = f <= 2 ? st.xtype : f <= 4 ? st.ytype : 1;
+      for (int j = 0; j <= jmax + 1; ++j)
+        for (int i = 0; i <= imax + 1; ++i)
+          bed(i, j) = 0.05 + 0.04 * std::sin(0.6 * i) + 0.03 * std::cos(0.9 * j) + (i == 7 ? 0.2 : 0.0);
+      FLAGDETER();
+      Array3<int>* flags[4] = {&flagu, &flagv, &flagw, &flagc};
+      for (int a = 0; a < 4; ++a) {
+        Array3<int>& f = *flags[a];
+        if (!cut) {
+          ref[a] = Snapshot{std::vector<double>(f.data(), f.data() + f.size()), f.lo(0), f.lo(1),
+                            f.hi(0) - f.lo(0) + 1, f.hi(1) - f.lo(1) + 1, f.lo(2), f.hi(2) - f.lo(2) + 1};
+          continue;
+        }
+        int differ = 0, solid = 0, forcing = 0;
+        for (int k = f.lo(2); k <= f.hi(2); ++k)
+          for (int j = f.lo(1); j <= f.hi(1); ++j)
+            for (int i = f.lo(0); i <= f.hi(0); ++i) {
+              solid += f(i, j, k) == -1;
+              forcing += f(i, j, k) == 0;
+              if (f(i, j, k) != ref[a].at(i, j, k) && ++differ <= 3)
+                ADD_FAILURE() << f.name() << " (" << i << "," << j << "," << k << ") " << f(i, j, k) << " vs "
+                              << ref[a].at(i, j, k) << ", x type " << st.xtype << ", y type " << st.ytype
+                              << ", rank " << rank << " of " << n;
+            }
+        EXPECT_GT(solid, 0);
+        EXPECT_GT(forcing, 0);
       }
     }
   }
