@@ -1,8 +1,9 @@
 #include "immersed/immersing.hpp"
 
+#include "common/distributed.hpp"
+#include "common/parallel.hpp"
 #include "driver/fields.hpp"
 #include "immersed/immerse.hpp"
-#include "common/parallel.hpp"
 
 namespace rl {
 
@@ -11,29 +12,34 @@ namespace rl {
 // laws read only fluid positions, so the order of the points is immaterial.
 // The w pass stops one plane below the top.
 void IMMERSING() {
+  // Over several processes: the forcing points of this process's block; the
+  // wall laws sample the velocities up to 3 columns away, so the
+  // neighbours' current values come into the halos first.
+  for (Array3<double>* f : {&u, &v, &w}) HALO(*f, kHalo);
+  const int i0 = own_lo_i(1), i1 = own_hi_i(imax), j0 = own_lo_j(1), j1 = own_hi_j(jmax);
 #pragma omp parallel if (worth_sharing(cells_of(imax, jmax, kmax)))
   {
 #pragma omp for schedule(static)
     for (int k = 1; k <= kmax; ++k)
-      for (int j = 1; j <= jmax; ++j) {
-        const int* f = flagu.at(0, j, k);
-        for (int i = 1; i <= imax; ++i)
+      for (int j = j0; j <= j1; ++j) {
+        const int* f = flagu.row(j, k);
+        for (int i = i0; i <= i1; ++i)
           if (f[i] == 0) IMMERSEU(i, j, k, u(i, j, k));
       }
 
 #pragma omp for schedule(static)
     for (int k = 1; k <= kmax; ++k)
-      for (int j = 1; j <= jmax; ++j) {
-        const int* f = flagv.at(0, j, k);
-        for (int i = 1; i <= imax; ++i)
+      for (int j = j0; j <= j1; ++j) {
+        const int* f = flagv.row(j, k);
+        for (int i = i0; i <= i1; ++i)
           if (f[i] == 0) IMMERSEV(i, j, k, v(i, j, k));
       }
 
 #pragma omp for schedule(static)
     for (int k = 1; k <= kmax - 1; ++k)
-      for (int j = 1; j <= jmax; ++j) {
-        const int* f = flagw.at(0, j, k);
-        for (int i = 1; i <= imax; ++i)
+      for (int j = j0; j <= j1; ++j) {
+        const int* f = flagw.row(j, k);
+        for (int i = i0; i <= i1; ++i)
           if (f[i] == 0) IMMERSEW(i, j, k, w(i, j, k));
       }
   }
