@@ -1,37 +1,31 @@
-// Timer harness of the routines that run over several processes: a channel
-// without a bed (periodic in x, walls in y), each process its block, one
-// thread each unless OMP_NUM_THREADS says otherwise.  A pass is the step's
-// bed-free routines in the step's order: SMAGORINSKY, the three predictors,
-// the velocity ghost layers (with their halos), POISSONP, CORRECTION, the
-// ghost layers again, DIVERGENCE, TIMESTEP, SAVEOLD.  Prints one Markdown
-// row per routine: seconds per pass (the slowest process), ns per cell and
-// pass, and the message passing on its own.
+// Timer harness of whole steps over several processes: a dune channel,
+// periodic in x, side walls in y, each process its block, one thread each
+// unless OMP_NUM_THREADS says otherwise.  A step is TIMESTEP and the step's
+// own list of routines (ADVANCE, with the exchanges inside them), the bed
+// kept as in a run.  Prints one Markdown row per routine: seconds per step
+// (the slowest process), ns per cell and step, and the message passing on
+// its own.
 //
-//   mpirun -np N riverles_mpi_bench NI NJ NK PASSES
+//   mpirun -np N riverles_mpi_bench NI NJ NK STEPS
 #include <mpi.h>
 #include <omp.h>
 #include <xmmintrin.h>
 
-#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
-#include <functional>
+#include <map>
 #include <string>
 #include <vector>
 
 #include "common/distributed.hpp"
+#include "driver/conditions.hpp"
+#include "driver/domain.hpp"
 #include "driver/fields.hpp"
-#include "flow/smagorinsky.hpp"
+#include "driver/mainprogram.hpp"
 #include "flow/timestep.hpp"
-#include "flow/xvelocity.hpp"
-#include "flow/yvelocity.hpp"
-#include "flow/zvelocity.hpp"
-#include "immersed/stepend.hpp"
-#include "pressure/boundary.hpp"
-#include "pressure/correction.hpp"
-#include "pressure/divergence.hpp"
-#include "pressure/multigridp.hpp"
+#include "immersed/flagdeter.hpp"
+#include "immersed/immerse.hpp"
 
 using namespace rl;
 
@@ -43,29 +37,46 @@ double slowest(double x) {
   return r;
 }
 
+// Per routine: seconds of the timed steps, in the order first seen.
+std::vector<std::string> order;
+std::map<std::string, double> spent;
+bool timing = false;
+
+void hook(const char* routine, double seconds) {
+  if (!timing) return;
+  if (!spent.count(routine)) order.push_back(routine);
+  spent[routine] += seconds;
+}
+
 void build(int ni, int nj, int nk) {
   imax = ni;
   jmax = nj;
   kmax = nk;
-  dx = 1.0 / ni;
-  dy = 0.5 / nj;
-  dz = 0.1 / nk;
+  // The dune state of the one-process harness: 1 m x 0.5 m, 0.1 m deep
+  // above the box bottom at 5 mm, sine dunes of 1 cm, 0.3 m/s bulk.
+  xmin = ymin = 0.0;
+  zmin = 0.005;
+  xmax = 1.0;
+  ymax = 0.5;
+  zmax = 0.105;
+  dx = (xmax - xmin) / ni;
+  dy = (ymax - ymin) / nj;
+  dz = (zmax - zmin) / nk;
   dens = 1000.0;
   visc = 1.0e-6;
-  dt = 1.0e-3;
+  gravity = 9.81;
+  discharge = 0.3 * (ymax - ymin) * 0.095;
   cfl = 0.3;
+  ibed = 1;
+  rough = 1.0;
+  iibm = 0;
   smagorinsky = 0.1;
   igamma = 1;
   ipres = 2;
   iposts = 2;
   kpoismax = 20;
   eps = 1e-4;
-  forcex = 0.01;
-  const int types[6] = {Periodic, Periodic, Given, Given, Given, Gradient};
-  for (int f = 1; f <= 6; ++f) {
-    ibcu(f) = ibcv(f) = ibcw(f) = types[f - 1];
-    ibcp(f) = f <= 2 ? 0 : (f == HighZ ? -1 : 1);
-  }
+  set_boundary_types(0, 1, 0);  // x periodic, side walls, free-slip top
   LEVELCOUNT();
   PlanSplit s;
   std::string why;
@@ -78,12 +89,17 @@ void build(int ni, int nj, int nk) {
   else
     OWNBOX();
   ALLOCFIELDS();
-  for (std::int64_t m = 0; m < flagc.size(); ++m) flagc.data()[m] = 1;
-  for (Array3<double>* a : {&u, &v, &w, &uo, &vo, &wo})
-    for (int k = a->lo(2); k <= a->hi(2); ++k)
-      for (int j = a->lo(1); j <= a->hi(1); ++j)
-        for (int i = a->lo(0); i <= a->hi(0); ++i)
-          (*a)(i, j, k) = (a == &u || a == &uo ? 0.3 : 0.0) + 0.01 * std::sin(0.3 * i + 0.7 * j + 1.1 * k);
+  // Four dunes along the reach, at the nodes; the bed of the cells from them.
+  ALLOCNODEARRAYS();
+  for (int j = 0; j <= nj; ++j)
+    for (int i = 0; i <= ni; ++i) elev(i, j) = 0.01 + 0.01 * std::sin(8.0 * M_PI * i * dx);
+  BUILDBED();
+  // The start of a run without a given start: the mean velocity along x.
+  const double x0 = discharge / (ymax - ymin) / zmax;
+  for (Array3<double>* a : {&u, &uo}) a->fill(x0);
+  FLAGDETER();
+  FOOTCACHE(true);
+  FLAGREUSE(true);
 }
 
 }  // namespace
@@ -92,58 +108,48 @@ int main(int argc, char** argv) {
   DISTSTART(argc, argv);
   _mm_setcsr(_mm_getcsr() | 0x8040);
   if (argc < 5) {
-    if (dist_rank() == 0) std::fprintf(stderr, "usage: riverles_mpi_bench NI NJ NK PASSES\n");
+    if (dist_rank() == 0) std::fprintf(stderr, "usage: riverles_mpi_bench NI NJ NK STEPS\n");
     DISTEND();
     return 2;
   }
-  const int ni = std::atoi(argv[1]), nj = std::atoi(argv[2]), nk = std::atoi(argv[3]), passes = std::atoi(argv[4]);
+  const int ni = std::atoi(argv[1]), nj = std::atoi(argv[2]), nk = std::atoi(argv[3]), steps = std::atoi(argv[4]);
   build(ni, nj, nk);
+  step_timer = hook;
   int cycles = 0;
-  const std::vector<std::pair<std::string, std::function<void()>>> routines = {
-      {"SMAGORINSKY", SMAGORINSKY},
-      {"XVELOCITY", XVELOCITY},
-      {"YVELOCITY", YVELOCITY},
-      {"ZVELOCITY", ZVELOCITY},
-      {"boundaries", BOUNDARYUVW},
-      {"POISSONP", [&] { cycles += POISSONP(); }},
-      {"CORRECTION", CORRECTION},
-      {"boundaries ", BOUNDARYUVW},
-      {"DIVERGENCE", DIVERGENCE},
-      {"TIMESTEP", TIMESTEP},
-      {"SAVEOLD", SAVEOLD},
-  };
-  std::vector<double> spent(routines.size(), 0.0);
-  // One untimed pass, then the timed ones.
-  for (int pass = 0; pass <= passes; ++pass) {
-    if (pass == 1) {
-      dist_times() = DistTimes();
-      cycles = 0;
-    }
-    for (std::size_t r = 0; r < routines.size(); ++r) {
-      MPI_Barrier(MPI_COMM_WORLD);
-      const double t0 = omp_get_wtime();
-      routines[r].second();
-      if (pass > 0) spent[r] += omp_get_wtime() - t0;
+  double total = 0.0;
+  // Two untimed steps (the first searches the bed), then the timed ones.
+  for (int step = 0; step < steps + 2; ++step) {
+    timing = step >= 2;
+    if (step == 2) dist_times() = DistTimes();
+    MPI_Barrier(MPI_COMM_WORLD);
+    const double t0 = omp_get_wtime();
+    const double tt = omp_get_wtime();
+    TIMESTEP();
+    hook("TIMESTEP", omp_get_wtime() - tt);
+    const int c = ADVANCE();
+    if (timing) {
+      cycles += c;
+      total += omp_get_wtime() - t0;
     }
   }
   const double cells = double(ni) * nj * nk;
-  double total = 0;
-  std::vector<double> worst(routines.size());
-  for (std::size_t r = 0; r < routines.size(); ++r) total += (worst[r] = slowest(spent[r]) / passes);
   const DistTimes t = dist_times();
-  const double halo = slowest(t.halo) / passes, wrap = slowest(t.wrap) / passes, gather = slowest(t.gather) / passes,
-               reduce = slowest(t.reduce) / passes;
+  const double step = slowest(total) / steps;
+  std::vector<double> per(order.size());
+  for (std::size_t r = 0; r < order.size(); ++r) per[r] = slowest(spent[order[r]]) / steps;
+  const double halo = slowest(t.halo) / steps, wrap = slowest(t.wrap) / steps, gather = slowest(t.gather) / steps,
+               reduce = slowest(t.reduce) / steps;
   if (dist_rank() == 0) {
-    std::printf("%d x %d x %d cells, %d processes x %d threads, %d passes, %.1f pressure cycles a pass\n\n", ni, nj,
-                nk, dist_size(), omp_get_max_threads(), passes, double(cycles) / passes);
-    std::printf("| routine | s/pass | ns/cell |\n|---|---:|---:|\n");
-    for (std::size_t r = 0; r < routines.size(); ++r)
-      std::printf("| %s | %.4f | %.2f |\n", routines[r].first.c_str(), worst[r], worst[r] / cells * 1e9);
-    std::printf("| **pass** | **%.4f** | **%.2f** |\n", total, total / cells * 1e9);
-    std::printf("| of it: halo exchanges (%ld a pass) | %.4f | %.2f |\n", t.halos / passes, halo, halo / cells * 1e9);
-    std::printf("| of it: periodic copies (%ld) | %.4f | %.2f |\n", t.wraps / passes, wrap, wrap / cells * 1e9);
-    std::printf("| of it: coarse gathers (%ld) | %.4f | %.2f |\n", t.gathers / passes, gather, gather / cells * 1e9);
-    std::printf("| of it: reductions (%ld) | %.4f | %.2f |\n", t.reduces / passes, reduce, reduce / cells * 1e9);
+    std::printf("%d x %d x %d cells, %d processes x %d threads, %d steps, %.1f pressure cycles a step\n\n", ni, nj, nk,
+                dist_size(), omp_get_max_threads(), steps, double(cycles) / steps);
+    std::printf("| routine | s/step | ns/cell |\n|---|---:|---:|\n");
+    for (std::size_t r = 0; r < order.size(); ++r)
+      std::printf("| %s | %.4f | %.2f |\n", order[r].c_str(), per[r], per[r] / cells * 1e9);
+    std::printf("| **whole step** | **%.4f** | **%.2f** |\n", step, step / cells * 1e9);
+    std::printf("| of it: halo exchanges (%ld a step) | %.4f | %.2f |\n", t.halos / steps, halo, halo / cells * 1e9);
+    std::printf("| of it: periodic copies (%ld) | %.4f | %.2f |\n", t.wraps / steps, wrap, wrap / cells * 1e9);
+    std::printf("| of it: coarse gathers (%ld) | %.4f | %.2f |\n", t.gathers / steps, gather, gather / cells * 1e9);
+    std::printf("| of it: reductions (%ld) | %.4f | %.2f |\n", t.reduces / steps, reduce, reduce / cells * 1e9);
   }
   DISTEND();
   return 0;
