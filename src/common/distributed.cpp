@@ -219,24 +219,36 @@ Block block_of(const PlanSplit& s, int rank, bool xperiodic, bool yperiodic) {
 
 namespace {
 
-// Copies the box i0..i1, j0..j1, k0..k1 between f and buf.
+// Copies the box i0..i1, j0..j1, k0..k1 between f and buf, i fastest.  An
+// x halo is a few elements of each of many rows, so the rows are walked by
+// their stride rather than appended one by one.
 template <typename T>
 void pack(const Array3<T>& f, int i0, int i1, int j0, int j1, int k0, int k1, std::vector<T>& buf) {
-  buf.clear();
-  for (int k = k0; k <= k1; ++k)
-    for (int j = j0; j <= j1; ++j) {
-      const T* row = f.at(i0, j, k);
-      buf.insert(buf.end(), row, row + (i1 - i0 + 1));
-    }
+  const int ni = i1 - i0 + 1, nj = j1 - j0 + 1, nk = k1 - k0 + 1;
+  if (ni <= 0 || nj <= 0 || nk <= 0) {
+    buf.clear();
+    return;
+  }
+  buf.resize(static_cast<std::size_t>(ni) * static_cast<std::size_t>(nj) * static_cast<std::size_t>(nk));
+  T* out = buf.data();
+  const std::int64_t sj = f.sj();
+  for (int k = k0; k <= k1; ++k) {
+    const T* row = f.at(i0, j0, k);
+    for (int j = 0; j < nj; ++j, row += sj)
+      for (int i = 0; i < ni; ++i) *out++ = row[i];
+  }
 }
 template <typename T>
 void unpack(Array3<T>& f, int i0, int i1, int j0, int j1, int k0, int k1, const std::vector<T>& buf) {
-  std::size_t n = 0;
-  for (int k = k0; k <= k1; ++k)
-    for (int j = j0; j <= j1; ++j) {
-      T* row = f.at(i0, j, k);
-      for (int i = 0; i <= i1 - i0; ++i) row[i] = buf[n++];
-    }
+  const int ni = i1 - i0 + 1, nj = j1 - j0 + 1, nk = k1 - k0 + 1;
+  if (ni <= 0 || nj <= 0 || nk <= 0) return;
+  const T* in = buf.data();
+  const std::int64_t sj = f.sj();
+  for (int k = k0; k <= k1; ++k) {
+    T* row = f.at(i0, j0, k);
+    for (int j = 0; j < nj; ++j, row += sj)
+      for (int i = 0; i < ni; ++i) row[i] = *in++;
+  }
 }
 
 }  // namespace
