@@ -1,5 +1,6 @@
 #include "driver/initfields.hpp"
 
+#include "common/distributed.hpp"
 #include "common/parallel.hpp"
 #include "driver/fields.hpp"
 
@@ -15,12 +16,17 @@ double uniform_draw() { return static_cast<double>(random_generator()() >> 11) *
 namespace {
 
 // One pass of noise over the cell range of a face field and its old copy,
-// k outermost, i innermost; the draw order is part of the result.
+// k outermost, i innermost; the draw order is part of the result.  A process
+// of a run over several draws every number of the box and keeps those of
+// the positions it holds.
 void perturb(Array3<double>& old, Array3<double>& now, double factor) {
+  const int i0 = held_lo_i(0, kHalo), i1 = held_hi_i(imax + 1, kHalo);
+  const int j0 = held_lo_j(0, kHalo), j1 = held_hi_j(jmax + 1, kHalo);
   for (int k = 0; k <= kmax + 1; ++k)
     for (int j = 0; j <= jmax + 1; ++j)
       for (int i = 0; i <= imax + 1; ++i) {
         const double r = uniform_draw();
+        if (i < i0 || i > i1 || j < j0 || j > j1) continue;
         old(i, j, k) = old(i, j, k) + (r - 0.5) * factor;
         now(i, j, k) = old(i, j, k);
       }
@@ -39,11 +45,14 @@ void INITFIELDS() {
   }
 
   // The constant start values (the draws below stay one serial pass): each
-  // thread fills the planes k it works on in the steps.
+  // thread fills the planes k it works on in the steps; a process of a run
+  // over several, the positions it holds.
+  const int i0 = held_lo_i(0, kHalo), i1 = held_hi_i(imax + 1, kHalo);
+  const int j0 = held_lo_j(0, kHalo), j1 = held_hi_j(jmax + 1, kHalo);
 #pragma omp parallel for schedule(static) if (worth_sharing(cells_of(imax, jmax, kmax)))
   for (int k = 0; k <= kmax + 1; ++k)
-    for (int j = 0; j <= jmax + 1; ++j)
-      for (int i = 0; i <= imax + 1; ++i) {
+    for (int j = j0; j <= j1; ++j)
+      for (int i = i0; i <= i1; ++i) {
         uo(i, j, k) = xinit;
         vo(i, j, k) = yinit;
         wo(i, j, k) = zinit;
