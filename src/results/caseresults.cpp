@@ -1,6 +1,7 @@
 #include "results/caseresults.hpp"
 
 #include "common/console.hpp"
+#include "common/distributed.hpp"
 #include "common/parallel.hpp"
 #include "driver/conditions.hpp"
 #include "driver/fields.hpp"
@@ -10,11 +11,16 @@ namespace rl {
 
 void NODEVALUES() {
   // Every node is computed on its own: rows j are shared among the threads
-  // (the values do not depend on who computes them).
+  // (the values do not depend on who computes them).  A process of a run
+  // over several computes the nodes of its block (node i lies between cells
+  // i and i + 1; the first block also has node 0), reading one column of its
+  // neighbours' cells, and then every process gathers the others' nodes.
+  const int i0 = own_lo_i(0), i1 = own_hi_i(imax), j0 = own_lo_j(0), j1 = own_hi_j(jmax);
+  HALO(p, 1);  // the correction updates a process's own pressure only
 #pragma omp parallel for schedule(static) if (worth_sharing(cells_of(imax, jmax, kmax)))
-  for (int j = 0; j <= jmax; ++j)
+  for (int j = j0; j <= j1; ++j)
     for (int k = 0; k <= kmax; ++k) {
-      for (int i = 0; i <= imax; ++i) {
+      for (int i = i0; i <= i1; ++i) {
         pout(i, j, k) = 0.125 * (p(i, j, k) + p(i + 1, j, k) + p(i, j + 1, k) + p(i + 1, j + 1, k) + p(i, j, k + 1) +
                                  p(i + 1, j, k + 1) + p(i, j + 1, k + 1) + p(i + 1, j + 1, k + 1));
         qout(i, j, k) = 0.125 * (Q(i, j, k) + Q(i + 1, j, k) + Q(i, j + 1, k) + Q(i + 1, j + 1, k) + Q(i, j, k + 1) +
@@ -26,7 +32,7 @@ void NODEVALUES() {
         vout(i, j, k) = 0.25 * (v(i, j, k) + v(i + 1, j, k) + v(i, j, k + 1) + v(i + 1, j, k + 1));
         uout(i, j, k) = 0.25 * (u(i, j, k) + u(i, j + 1, k) + u(i, j, k + 1) + u(i, j + 1, k + 1));
       }
-      for (int i = 0; i <= imax; ++i) {
+      for (int i = i0; i <= i1; ++i) {
         if (elev(i, j) >= zg3(i, j, k)) {
           uout(i, j, k) = 0.0;
           vout(i, j, k) = 0.0;
@@ -36,6 +42,8 @@ void NODEVALUES() {
         }
       }
     }
+  if (ownership().on)
+    for (Array3<double>* a : {&uout, &vout, &wout, &pout, &vortout, &qout}) ALLGATHERBOX(*a, i0, i1, j0, j1, 0, kmax);
 }
 
 namespace {
