@@ -5,15 +5,25 @@
 #include <iostream>
 #include <string>
 
+#include "common/distributed.hpp"
+
 namespace rl {
 
 void say(const std::string& line) {
+  // Over several processes the console is the first process's; a line that
+  // another process alone would say (a stop inside its block) goes to
+  // standard error, marked with the process.
+  if (dist_rank() != 0) {
+    std::fprintf(stderr, "riverles (process %d): %s\n", dist_rank(), line.c_str());
+    return;
+  }
   std::fwrite(line.data(), 1, line.size(), stdout);
   std::fputc('\n', stdout);
   std::fflush(stdout);
 }
 
 void wait_operator() {
+  if (dist_rank() != 0) return;  // only the first process has the operator's input
   std::string line;
   std::getline(std::cin, line);
 }

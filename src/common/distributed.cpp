@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <limits>
 
@@ -99,6 +100,22 @@ void DISTEND() {
   if (!done) MPI_Finalize();
   started = false;
 #endif
+}
+
+void dist_barrier() {
+#ifdef RIVERLES_MPI
+  if (started) MPI_Barrier(MPI_COMM_WORLD);
+#endif
+}
+
+void DISTABORT(int status) {
+#ifdef RIVERLES_MPI
+  if (started) {
+    std::fflush(stdout);
+    MPI_Abort(MPI_COMM_WORLD, status);
+  }
+#endif
+  std::exit(status);
 }
 
 int dist_rank() {

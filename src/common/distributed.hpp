@@ -26,8 +26,13 @@ int launched_size();
 // do nothing and the run is the one process of old.
 void DISTSTART(int& argc, char**& argv);
 void DISTEND();
+// Ends every process of the run with the given status (a stop that not all
+// processes may have reached).
+[[noreturn]] void DISTABORT(int status);
 int dist_rank();
 int dist_size();
+// Waits until every process has come here (nothing with one process).
+void dist_barrier();
 
 // The plan of imax x jmax columns cut into px x py blocks: block (a, b) owns
 // columns ilo[a]..ihi[a] and jlo[b]..jhi[b], shares as equal as whole

@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 
+#include "common/distributed.hpp"
 #include "driver/conditions.hpp"
 #include "driver/fields.hpp"
 #include "orvalib/orvalib.hpp"
@@ -38,6 +39,9 @@ void READGRID() {
     }
   }
 
+  // The first process writes the case (over several processes, the others
+  // only read it).
+  if (dist_rank() != 0) return;
   orva::CG_ORVA_WRITEGRIDCOORD3D_F(imax + 1, jmax + 1, kmax + 1, xg3.data(), yg3.data(), zg3.data(), ier);
   if (ier != 0) stop_write_error();
 }

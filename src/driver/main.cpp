@@ -1,7 +1,7 @@
 // riverles: the solver's entry point.  It takes exactly one argument, the
-// path of the case file.  Started by an MPI launcher (mpirun), it runs with
-// one process only for now: a larger count stops at once with a note on
-// standard error, before the case is touched.
+// path of the case file.  Started by an MPI launcher (mpirun -np N), every
+// process runs the case on its block of the plan; the first process reads
+// and writes the case and keeps the console.
 #include <cstdio>
 
 #include "common/distributed.hpp"
@@ -9,17 +9,17 @@
 
 int main(int argc, char** argv) {
   rl::DISTSTART(argc, argv);
-  const int nprocs = rl::launched_by_mpi() ? rl::launched_size() : 1;
-  if (nprocs > 1) {
-    if (rl::dist_rank() == 0)
-      std::fprintf(stderr,
-                   "riverles: started on %d processes; this build runs a case on one process only "
-                   "(mpirun -np 1, or riverles CASEFILE)\n",
-                   nprocs);
-    rl::DISTEND();
+  if (rl::launched_by_mpi() && rl::launched_size() > 1 && rl::dist_size() == 1) {
+    // A build without MPI started by a launcher: every process would run
+    // the whole case on its own.
+    std::fprintf(stderr, "riverles: started on %d processes, but this build has no MPI (install libopenmpi-dev and build again)\n",
+                 rl::launched_size());
     return 1;
   }
   const int status = rl::RIVERLES(argc, argv);
+  // A stop on some processes only would leave the others waiting for them:
+  // over several processes a stopped run ends them all.
+  if (status != 0 && rl::dist_size() > 1) rl::DISTABORT(status);
   rl::DISTEND();
   return status;
 }

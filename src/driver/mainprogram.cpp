@@ -12,6 +12,7 @@
 #include <type_traits>
 
 #include "common/console.hpp"
+#include "common/distributed.hpp"
 #include "common/files.hpp"
 #include "common/parallel.hpp"
 #include "driver/conditions.hpp"
@@ -74,17 +75,53 @@ void wall_pass() {
 
 void boundaries() { BOUNDARYUVW(); }
 
+// Over several processes the first one (rank 0) reads and writes the case;
+// the others read it, once the first has prepared it.
+bool first_process() { return dist_rank() == 0; }
+bool several() { return dist_size() > 1; }
+
+// What a run over several processes cannot do yet: it stops at the start,
+// on every process alike, with the reason.
+void refuse_if_several(bool wanted, const char* what) {
+  if (!several() || !wanted) return;
+  if (first_process())
+    std::fprintf(stderr, "riverles: %s is not yet possible in a run over several processes; run it on one\n", what);
+  throw RunStopped{1};
+}
+
+// Over several processes, before anything is written: the options that
+// need the whole fields on one process.
+void check_several_options() {
+  if (!several()) return;
+  refuse_if_several(read_integer("HotstartItm") == 1, "a start from a saved state");
+  refuse_if_several(read_integer("HotoutItm") == 1, "writing saved states");
+  refuse_if_several(read_integer("TecplotItm") == 1, "writing Tecplot files");
+  refuse_if_several(optional_integer("MonitorItm", 0) == 1 || optional_integer("StopNonFiniteItm", 0) == 1 ||
+                        !optional_string("ProbeFileItm", "").empty() || optional_integer("StatisticsItm", 0) == 1,
+                    "the monitor log, probes or statistics");
+}
+
 void startup(MainState& m) {
   // Every run draws its noise from the generator's default state.
   random_generator() = std::mt19937_64();
   int ier = 0;
-  orva::CG_OPEN_F(m.casepath, orva::CG_MODE_MODIFY, m.fileid, ier);
-  if (ier != 0) stop_run("*** Open error of CGNS file ***");
+  if (first_process()) {
+    orva::CG_OPEN_F(m.casepath, orva::CG_MODE_MODIFY, m.fileid, ier);
+    if (ier != 0) stop_run("*** Open error of CGNS file ***");
+    check_several_options();
 
-  orva::CG_ORVA_INIT_F(m.fileid, ier);
-  if (ier != 0) {
-    say("B1");
-    wait_operator();
+    orva::CG_ORVA_INIT_F(m.fileid, ier);
+    if (ier != 0) {
+      say("B1");
+      wait_operator();
+    }
+  }
+  if (several()) {
+    dist_barrier();
+    if (!first_process()) {
+      orva::CG_OPEN_F(m.casepath, orva::CG_MODE_READ, m.fileid, ier);
+      if (ier != 0) stop_run("*** Open error of CGNS file ***");
+    }
   }
 
   // Cell counts: node counts of the case grid, and a power of two in z.
@@ -110,6 +147,16 @@ void startup(MainState& m) {
   const int ybound = read_integer("yBoundItm");
   const int zbound = read_integer("zBoundItm");
   set_boundary_types(xbound, ybound, zbound);
+  // Over several processes: this process's block of the plan.
+  if (several()) {
+    PlanSplit split;
+    std::string why;
+    if (!PLANSPLIT(dist_size(), imax, jmax, split, why)) {
+      if (first_process()) std::fprintf(stderr, "riverles: %s\n", why.c_str());
+      throw RunStopped{1};
+    }
+    OWNBLOCK(split, dist_rank(), ibcp(LowX) == Periodic, ibcp(LowY) == Periodic, imax, jmax);
+  }
 
   LEVELCOUNT();
   ALLOCFIELDS();
@@ -163,7 +210,7 @@ void startup(MainState& m) {
 
   VORTICITY();
   NODEVALUES();
-  WRITEFIRSTRESULT(m.casepath, m.fileid);
+  if (first_process()) WRITEFIRSTRESULT(m.casepath, m.fileid);
 
   smagorinsky = read_real("smagorinskyItm");
   iibm = read_integer("iIBMItm");
@@ -197,7 +244,7 @@ bool time_step(MainState& m) {
   if (output_due(simtime, m.timeold, m.otime)) {
     VORTICITY();
     NODEVALUES();
-    WRITERESULTS(m.casepath);
+    if (first_process()) WRITERESULTS(m.casepath);
   }
   if (m.hotout == 1 && output_due(simtime, m.timeold, m.dthotout)) {
     WRITESAVED(nstep, simtime, m.outpath, m.outfile);
@@ -211,6 +258,8 @@ bool time_step(MainState& m) {
 
   if (simtime >= endtime) return false;
   orva::ORVA_CHECK_CANCEL_F(m.cancel);
+  // The first process's answer, for all.
+  if (several()) m.cancel = static_cast<int>(dist_max(first_process() ? m.cancel : 0));
   return m.cancel != 1;
 }
 
@@ -270,6 +319,7 @@ bool output_due(double time, double timeold, double interval) {
 }
 
 void print_status(int npoisson) {
+  if (dist_rank() != 0) return;  // the console is the first process's
   say("Step Number        = " + std::to_string(nstep));
   say("Time Step          = " + free_real(dt));
   say("Time               = " + free_real(simtime));
@@ -292,7 +342,7 @@ int RIVERLES(int argc, char** argv) {
     m.casepath = argv[1];
     // One run at a time on a case; what a killed run left is cleared.
     std::string refusal;
-    if (orva::CLAIM_CASE(m.casepath, refusal) != 0) {
+    if (dist_rank() == 0 && orva::CLAIM_CASE(m.casepath, refusal) != 0) {
       std::fprintf(stderr, "riverles: %s\n", refusal.c_str());
       throw RunStopped{1};
     }
