@@ -501,93 +501,123 @@ void HALO(Array3<T>& f, int w, const Reach& reach, int level) {
   EXCHANGE(f, b, w, reach);
 }
 
+namespace {
+
+// The part of a plane across axis (0 x, 1 y) that the block of o copies at
+// a periodic face: its own rows (x) or columns (y) of the other direction,
+// the box's ghost rows at its faces, and f's planes k, within reach.
+template <typename T>
+struct WrapPlane {
+  Array3<T>& f;
+  int axis, c0, c1, k0, k1;
+  WrapPlane(Array3<T>& f_, int axis_, const LevelCut& o, const Reach& reach) : f(f_), axis(axis_) {
+    if (axis == 0) {
+      c0 = std::max(o.south ? f.lo(1) : o.blk.jlo, reach.j0);
+      c1 = std::min(o.north ? f.hi(1) : o.blk.jhi, reach.j1);
+    } else {
+      c0 = std::max(o.west ? f.lo(0) : o.blk.ilo, reach.i0);
+      c1 = std::min(o.east ? f.hi(0) : o.blk.ihi, reach.i1);
+    }
+    k0 = std::max(f.lo(2), reach.k0);
+    k1 = std::min(f.hi(2), reach.k1);
+  }
+  bool empty() const { return c1 < c0 || k1 < k0; }
+  std::size_t size() const { return static_cast<std::size_t>(c1 - c0 + 1) * static_cast<std::size_t>(k1 - k0 + 1); }
+  T& at(int x, int c, int k) { return axis == 0 ? f(x, c, k) : f(c, x, k); }
+  void get(int x, std::vector<T>& buf) {
+    buf.resize(size());
+    std::size_t q = 0;
+    for (int k = k0; k <= k1; ++k)
+      for (int c = c0; c <= c1; ++c) buf[q++] = at(x, c, k);
+  }
+  void put(int x, const std::vector<T>& buf) {
+    std::size_t q = 0;
+    for (int k = k0; k <= k1; ++k)
+      for (int c = c0; c <= c1; ++c) at(x, c, k) = buf[q++];
+  }
+};
+
+// The rank of the block at index a along axis in this block's row (x) or
+// column (y) of blocks.
+int along(const LevelCut& o, int axis, int a) {
+  return axis == 0 ? o.blk.b * o.split.px + a : a * o.split.px + o.blk.a;
+}
+
+}  // namespace
+
 template <typename T>
 void WRAPFACES(Array3<T>& f, int axis, int n, const Reach& reach, int level) {
   if (!level_is_cut(level)) return;
   const LevelCut& o = level_cut(level);
-  const PlanSplit& s = o.split;
-  const int m = axis == 0 ? s.px : s.py;
-  if (m < 2) return;
+  const int m = axis == 0 ? o.split.px : o.split.py;
   const int mine = axis == 0 ? o.blk.a : o.blk.b;
-  if (mine != 0 && mine != m - 1) return;
+  if (m < 2 || (mine != 0 && mine != m - 1)) return;
+  WrapPlane<T> plane(f, axis, o, reach);
+  if (plane.empty()) return;
   Clock clock(dist_times().wrap, dist_times().wraps);
-  int c0, c1;
-  if (axis == 0) {
-    c0 = std::max(o.south ? f.lo(1) : o.blk.jlo, reach.j0);
-    c1 = std::min(o.north ? f.hi(1) : o.blk.jhi, reach.j1);
-  } else {
-    c0 = std::max(o.west ? f.lo(0) : o.blk.ilo, reach.i0);
-    c1 = std::min(o.east ? f.hi(0) : o.blk.ihi, reach.i1);
-  }
-  const int k0 = std::max(f.lo(2), reach.k0), k1 = std::min(f.hi(2), reach.k1);
-  if (c1 < c0 || k1 < k0) return;
-  auto at = [&](int x, int c, int k) -> T& { return axis == 0 ? f(x, c, k) : f(c, x, k); };
   // The low end sends its plane 1 and takes plane n into 0; the high end
   // sends plane n and takes plane 1 into n + 1.
   const bool low = mine == 0;
-  const int from = low ? 1 : n, to = low ? 0 : n + 1;
-  const std::size_t count = static_cast<std::size_t>(c1 - c0 + 1) * static_cast<std::size_t>(k1 - k0 + 1);
-  std::vector<T> out(count), in(count);
-  std::size_t q = 0;
-  for (int k = k0; k <= k1; ++k)
-    for (int c = c0; c <= c1; ++c) out[q++] = at(from, c, k);
+  std::vector<T> out, in(plane.size());
+  plane.get(low ? 1 : n, out);
 #ifdef RIVERLES_MPI
-  const int end = low ? m - 1 : 0;
-  const int other = axis == 0 ? o.blk.b * s.px + end : end * s.px + o.blk.a;
-  MPI_Sendrecv(out.data(), static_cast<int>(count), mpi_type<T>(), other, 2, in.data(), static_cast<int>(count),
-               mpi_type<T>(), other, 2, MPI_COMM_WORLD, MPI_STATUS_IGNORE);
+  const int other = along(o, axis, low ? m - 1 : 0);
+  MPI_Sendrecv(out.data(), static_cast<int>(out.size()), mpi_type<T>(), other, 2, in.data(),
+               static_cast<int>(in.size()), mpi_type<T>(), other, 2, MPI_COMM_WORLD, MPI_STATUS_IGNORE);
 #endif
-  q = 0;
-  for (int k = k0; k <= k1; ++k)
-    for (int c = c0; c <= c1; ++c) at(to, c, k) = in[q++];
+  plane.put(low ? 0 : n + 1, in);
 }
 
 template <typename T>
 void WRAPCOPY(Array3<T>& f, int axis, int from, int to, const Reach& reach, int level) {
   if (!level_is_cut(level)) return;
   const LevelCut& o = level_cut(level);
-  const PlanSplit& s = o.split;
-  const int m = axis == 0 ? s.px : s.py;
+  const int m = axis == 0 ? o.split.px : o.split.py;
   if (m < 2) return;
-  const std::vector<int>& lo = axis == 0 ? s.ilo : s.jlo;
-  const std::vector<int>& hi = axis == 0 ? s.ihi : s.jhi;
+  const std::vector<int>& lo = axis == 0 ? o.split.ilo : o.split.jlo;
+  const std::vector<int>& hi = axis == 0 ? o.split.ihi : o.split.jhi;
   int src = from < lo[0] ? 0 : m - 1;
   for (int a = 0; a < m; ++a)
     if (from >= lo[static_cast<std::size_t>(a)] && from <= hi[static_cast<std::size_t>(a)]) src = a;
   const int dst = to < 1 ? 0 : m - 1;
   const int mine = axis == 0 ? o.blk.a : o.blk.b;
   if ((mine != src && mine != dst) || src == dst) return;
+  WrapPlane<T> plane(f, axis, o, reach);
+  if (plane.empty()) return;
   Clock clock(dist_times().wrap, dist_times().wraps);
-  // The rows (x) or columns (y) of the other direction, and the planes.
-  int c0, c1;
-  if (axis == 0) {
-    c0 = std::max(o.south ? f.lo(1) : o.blk.jlo, reach.j0);
-    c1 = std::min(o.north ? f.hi(1) : o.blk.jhi, reach.j1);
-  } else {
-    c0 = std::max(o.west ? f.lo(0) : o.blk.ilo, reach.i0);
-    c1 = std::min(o.east ? f.hi(0) : o.blk.ihi, reach.i1);
-  }
-  const int k0 = std::max(f.lo(2), reach.k0), k1 = std::min(f.hi(2), reach.k1);
-  if (c1 < c0 || k1 < k0) return;
-  auto at = [&](int x, int c, int k) -> T& { return axis == 0 ? f(x, c, k) : f(c, x, k); };
-  std::vector<T> buf(static_cast<std::size_t>(c1 - c0 + 1) * static_cast<std::size_t>(k1 - k0 + 1));
+  std::vector<T> buf(plane.size());
 #ifdef RIVERLES_MPI
-  const int other = axis == 0 ? o.blk.b * s.px + (mine == src ? dst : src)
-                              : (mine == src ? dst : src) * s.px + o.blk.a;
   if (mine == src) {
-    std::size_t n = 0;
-    for (int k = k0; k <= k1; ++k)
-      for (int c = c0; c <= c1; ++c) buf[n++] = at(from, c, k);
-    MPI_Send(buf.data(), static_cast<int>(buf.size()), mpi_type<T>(), other, 1, MPI_COMM_WORLD);
+    plane.get(from, buf);
+    MPI_Send(buf.data(), static_cast<int>(buf.size()), mpi_type<T>(), along(o, axis, dst), 1, MPI_COMM_WORLD);
   } else {
-    MPI_Recv(buf.data(), static_cast<int>(buf.size()), mpi_type<T>(), other, 1, MPI_COMM_WORLD, MPI_STATUS_IGNORE);
-    std::size_t n = 0;
-    for (int k = k0; k <= k1; ++k)
-      for (int c = c0; c <= c1; ++c) at(to, c, k) = buf[n++];
+    MPI_Recv(buf.data(), static_cast<int>(buf.size()), mpi_type<T>(), along(o, axis, src), 1, MPI_COMM_WORLD,
+             MPI_STATUS_IGNORE);
+    plane.put(to, buf);
   }
 #else
-  (void)at, (void)to;
+  (void)to;
 #endif
+}
+
+void WRAPGHOSTS(std::initializer_list<Array3<double>*> fields, int axis, int n, bool low, bool high,
+                const Reach& reach, int level) {
+  for (Array3<double>* f : fields) {
+    if (low && high) {
+      WRAPFACES(*f, axis, n, reach, level);
+    } else {
+      if (low) WRAPCOPY(*f, axis, n, 0, reach, level);
+      if (high) WRAPCOPY(*f, axis, 1, n + 1, reach, level);
+    }
+  }
+}
+
+void wrap_in_team(std::initializer_list<Array3<double>*> fields, int axis, int n, bool low, bool high,
+                  const Reach& reach, int level) {
+#pragma omp barrier
+#pragma omp master
+  WRAPGHOSTS(fields, axis, n, low, high, reach, level);
+#pragma omp barrier
 }
 
 template void EXCHANGE(Array3<double>&, const Block&, int, const Reach&);

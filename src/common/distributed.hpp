@@ -10,6 +10,7 @@
 #pragma once
 
 #include <climits>
+#include <initializer_list>
 #include <string>
 #include <vector>
 
@@ -172,6 +173,15 @@ void WRAPCOPY(Array3<T>& f, int axis, int from, int to, const Reach& reach = Rea
 // (WRAPCOPY twice, in half the messages).
 template <typename T>
 void WRAPFACES(Array3<T>& f, int axis, int n, const Reach& reach = Reach(), int level = 0);
+// The periodic ghost planes of each field: both (WRAPFACES) or the low or
+// the high one alone (WRAPCOPY), as the faces that are periodic.
+void WRAPGHOSTS(std::initializer_list<Array3<double>*> fields, int axis, int n, bool low, bool high,
+                const Reach& reach, int level = 0);
+// WRAPGHOSTS from inside a parallel region: every thread first finishes
+// the passes before, the main thread copies, and none goes on before it is
+// done.
+void wrap_in_team(std::initializer_list<Array3<double>*> fields, int axis, int n, bool low, bool high,
+                  const Reach& reach, int level = 0);
 
 // (HALO, WRAPCOPY, WRAPFACES and EXCHANGE take fields of doubles or of
 // integers, the flags.)

@@ -65,30 +65,6 @@ void strain_row(const StrainViews& a, int j, int k, int i0, int i1, double dx, d
 
 }  // namespace
 
-namespace {
-
-// A periodic face of an axis cut among processes: the ghost planes of the
-// strain rates and of nut are copies from the block at the other end (the
-// ghost rule reduces to that copy there), by the main thread once every
-// thread is done with the passes before.
-void wrap_ghosts(Array3<double>* const (&arrays)[7], int ax, bool low, bool high) {
-  const int n = ax == 0 ? imax : jmax;
-  const Reach lines{0, imax + 1, 0, jmax + 1, 0, kmax + 1};
-#pragma omp barrier
-#pragma omp master
-  for (Array3<double>* a : arrays) {
-    if (low && high) {
-      WRAPFACES(*a, ax, n, lines);
-    } else {
-      if (low) WRAPCOPY(*a, ax, n, 0, lines);
-      if (high) WRAPCOPY(*a, ax, 1, n + 1, lines);
-    }
-  }
-#pragma omp barrier
-}
-
-}  // namespace
-
 void SMAGORINSKY() {
   if (kmax < 1) return;
 
@@ -100,7 +76,6 @@ void SMAGORINSKY() {
   const double t1 = ibcp(LowX), t2 = ibcp(HighX), t3 = ibcp(LowY), t4 = ibcp(HighY), t5 = ibcp(LowZ), t6 = ibcp(HighZ);
 
   Array3<double>* const work[6] = {&s11, &s22, &s33, &s12, &s13, &s23};
-  Array3<double>* const all[7] = {&s11, &s22, &s33, &s12, &s13, &s23, &nut};
 
   // In a run over several processes: this process's cells, and the ghost
   // layers of the faces its block touches; a periodic face across a cut
@@ -159,7 +134,9 @@ void SMAGORINSKY() {
         if (rule1) nut(0, j, k) = ghost_nut(c1, t1, nut(1, j, k), nut(far1, j, k));
         if (rule2) nut(imax + 1, j, k) = ghost_nut(c2, t2, nut(imax, j, k), nut(far2, j, k));
       }
-    if (cutx) wrap_ghosts(all, 0, c1 == 0.0, c2 == 0.0);
+    // A periodic face across a cut: copies from the block at the other end.
+    const Reach lines{0, imax + 1, 0, jmax + 1, 0, kmax + 1};
+    if (cutx) wrap_in_team({&s11, &s22, &s33, &s12, &s13, &s23, &nut}, 0, imax, c1 == 0.0, c2 == 0.0, lines);
 
 #pragma omp for schedule(static)
     for (int k = 0; k <= kmax + 1; ++k) {
@@ -201,7 +178,7 @@ void SMAGORINSKY() {
         }
       }
     }
-    if (cuty) wrap_ghosts(all, 1, c3 == 0.0, c4 == 0.0);
+    if (cuty) wrap_in_team({&s11, &s22, &s33, &s12, &s13, &s23, &nut}, 1, jmax, c3 == 0.0, c4 == 0.0, lines);
 
 #pragma omp for schedule(static)
     for (int j = gj0; j <= gj1; ++j) {

@@ -9,29 +9,6 @@
 
 namespace rl {
 
-namespace {
-
-// A periodic face of an axis cut among processes: the ghost planes of vort
-// and Q are copies from the block at the other end, by the main thread once
-// every thread is done with the pass before.
-void wrap_ghosts(int ax, bool low, bool high) {
-  const int n = ax == 0 ? imax : jmax;
-  const Reach lines{0, imax + 1, 0, jmax + 1, 0, kmax + 1};
-#pragma omp barrier
-#pragma omp master
-  for (Array3<double>* a : {&vort, &Q}) {
-    if (low && high) {
-      WRAPFACES(*a, ax, n, lines);
-    } else {
-      if (low) WRAPCOPY(*a, ax, n, 0, lines);
-      if (high) WRAPCOPY(*a, ax, 1, n + 1, lines);
-    }
-  }
-#pragma omp barrier
-}
-
-}  // namespace
-
 // In a run over several processes: this process's cells, the ghost layers
 // of the faces its block touches (the far end of a row, weight 0 there,
 // replaced by the near cell across a cut; a periodic face across a cut by a
@@ -93,7 +70,8 @@ void VORTICITY() {
           Q(I + 1, j, k) = c2 * Q(I, j, k) + (1.0 - c2) * Q(far2, j, k);
         }
       }
-    if (cutx) wrap_ghosts(0, c1 == 0.0, c2 == 0.0);
+    const Reach lines{0, I + 1, 0, J + 1, 0, K + 1};
+    if (cutx) wrap_in_team({&vort, &Q}, 0, I, c1 == 0.0, c2 == 0.0, lines);
 #pragma omp for schedule(static)
     for (int k = 0; k <= K + 1; ++k)
       for (int i = gi0; i <= gi1; ++i) {
@@ -106,7 +84,7 @@ void VORTICITY() {
           Q(i, J + 1, k) = c4 * Q(i, J, k) + (1.0 - c4) * Q(i, far4, k);
         }
       }
-    if (cuty) wrap_ghosts(1, c3 == 0.0, c4 == 0.0);
+    if (cuty) wrap_in_team({&vort, &Q}, 1, J, c3 == 0.0, c4 == 0.0, lines);
 #pragma omp for schedule(static)
     for (int j = gj0; j <= gj1; ++j)
       for (int i = gi0; i <= gi1; ++i) {

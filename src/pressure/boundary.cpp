@@ -84,18 +84,7 @@ bool cut_axis(int ax) {
 // (neither reads the other's ghost); the high face then has nothing left.
 void wrap(Array3<double>& f, int ax, bool high, int n, bool both, Split& split) {
   if (high && both) return;
-#pragma omp barrier
-#pragma omp master
-  {
-    const Reach lines{0, imax + 1, 0, jmax + 1, 0, kmax + 1};
-    if (both)
-      WRAPFACES(f, ax, n, lines);
-    else if (high)
-      WRAPCOPY(f, ax, 1, n + 1, lines);
-    else
-      WRAPCOPY(f, ax, n, 0, lines);
-  }
-#pragma omp barrier
+  wrap_in_team({&f}, ax, n, both || !high, both || high, Reach{0, imax + 1, 0, jmax + 1, 0, kmax + 1});
   split.last = -1;
 }
 

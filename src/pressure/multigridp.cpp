@@ -104,18 +104,7 @@ void face_ghosts(Array3<double>& f, int nx, int ny, int nz, const Cells& c) {
       }
     }
   }
-  if (cutx && (w1.o != 0.0 || w2.o != 0.0)) {
-#pragma omp master
-    {
-      if (w1.o != 0.0 && w2.o != 0.0) {
-        WRAPFACES(f, 0, nx, interior(nx, ny, nz), c.level);
-      } else {
-        if (w1.o != 0.0) WRAPCOPY(f, 0, nx, 0, interior(nx, ny, nz), c.level);
-        if (w2.o != 0.0) WRAPCOPY(f, 0, 1, nx + 1, interior(nx, ny, nz), c.level);
-      }
-    }
-#pragma omp barrier
-  }
+  if (cutx) wrap_in_team({&f}, 0, nx, w1.o != 0.0, w2.o != 0.0, interior(nx, ny, nz), c.level);
 
   // Group 2: y faces.
 #pragma omp for schedule(static)
@@ -142,18 +131,7 @@ void face_ghosts(Array3<double>& f, int nx, int ny, int nz, const Cells& c) {
       }
     }
   }
-  if (cuty && (w3.o != 0.0 || w4.o != 0.0)) {
-#pragma omp master
-    {
-      if (w3.o != 0.0 && w4.o != 0.0) {
-        WRAPFACES(f, 1, ny, interior(nx, ny, nz), c.level);
-      } else {
-        if (w3.o != 0.0) WRAPCOPY(f, 1, ny, 0, interior(nx, ny, nz), c.level);
-        if (w4.o != 0.0) WRAPCOPY(f, 1, 1, ny + 1, interior(nx, ny, nz), c.level);
-      }
-    }
-#pragma omp barrier
-  }
+  if (cuty) wrap_in_team({&f}, 1, ny, w3.o != 0.0, w4.o != 0.0, interior(nx, ny, nz), c.level);
 
   // Group 3: z faces.
 #pragma omp for schedule(static)
