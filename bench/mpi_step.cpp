@@ -85,7 +85,7 @@ void build(int ni, int nj, int nk) {
     MPI_Abort(MPI_COMM_WORLD, 2);
   }
   if (dist_size() > 1)
-    OWNBLOCK(s, dist_rank(), true, false, ni, nj);
+    OWNBLOCK(s, dist_rank(), ni, nj);
   else
     OWNBOX();
   ALLOCFIELDS();

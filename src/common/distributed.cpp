@@ -181,7 +181,6 @@ double reduce(double x, Op op) {
 
 double dist_min(double x) { return reduce(x, Op::Min); }
 double dist_max(double x) { return reduce(x, Op::Max); }
-bool dist_any(bool x) { return dist_max(x ? 1.0 : 0.0) > 0.0; }
 
 double dist_sum(double x) {
   // MPI_Allreduce may add in any order; gathering the values and adding
@@ -218,7 +217,7 @@ bool PLANSPLIT(int nprocs, int imax, int jmax, PlanSplit& s, std::string& why) {
   return true;
 }
 
-Block block_of(const PlanSplit& s, int rank, bool xperiodic, bool yperiodic) {
+Block block_of(const PlanSplit& s, int rank) {
   Block b;
   b.a = rank % s.px;
   b.b = rank / s.px;
@@ -227,10 +226,10 @@ Block block_of(const PlanSplit& s, int rank, bool xperiodic, bool yperiodic) {
   b.jlo = s.jlo[static_cast<std::size_t>(b.b)];
   b.jhi = s.jhi[static_cast<std::size_t>(b.b)];
   auto at = [&](int a, int bb) { return bb * s.px + a; };
-  if (b.a > 0 || xperiodic) b.west = at((b.a + s.px - 1) % s.px, b.b);
-  if (b.a < s.px - 1 || xperiodic) b.east = at((b.a + 1) % s.px, b.b);
-  if (b.b > 0 || yperiodic) b.south = at(b.a, (b.b + s.py - 1) % s.py);
-  if (b.b < s.py - 1 || yperiodic) b.north = at(b.a, (b.b + 1) % s.py);
+  if (b.a > 0) b.west = at(b.a - 1, b.b);
+  if (b.a < s.px - 1) b.east = at(b.a + 1, b.b);
+  if (b.b > 0) b.south = at(b.a, b.b - 1);
+  if (b.b < s.py - 1) b.north = at(b.a, b.b + 1);
   return b;
 }
 
@@ -348,60 +347,6 @@ void ALLGATHERBOX(Array3<double>& f, int i0, int i1, int j0, int j1, int k0, int
 #endif
 }
 
-namespace {
-
-// The part of the global ranges i0..i1, j0..j1 that block (a, b) holds: its
-// own columns, stretched to the box's ghost layers at the box's faces.
-void held(const PlanSplit& s, int a, int b, int i0, int i1, int j0, int j1, int& hi0, int& hi1, int& hj0,
-          int& hj1) {
-  hi0 = a == 0 ? i0 : s.ilo[static_cast<std::size_t>(a)];
-  hi1 = a == s.px - 1 ? i1 : s.ihi[static_cast<std::size_t>(a)];
-  hj0 = b == 0 ? j0 : s.jlo[static_cast<std::size_t>(b)];
-  hj1 = b == s.py - 1 ? j1 : s.jhi[static_cast<std::size_t>(b)];
-}
-
-}  // namespace
-
-void GATHERPLANE(const Array3<double>& f, const PlanSplit& s, int k, int i0, int i1, int j0, int j1,
-                 std::vector<double>& plane) {
-  const int rank = dist_rank(), n = s.px * s.py;
-  const std::size_t ni = static_cast<std::size_t>(i1 - i0 + 1);
-  int a0, a1, b0, b1;
-  held(s, rank % s.px, rank / s.px, i0, i1, j0, j1, a0, a1, b0, b1);
-  std::vector<double> mine;
-  mine.reserve(static_cast<std::size_t>(a1 - a0 + 1) * static_cast<std::size_t>(b1 - b0 + 1));
-  for (int j = b0; j <= b1; ++j) {
-    const double* row = f.at(a0, j, k);
-    mine.insert(mine.end(), row, row + (a1 - a0 + 1));
-  }
-  std::vector<int> counts(static_cast<std::size_t>(n)), offsets(static_cast<std::size_t>(n));
-  int total = 0;
-  for (int r = 0; r < n; ++r) {
-    int c0, c1, d0, d1;
-    held(s, r % s.px, r / s.px, i0, i1, j0, j1, c0, c1, d0, d1);
-    counts[static_cast<std::size_t>(r)] = (c1 - c0 + 1) * (d1 - d0 + 1);
-    offsets[static_cast<std::size_t>(r)] = total;
-    total += counts[static_cast<std::size_t>(r)];
-  }
-  // One process: its own part is the whole plane.
-  std::vector<double> all = mine;
-#ifdef RIVERLES_MPI
-  if (started) {
-    all.assign(rank == 0 ? static_cast<std::size_t>(total) : 0, 0.0);
-    MPI_Gatherv(mine.data(), static_cast<int>(mine.size()), MPI_DOUBLE, all.data(), counts.data(), offsets.data(),
-                MPI_DOUBLE, 0, MPI_COMM_WORLD);
-  }
-#endif
-  if (rank != 0) return;
-  plane.assign(ni * static_cast<std::size_t>(j1 - j0 + 1), 0.0);
-  for (int r = 0; r < n; ++r) {
-    int c0, c1, d0, d1;
-    held(s, r % s.px, r / s.px, i0, i1, j0, j1, c0, c1, d0, d1);
-    const double* p = all.data() + offsets[static_cast<std::size_t>(r)];
-    for (int j = d0; j <= d1; ++j)
-      for (int i = c0; i <= c1; ++i) plane[static_cast<std::size_t>(j - j0) * ni + static_cast<std::size_t>(i - i0)] = *p++;
-  }
-}
 
 }  // namespace rl
 
@@ -432,10 +377,10 @@ bool halve(const std::vector<int>& lo, const std::vector<int>& hi, int n, std::v
   return true;
 }
 
-LevelCut level_of(const PlanSplit& s, int rank, bool xp, bool yp, int ni, int nj) {
+LevelCut level_of(const PlanSplit& s, int rank, int ni, int nj) {
   LevelCut c;
   c.split = s;
-  c.blk = block_of(s, rank, xp, yp);
+  c.blk = block_of(s, rank);
   c.west = c.blk.ilo == 1;
   c.east = c.blk.ihi == ni;
   c.south = c.blk.jlo == 1;
@@ -445,9 +390,9 @@ LevelCut level_of(const PlanSplit& s, int rank, bool xp, bool yp, int ni, int nj
 
 }  // namespace
 
-void OWNBLOCK(const PlanSplit& s, int rank, bool xperiodic, bool yperiodic, int imax, int jmax) {
+void OWNBLOCK(const PlanSplit& s, int rank, int imax, int jmax) {
   Ownership& o = ownership();
-  const Block blk = block_of(s, rank, xperiodic, yperiodic);
+  const Block blk = block_of(s, rank);
   o.on = true;
   o.split = s;
   o.blk = blk;
@@ -461,7 +406,7 @@ void OWNBLOCK(const PlanSplit& s, int rank, bool xperiodic, bool yperiodic, int 
   PlanSplit cur = s;
   int ni = imax, nj = jmax;
   for (;;) {
-    o.levels.push_back(level_of(cur, rank, xperiodic, yperiodic, ni, nj));
+    o.levels.push_back(level_of(cur, rank, ni, nj));
     PlanSplit next;
     next.px = cur.px;
     next.py = cur.py;
@@ -493,12 +438,7 @@ void HALO(Array3<T>& f, int w, const Reach& reach, int level) {
   const LevelCut& c = level_cut(level);
   // Only the cuts between blocks: the faces of the box, periodic or not,
   // have their ghost rules.
-  Block b = c.blk;
-  if (c.west) b.west = -1;
-  if (c.east) b.east = -1;
-  if (c.south) b.south = -1;
-  if (c.north) b.north = -1;
-  EXCHANGE(f, b, w, reach);
+  EXCHANGE(f, c.blk, w, reach);
 }
 
 namespace {

@@ -5,8 +5,8 @@
 //
 // Every process keeps the global index space: its arrays cover its own
 // columns plus `w` layers of each neighbour's (the halo); the box's own
-// ghost layers belong to the blocks at the box's faces.  A periodic
-// direction makes the blocks at its two ends neighbours.
+// ghost layers belong to the blocks at the box's faces; a periodic face's
+// ghosts are copied between the blocks at the box's two ends (WRAPCOPY).
 #pragma once
 
 #include <climits>
@@ -55,14 +55,14 @@ constexpr int kMinBlockColumns = 4;
 bool PLANSPLIT(int nprocs, int imax, int jmax, PlanSplit& s, std::string& why);
 
 // One process's block: its coordinates and owned columns, and the ranks of
-// its four neighbours (-1: none; a block may be its own neighbour across a
-// periodic direction of one block).  Ranks run along x first.
+// its four neighbours across the cuts (-1: a face of the box, periodic or
+// not, which has its ghost rules).  Ranks run along x first.
 struct Block {
   int a = 0, b = 0;
   int ilo = 1, ihi = 0, jlo = 1, jhi = 0;
   int west = -1, east = -1, south = -1, north = -1;
 };
-Block block_of(const PlanSplit& s, int rank, bool xperiodic, bool yperiodic);
+Block block_of(const PlanSplit& s, int rank);
 
 // The part of the box that this process works on.  Off (one process, the
 // solver as of old) every range below is the box's own.  On, the routines
@@ -97,9 +97,8 @@ struct Ownership {
 Ownership& ownership();
 // The fewest columns a block of a coarse level may keep across x and y.
 constexpr int kMinLevelColumns = 2;
-// Makes this rank's block of s its part of the box of imax x jmax columns
-// (periodic directions: the blocks at the ends are neighbours).
-void OWNBLOCK(const PlanSplit& s, int rank, bool xperiodic, bool yperiodic, int imax, int jmax);
+// Makes this rank's block of s its part of the box of imax x jmax columns.
+void OWNBLOCK(const PlanSplit& s, int rank, int imax, int jmax);
 // Whether level l (0 the finest) is cut among the processes, and its cut.
 bool level_is_cut(int l);
 const LevelCut& level_cut(int l);
@@ -211,7 +210,6 @@ DistTimes& dist_times();
 double dist_min(double x);
 double dist_max(double x);
 double dist_sum(double x);
-bool dist_any(bool x);
 
 // Each process's box i0..i1, j0..j1, k0..k1 of f (the boxes of the
 // processes disjoint), gathered into f on every process, so that all hold
@@ -219,13 +217,5 @@ bool dist_any(bool x);
 // it together; with one process it does nothing.
 void ALLGATHERBOX(Array3<double>& f, int i0, int i1, int j0, int j1, int k0, int k1);
 
-// One plane k of a field, gathered whole onto the first process (rank 0)
-// for writing, so that no process holds more than a plane of the whole box:
-// plane[(j - j0) * (i1 - i0 + 1) + (i - i0)] for the global ranges i0..i1,
-// j0..j1 (the box's own ghost layers included: they come from the blocks at
-// the box's faces).  Every process calls it together; only rank 0's plane
-// is filled.
-void GATHERPLANE(const Array3<double>& f, const PlanSplit& s, int k, int i0, int i1, int j0, int j1,
-                 std::vector<double>& plane);
 
 }  // namespace rl

@@ -155,7 +155,7 @@ void startup(MainState& m) {
       if (first_process()) std::fprintf(stderr, "riverles: %s\n", why.c_str());
       throw RunStopped{1};
     }
-    OWNBLOCK(split, dist_rank(), ibcp(LowX) == Periodic, ibcp(LowY) == Periodic, imax, jmax);
+    OWNBLOCK(split, dist_rank(), imax, jmax);
   }
 
   LEVELCOUNT();

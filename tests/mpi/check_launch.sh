@@ -22,13 +22,9 @@ cmp -s "$work/plain/out.txt" "$work/launched/out.txt" || fail "the console diffe
 # unused bytes of its own differing between two files of the same data).
 n=$(ls "$work"/plain/flat.cgn.results/FlowSolution*.cgns | wc -l)
 [ "$n" -ge 2 ] || fail "only $n results"
-if command -v cgnsdiff > /dev/null; then
-  diffs=$(cd "$work" && cgnsdiff -d -f plain/flat.cgn launched/flat.cgn 2>&1)
-  [ -z "$diffs" ] || fail "the results differ under the launcher: $(head -5 <<<"$diffs")"
-  echo "one process under the launcher: console and $n results identical"
-else
-  echo "one process under the launcher: console identical (cgnsdiff not installed: results not compared)"
-fi
+diffs=$(cd "$work" && cgnsdiff -d -f plain/flat.cgn launched/flat.cgn 2>&1)
+[ -z "$diffs" ] || fail "the results differ under the launcher: $(head -5 <<<"$diffs")"
+echo "one process under the launcher: console and $n results identical"
 
 # Several processes: the flat channel on 2 and 4, the dune bed on 2, the
 # pressure solved tightly (the relaxation order at the process edges changes
@@ -69,9 +65,7 @@ for run in tight:1 tight:2 tight:4 dunes:1 dunes:2; do
   fi
   (cd "$dir" && OMP_NUM_THREADS=1 "$mpiexec" -n "$np" --oversubscribe "$riverles" case.cgn < /dev/null > out.txt 2> err.txt) ||
     fail "$desc on $np processes: $(tail -3 "$dir/err.txt")"
-  if command -v cgnsdiff > /dev/null; then
-    why=$(same_run "$work/$desc-1" "$dir") || fail "$desc on $np processes against one: $why"
-  fi
+  why=$(same_run "$work/$desc-1" "$dir") || fail "$desc on $np processes against one: $why"
   echo "$desc on $np processes: the run of one process to 1e-6 ($(grep -c '^Step Number' "$dir/out.txt") steps)"
 done
 
