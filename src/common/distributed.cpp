@@ -348,6 +348,160 @@ void ALLGATHERBOX(Array3<double>& f, int i0, int i1, int j0, int j1, int k0, int
 }
 
 
+Box Box::within(const Box& b) const {
+  Box r;
+  r.i0 = std::max(i0, b.i0);
+  r.i1 = std::min(i1, b.i1);
+  r.j0 = std::max(j0, b.j0);
+  r.j1 = std::min(j1, b.j1);
+  r.k0 = std::max(k0, b.k0);
+  r.k1 = std::min(k1, b.k1);
+  return r;
+}
+
+namespace {
+
+// Position of (i, j, k) in the packing of box w, quantity q of nf.
+std::size_t packed_at(const Box& w, int q, int i, int j, int k) {
+  return static_cast<std::size_t>(q) * static_cast<std::size_t>(w.count()) +
+         (static_cast<std::size_t>(k - w.k0) * static_cast<std::size_t>(w.j1 - w.j0 + 1) +
+          static_cast<std::size_t>(j - w.j0)) *
+             static_cast<std::size_t>(w.i1 - w.i0 + 1) +
+         static_cast<std::size_t>(i - w.i0);
+}
+
+// Copies the values of part (a box within both) from the packing of box
+// `from` into that of box `to`.
+void copy_part(const Box& part, int nf, const Box& from, const double* src, const Box& to, double* dst) {
+  if (part.empty()) return;
+  const std::size_t n = static_cast<std::size_t>(part.i1 - part.i0 + 1);
+  for (int q = 0; q < nf; ++q)
+    for (int k = part.k0; k <= part.k1; ++k)
+      for (int j = part.j0; j <= part.j1; ++j) {
+        const double* s = src + packed_at(from, q, part.i0, j, k);
+        std::copy(s, s + n, dst + packed_at(to, q, part.i0, j, k));
+      }
+}
+
+#ifdef RIVERLES_MPI
+// Every process's box, on the first process.
+std::vector<Box> boxes_at_first(const Box& mine) {
+  const int b[6] = {mine.i0, mine.i1, mine.j0, mine.j1, mine.k0, mine.k1};
+  std::vector<int> all(6 * static_cast<std::size_t>(dist_size()));
+  MPI_Gather(b, 6, MPI_INT, all.data(), 6, MPI_INT, 0, MPI_COMM_WORLD);
+  std::vector<Box> r;
+  if (dist_rank() != 0) return r;
+  for (std::size_t p = 0; p < all.size(); p += 6) r.push_back({all[p], all[p + 1], all[p + 2], all[p + 3], all[p + 4], all[p + 5]});
+  return r;
+}
+#endif
+
+}  // namespace
+
+void PACKBOX(std::initializer_list<const Array3<double>*> f, const Box& b, std::vector<double>& vals) {
+  vals.resize(f.size() * static_cast<std::size_t>(b.count()));
+  if (b.empty()) return;
+  std::size_t q = 0;
+  for (const Array3<double>* a : f)
+    for (int k = b.k0; k <= b.k1; ++k)
+      for (int j = b.j0; j <= b.j1; ++j) {
+        const double* row = a->at(b.i0, j, k);
+        std::copy(row, row + (b.i1 - b.i0 + 1), vals.begin() + static_cast<std::ptrdiff_t>(q));
+        q += static_cast<std::size_t>(b.i1 - b.i0 + 1);
+      }
+}
+
+void UNPACKBOX(std::initializer_list<Array3<double>*> f, const Box& b, const std::vector<double>& vals) {
+  if (b.empty()) return;
+  std::size_t q = 0;
+  for (Array3<double>* a : f)
+    for (int k = b.k0; k <= b.k1; ++k)
+      for (int j = b.j0; j <= b.j1; ++j) {
+        std::copy(vals.begin() + static_cast<std::ptrdiff_t>(q),
+                  vals.begin() + static_cast<std::ptrdiff_t>(q + static_cast<std::size_t>(b.i1 - b.i0 + 1)),
+                  a->at(b.i0, j, k));
+        q += static_cast<std::size_t>(b.i1 - b.i0 + 1);
+      }
+}
+
+void GATHERTOFIRST(const Box& mine, const std::vector<double>& vals, int nf, const Box& whole,
+                   std::vector<double>& out) {
+  const std::size_t total = static_cast<std::size_t>(nf) * static_cast<std::size_t>(whole.count());
+#ifdef RIVERLES_MPI
+  if (started && dist_size() > 1) {
+    Clock clock(dist_times().gather, dist_times().gathers);
+    const std::vector<Box> boxes = boxes_at_first(mine);
+    std::vector<int> counts, offsets;
+    std::vector<double> all;
+    if (dist_rank() == 0) {
+      int at = 0;
+      for (const Box& b : boxes) {
+        counts.push_back(nf * static_cast<int>(b.count()));
+        offsets.push_back(at);
+        at += counts.back();
+      }
+      all.resize(static_cast<std::size_t>(at));
+    }
+    MPI_Gatherv(vals.data(), static_cast<int>(vals.size()), MPI_DOUBLE, all.data(), counts.data(), offsets.data(),
+                MPI_DOUBLE, 0, MPI_COMM_WORLD);
+    if (dist_rank() != 0) return;
+    out.assign(total, 0.0);
+    for (std::size_t r = 0; r < boxes.size(); ++r)
+      copy_part(boxes[r].within(whole), nf, boxes[r], all.data() + offsets[r], whole, out.data());
+    return;
+  }
+#endif
+  out.assign(total, 0.0);
+  copy_part(mine.within(whole), nf, mine, vals.data(), whole, out.data());
+}
+
+Box SCATTERFROMFIRST(const Box& mine, int nf, const Box& whole, const std::vector<double>& in,
+                     std::vector<double>& vals) {
+  const Box part = mine.within(whole);
+  vals.assign(static_cast<std::size_t>(nf) * static_cast<std::size_t>(part.count()), 0.0);
+#ifdef RIVERLES_MPI
+  if (started && dist_size() > 1) {
+    Clock clock(dist_times().gather, dist_times().gathers);
+    const std::vector<Box> boxes = boxes_at_first(part);
+    std::vector<int> counts, offsets;
+    std::vector<double> all;
+    if (dist_rank() == 0) {
+      int at = 0;
+      for (const Box& b : boxes) {
+        counts.push_back(nf * static_cast<int>(b.count()));
+        offsets.push_back(at);
+        at += counts.back();
+      }
+      all.resize(static_cast<std::size_t>(at));
+      for (std::size_t r = 0; r < boxes.size(); ++r)
+        copy_part(boxes[r], nf, whole, in.data(), boxes[r], all.data() + offsets[r]);
+    }
+    MPI_Scatterv(all.data(), counts.data(), offsets.data(), MPI_DOUBLE, vals.data(), static_cast<int>(vals.size()),
+                 MPI_DOUBLE, 0, MPI_COMM_WORLD);
+    return part;
+  }
+#endif
+  copy_part(part, nf, whole, in.data(), part, vals.data());
+  return part;
+}
+
+void dist_bcast(double* x, int n) {
+#ifdef RIVERLES_MPI
+  if (started && dist_size() > 1) MPI_Bcast(x, n, MPI_DOUBLE, 0, MPI_COMM_WORLD);
+#else
+  (void)x, (void)n;
+#endif
+}
+
+void dist_bcast(int* x, int n) {
+#ifdef RIVERLES_MPI
+  if (started && dist_size() > 1) MPI_Bcast(x, n, MPI_INT, 0, MPI_COMM_WORLD);
+#else
+  (void)x, (void)n;
+#endif
+}
+
+
 }  // namespace rl
 
 namespace rl {

@@ -218,4 +218,39 @@ double dist_sum(double x);
 void ALLGATHERBOX(Array3<double>& f, int i0, int i1, int j0, int j1, int k0, int k1);
 
 
+// A box of the global index space, ends included; empty when an end lies
+// below its start.
+struct Box {
+  int i0 = 0, i1 = -1, j0 = 0, j1 = -1, k0 = 0, k1 = -1;
+  bool empty() const { return i1 < i0 || j1 < j0 || k1 < k0; }
+  long long count() const {
+    return empty() ? 0 : 1LL * (i1 - i0 + 1) * (j1 - j0 + 1) * (k1 - k0 + 1);
+  }
+  // The part that lies in b too.
+  Box within(const Box& b) const;
+};
+
+// Values of nf quantities over a box, packed quantity after quantity, each
+// over k, j, i with i fastest: what the first process writes to a file in
+// slabs (a plane at a time, so that no process holds a whole 3-D field).
+//
+// GATHERTOFIRST: every process gives its values over its box `mine` (the
+// boxes of the processes disjoint, together `whole`; an empty box gives
+// nothing); the first process gets them over `whole` in `out`.
+// SCATTERFROMFIRST: the first process has the values over `whole` in `in`;
+// every process gets those over its box `mine` within `whole` (the boxes
+// may overlap: halos), and that part of its box is returned.
+// Every process calls them together; with one process they copy.
+void GATHERTOFIRST(const Box& mine, const std::vector<double>& vals, int nf, const Box& whole,
+                   std::vector<double>& out);
+Box SCATTERFROMFIRST(const Box& mine, int nf, const Box& whole, const std::vector<double>& in,
+                     std::vector<double>& vals);
+// The fields' values over a box, packed as above, and back.
+void PACKBOX(std::initializer_list<const Array3<double>*> f, const Box& b, std::vector<double>& vals);
+void UNPACKBOX(std::initializer_list<Array3<double>*> f, const Box& b, const std::vector<double>& vals);
+// The first process's values of n numbers, given to every process.
+void dist_bcast(double* x, int n);
+void dist_bcast(int* x, int n);
+
+
 }  // namespace rl

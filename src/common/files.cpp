@@ -6,6 +6,8 @@
 #include <cstring>
 #include <filesystem>
 
+#include "common/distributed.hpp"
+
 namespace rl {
 
 std::string strip_blanks(const std::string& s) {
@@ -28,6 +30,8 @@ void make_output_folder(const std::string& outpath) {
 void open_failed(const std::string& name) {
   std::fprintf(stderr, "riverles: cannot open file \"%s\": %s\n", name.c_str(), std::strerror(errno));
   std::fflush(stdout);
+  // Over several processes the others are waiting for this one: all end.
+  if (dist_size() > 1) DISTABORT(2);
   std::exit(2);
 }
 

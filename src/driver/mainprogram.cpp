@@ -93,8 +93,6 @@ void refuse_if_several(bool wanted, const char* what) {
 // need the whole fields on one process.
 void check_several_options() {
   if (!several()) return;
-  refuse_if_several(read_integer("HotstartItm") == 1, "a start from a saved state");
-  refuse_if_several(read_integer("HotoutItm") == 1, "writing saved states");
   refuse_if_several(read_integer("TecplotItm") == 1, "writing Tecplot files");
   refuse_if_several(optional_integer("MonitorItm", 0) == 1 || optional_integer("StopNonFiniteItm", 0) == 1 ||
                         !optional_string("ProbeFileItm", "").empty() || optional_integer("StatisticsItm", 0) == 1,
@@ -199,7 +197,7 @@ void startup(MainState& m) {
   if (m.tecplot == 1) m.dttecplot = read_real("dtTecplotItm");
   m.outpath = read_string("outpathItm");
   m.outfile = read_string("outfileItm");
-  if (m.hotout == 1 || m.tecplot == 1) make_output_folder(m.outpath);
+  if ((m.hotout == 1 || m.tecplot == 1) && first_process()) make_output_folder(m.outpath);
 
   FLAGDETER();
 
@@ -226,7 +224,7 @@ void startup(MainState& m) {
   // What the run reports beyond the console, by the case's optional keys.
   MONITORSTART(m.outpath, m.outfile, m.hotstart == 1 && m.timeinitial == 1);
   STATSTART(m.otime, m.hotstart == 1 ? m.startfile : std::string());
-  if (statistics_on()) make_output_folder(m.outpath);
+  if (statistics_on() && first_process()) make_output_folder(m.outpath);
 }
 
 // One pass of the time loop; returns false when the loop ends.

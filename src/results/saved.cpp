@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <optional>
 #include <string>
 #include <system_error>
 #include <type_traits>
@@ -13,6 +14,7 @@
 #include <vector>
 
 #include "common/console.hpp"
+#include "common/distributed.hpp"
 #include "common/files.hpp"
 #include "driver/fields.hpp"
 
@@ -204,117 +206,156 @@ std::string saved_file_name(const std::string& outpath, const std::string& outfi
   return strip_blanks(outpath) + "/" + strip_blanks(outfile) + ".dat";
 }
 
+namespace {
+
+// Over several processes the file is the same as from one: the first
+// process writes and reads it, a plane k at a time, the others give it
+// their part of each plane or take theirs from it.
+
+// The part of plane k of a level's phi (0..n+1 along x and y) that this
+// process gives: its block, with the box's ghost layers where it touches a
+// face; a level held whole by every process is given by the first alone.
+Box owned_phi_plane(int l, int k) {
+  const MGLEVEL& g = pmg(l);
+  Box b{0, g.nx + 1, 0, g.ny + 1, k, k};
+  if (l == 0) {
+    b = {own_lo_i(0), own_hi_i(g.nx + 1), own_lo_j(0), own_hi_j(g.ny + 1), k, k};
+  } else if (level_cut_here(l)) {
+    const LevelCut& c = level_cut(l);
+    b = {c.west ? 0 : c.blk.ilo, c.east ? g.nx + 1 : c.blk.ihi, c.south ? 0 : c.blk.jlo,
+         c.north ? g.ny + 1 : c.blk.jhi, k, k};
+  } else if (dist_rank() != 0) {
+    b = Box();
+  }
+  return b;
+}
+
+// The part of plane k that this process holds of a field (its block and
+// halo, or the whole plane).
+template <typename A>
+Box held_plane(const A& a, int k) {
+  return {a.lo(0), a.hi(0), a.lo(1), a.hi(1), k, k};
+}
+
+}  // namespace
+
 void WRITESAVED(int nstep, double time, const std::string& outpath, const std::string& outfile) {
-  TextOut out(saved_file_name(outpath, outfile));
+  const bool first = dist_rank() == 0;
+  std::optional<TextOut> out;
+  if (first) out.emplace(saved_file_name(outpath, outfile));
   const int I = imax, J = jmax, K = kmax;
+  std::vector<double> mine, plane;
 
   // 1: step counter and time.
-  out.integer(nstep);
-  out.real(time);
-  out.end_line();
-
-  // 2: phi of every level, one value a line; the loops run over the whole
-  // array, which is its storage order.
-  for (int l = lmin; l <= 0; ++l) {
-    const Array3<double>& ph = pmg(l).phi;
-    const double* d = ph.data();
-    for (std::int64_t n = 0; n < ph.size(); ++n) {
-      out.real(d[n]);
-      out.end_line();
-    }
+  if (first) {
+    out->integer(nstep);
+    out->real(time);
+    out->end_line();
   }
 
-  // 3: the old velocities, old right-hand sides and eddy viscosity.
-  for (int k = 0; k <= K + 1; ++k) {
-    for (int j = 0; j <= J + 1; ++j) {
-      const double* a = uo.at(0, j, k);
-      const double* b = vo.at(0, j, k);
-      const double* c = wo.at(0, j, k);
-      const double* d = rhsuo.at(0, j, k);
-      const double* e = rhsvo.at(0, j, k);
-      const double* f = rhswo.at(0, j, k);
-      const double* g = nut.at(0, j, k);
-      for (int i = 0; i <= I + 1; ++i) {
-        out.real(a[i]);
-        out.real(b[i]);
-        out.real(c[i]);
-        out.real(d[i]);
-        out.real(e[i]);
-        out.real(f[i]);
-        out.real(g[i]);
-        out.end_line();
+  // 2: phi of every level, one value a line, in its storage order (k, j, i
+  // over 0..n+1).
+  for (int l = lmin; l <= 0; ++l) {
+    const MGLEVEL& g = pmg(l);
+    for (int k = 0; k <= g.nz + 1; ++k) {
+      const Box b = owned_phi_plane(l, k);
+      PACKBOX({&g.phi}, b, mine);
+      GATHERTOFIRST(b, mine, 1, Box{0, g.nx + 1, 0, g.ny + 1, k, k}, plane);
+      if (!first) continue;
+      for (double x : plane) {
+        out->real(x);
+        out->end_line();
       }
     }
   }
+
+  // 3: the old velocities, old right-hand sides and eddy viscosity, the
+  // seven values of a cell on a line.
+  const std::size_t n = static_cast<std::size_t>(I + 2) * static_cast<std::size_t>(J + 2);
+  for (int k = 0; k <= K + 1; ++k) {
+    const Box b{own_lo_i(0), own_hi_i(I + 1), own_lo_j(0), own_hi_j(J + 1), k, k};
+    PACKBOX({&uo, &vo, &wo, &rhsuo, &rhsvo, &rhswo, &nut}, b, mine);
+    GATHERTOFIRST(b, mine, 7, Box{0, I + 1, 0, J + 1, k, k}, plane);
+    if (!first) continue;
+    for (std::size_t m = 0; m < n; ++m) {
+      for (std::size_t q = 0; q < 7; ++q) out->real(plane[q * n + m]);
+      out->end_line();
+    }
+  }
+  if (!first) return;
 
   // 4: the bed, one value a line.
   for (int j = 0; j <= J + 1; ++j) {
     const double* b = bed.at(0, j);
     for (int i = 0; i <= I + 1; ++i) {
-      out.real(b[i]);
-      out.end_line();
+      out->real(b[i]);
+      out->end_line();
     }
   }
 
   // 5 and 6: the used slot entries.
   int count = 0;
-  for (int n = 1; n <= nslot; ++n)
-    if (slotflag(n) == 1) ++count;
-  out.integer(count);
-  out.end_line();
-  for (int n = 1; n <= nslot; ++n) {
-    if (slotflag(n) != 1) continue;
-    out.real(slot1(n));
-    out.real(slot2(n));
-    out.real(slot3(n));
-    out.real(slot4(n));
-    out.real(slot5(n));
-    out.real(slot6(n));
-    out.end_line();
+  for (int m = 1; m <= nslot; ++m)
+    if (slotflag(m) == 1) ++count;
+  out->integer(count);
+  out->end_line();
+  for (int m = 1; m <= nslot; ++m) {
+    if (slotflag(m) != 1) continue;
+    out->real(slot1(m));
+    out->real(slot2(m));
+    out->real(slot3(m));
+    out->real(slot4(m));
+    out->real(slot5(m));
+    out->real(slot6(m));
+    out->end_line();
   }
-  out.close();
+  out->close();
 }
 
 void READSAVED(const std::string& startfile) {
   // The name is taken as it stands; only the blank padding of a 200-character
   // name is not part of it.
-  TokenIn in(startfile.substr(0, startfile.find_last_not_of(' ') + 1));
+  const bool first = dist_rank() == 0;
+  std::optional<TokenIn> in;
+  if (first) in.emplace(startfile.substr(0, startfile.find_last_not_of(' ') + 1));
   const int I = imax, J = jmax, K = kmax;
   auto real = [&](double& x) {
-    if (!in.real(x)) ERRORSTOP(3);
+    if (!in->real(x)) ERRORSTOP(3);
   };
+  std::vector<double> plane, mine;
 
   // 1
-  if (!in.integer(nstep)) ERRORSTOP(3);
-  real(simtime);
+  if (first) {
+    if (!in->integer(nstep)) ERRORSTOP(3);
+    real(simtime);
+  }
+  dist_bcast(&nstep, 1);
+  dist_bcast(&simtime, 1);
 
   // 2
   for (int l = lmin; l <= 0; ++l) {
-    Array3<double>& ph = pmg(l).phi;
-    double* d = ph.data();
-    for (std::int64_t n = 0; n < ph.size(); ++n) real(d[n]);
+    MGLEVEL& g = pmg(l);
+    for (int k = 0; k <= g.nz + 1; ++k) {
+      const Box whole{0, g.nx + 1, 0, g.ny + 1, k, k};
+      if (first) {
+        plane.resize(static_cast<std::size_t>(whole.count()));
+        for (double& x : plane) real(x);
+      }
+      const Box part = SCATTERFROMFIRST(held_plane(g.phi, k), 1, whole, plane, mine);
+      UNPACKBOX({&g.phi}, part, mine);
+    }
   }
 
   // 3
+  const std::size_t n = static_cast<std::size_t>(I + 2) * static_cast<std::size_t>(J + 2);
   for (int k = 0; k <= K + 1; ++k) {
-    for (int j = 0; j <= J + 1; ++j) {
-      double* a = uo.at(0, j, k);
-      double* b = vo.at(0, j, k);
-      double* c = wo.at(0, j, k);
-      double* d = rhsuo.at(0, j, k);
-      double* e = rhsvo.at(0, j, k);
-      double* f = rhswo.at(0, j, k);
-      double* g = nut.at(0, j, k);
-      for (int i = 0; i <= I + 1; ++i) {
-        real(a[i]);
-        real(b[i]);
-        real(c[i]);
-        real(d[i]);
-        real(e[i]);
-        real(f[i]);
-        real(g[i]);
-      }
+    if (first) {
+      plane.resize(7 * n);
+      for (std::size_t m = 0; m < n; ++m)
+        for (std::size_t q = 0; q < 7; ++q) real(plane[q * n + m]);
     }
+    const Box part = SCATTERFROMFIRST(held_plane(nut, k), 7, Box{0, I + 1, 0, J + 1, k, k}, plane, mine);
+    UNPACKBOX({&uo, &vo, &wo, &rhsuo, &rhsvo, &rhswo, &nut}, part, mine);
   }
 
   // The step's velocities start as the saved ones, over the whole arrays:
@@ -324,22 +365,41 @@ void READSAVED(const std::string& startfile) {
   std::copy(wo.data(), wo.data() + wo.size(), w.data());
 
   // 4: the saved bed replaces the one built from the case grid.
-  for (int j = 0; j <= J + 1; ++j) {
-    double* b = bed.at(0, j);
-    for (int i = 0; i <= I + 1; ++i) real(b[i]);
-  }
+  if (first)
+    for (int j = 0; j <= J + 1; ++j) {
+      double* b = bed.at(0, j);
+      for (int i = 0; i <= I + 1; ++i) real(b[i]);
+    }
+  dist_bcast(bed.data(), static_cast<int>(bed.size()));
 
   // 5 and 6
-  if (!in.integer(nslot)) ERRORSTOP(3);
-  for (int n = 1; n <= nslot; ++n) {
-    fit_slots(n);
-    real(slot1(n));
-    real(slot2(n));
-    real(slot3(n));
-    real(slot4(n));
-    real(slot5(n));
-    real(slot6(n));
-    slotflag(n) = 1;
+  if (first) {
+    if (!in->integer(nslot)) ERRORSTOP(3);
+    for (int m = 1; m <= nslot; ++m) {
+      fit_slots(m);
+      real(slot1(m));
+      real(slot2(m));
+      real(slot3(m));
+      real(slot4(m));
+      real(slot5(m));
+      real(slot6(m));
+      slotflag(m) = 1;
+    }
+  }
+  if (dist_size() > 1) {
+    dist_bcast(&nslot, 1);
+    std::vector<double> e(6 * static_cast<std::size_t>(std::max(nslot, 0)));
+    if (first)
+      for (int m = 1; m <= nslot; ++m)
+        for (auto [q, a] : {std::pair{0, &slot1}, {1, &slot2}, {2, &slot3}, {3, &slot4}, {4, &slot5}, {5, &slot6}})
+          e[6 * static_cast<std::size_t>(m - 1) + static_cast<std::size_t>(q)] = (*a)(m);
+    dist_bcast(e.data(), static_cast<int>(e.size()));
+    for (int m = 1; m <= nslot && !first; ++m) {
+      fit_slots(m);
+      for (auto [q, a] : {std::pair{0, &slot1}, {1, &slot2}, {2, &slot3}, {3, &slot4}, {4, &slot5}, {5, &slot6}})
+        (*a)(m) = e[6 * static_cast<std::size_t>(m - 1) + static_cast<std::size_t>(q)];
+      slotflag(m) = 1;
+    }
   }
 }
 
