@@ -93,7 +93,6 @@ void refuse_if_several(bool wanted, const char* what) {
 // need the whole fields on one process.
 void check_several_options() {
   if (!several()) return;
-  refuse_if_several(read_integer("TecplotItm") == 1, "writing Tecplot files");
   refuse_if_several(optional_integer("MonitorItm", 0) == 1 || optional_integer("StopNonFiniteItm", 0) == 1 ||
                         !optional_string("ProbeFileItm", "").empty() || optional_integer("StatisticsItm", 0) == 1,
                     "the monitor log, probes or statistics");

@@ -6,10 +6,12 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "common/console.hpp"
+#include "common/distributed.hpp"
 #include "common/files.hpp"
 #include "driver/fields.hpp"
 
@@ -120,64 +122,97 @@ int tecplot_field(double x, char* out) {
   return pad + len;
 }
 
-void WRITETECPLOT(const std::string& outpath, const std::string& outfile, int n) {
-  const std::string name = tecplot_file_name(outpath, outfile, n);
-  std::FILE* f = std::fopen(name.c_str(), "w");
-  if (f == nullptr) open_failed(name);
-  std::rewind(f);
-  {
-    BlockOut out(f);
-    out.line(kTitle);
-    out.line(" VARIABLES = x, y, z, u, v, w, vort, Q ");
-    out.line(" ZONE , i=" + std::to_string(imax + 1) + " j= " + std::to_string(jmax + 1) +
-             " K= " + std::to_string(kmax + 1) + ", F=POINT");
+namespace {
 
-    const int I = imax, J = jmax, K = kmax;
-    for (int k = 0; k <= K; ++k) {
-      const double z = static_cast<double>(k) * dz + zmin;
-      for (int j = 0; j <= J; ++j) {
-        const double y = static_cast<double>(j) * dy + ymin;
-        const double* b0 = bed.at(0, j);
-        const double* b1 = bed.at(0, j + 1);
-        const double* u00 = u.at(0, j, k);
-        const double* u10 = u.at(0, j + 1, k);
-        const double* u01 = u.at(0, j, k + 1);
-        const double* u11 = u.at(0, j + 1, k + 1);
-        const double* v0 = v.at(0, j, k);
-        const double* v1 = v.at(0, j, k + 1);
-        const double* w0 = w.at(0, j, k);
-        const double* w1 = w.at(0, j + 1, k);
-        const double* r00 = vort.at(0, j, k);
-        const double* r10 = vort.at(0, j + 1, k);
-        const double* r01 = vort.at(0, j, k + 1);
-        const double* r11 = vort.at(0, j + 1, k + 1);
-        const double* q00 = Q.at(0, j, k);
-        const double* q10 = Q.at(0, j + 1, k);
-        const double* q01 = Q.at(0, j, k + 1);
-        const double* q11 = Q.at(0, j + 1, k + 1);
-        for (int i = 0; i <= I; ++i) {
-          const double x = static_cast<double>(i) * dx + xmin;
-          const double B = (b0[i] + b0[i + 1] + b1[i] + b1[i + 1]) * 0.25;
-          double un = 0.0, vn = 0.0, wn = 0.0, rn = 0.0, qn = 0.0;
-          if (!(B >= z)) {
-            un = (u00[i] + u10[i] + u01[i] + u11[i]) * 0.25;
-            vn = (v0[i] + v0[i + 1] + v1[i] + v1[i + 1]) * 0.25;
-            wn = (w0[i] + w0[i + 1] + w1[i] + w1[i + 1]) * 0.25;
-            rn = (r00[i] + r00[i + 1] + r10[i] + r10[i + 1] + r01[i] + r01[i + 1] + r11[i] + r11[i + 1]) *
-                 0.125;
-            qn = (q00[i] + q00[i + 1] + q10[i] + q10[i + 1] + q01[i] + q01[i + 1] + q11[i] + q11[i + 1]) *
-                 0.125;
-          }
-          const double vals[8] = {x, y, z, un, vn, wn, rn, qn};
-          char* p = out.room(8 * 32 + 1);
-          std::size_t m = 0;
-          for (double val : vals) m += static_cast<std::size_t>(tecplot_field(val, p + m));
-          p[m++] = '\n';
-          out.advance(m);
-        }
+// The node values u, v, w, vort, Q of plane k over the nodes i0..i1,
+// j0..j1, packed quantity after quantity, j, i with i fastest; a node at or
+// below the bed (the mean of the four bed cells around it) gets zeros.
+void tecplot_plane(int k, int i0, int i1, int j0, int j1, std::vector<double>& vals) {
+  const std::size_t n = static_cast<std::size_t>(i1 - i0 + 1) * static_cast<std::size_t>(j1 - j0 + 1);
+  vals.assign(5 * n, 0.0);
+  if (n == 0) return;
+  const double z = static_cast<double>(k) * dz + zmin;
+  std::size_t m = 0;
+  for (int j = j0; j <= j1; ++j) {
+    const double* b0 = bed.at(0, j);
+    const double* b1 = bed.at(0, j + 1);
+    const double* u00 = u.at(0, j, k);
+    const double* u10 = u.at(0, j + 1, k);
+    const double* u01 = u.at(0, j, k + 1);
+    const double* u11 = u.at(0, j + 1, k + 1);
+    const double* v0 = v.at(0, j, k);
+    const double* v1 = v.at(0, j, k + 1);
+    const double* w0 = w.at(0, j, k);
+    const double* w1 = w.at(0, j + 1, k);
+    const double* r00 = vort.at(0, j, k);
+    const double* r10 = vort.at(0, j + 1, k);
+    const double* r01 = vort.at(0, j, k + 1);
+    const double* r11 = vort.at(0, j + 1, k + 1);
+    const double* q00 = Q.at(0, j, k);
+    const double* q10 = Q.at(0, j + 1, k);
+    const double* q01 = Q.at(0, j, k + 1);
+    const double* q11 = Q.at(0, j + 1, k + 1);
+    for (int i = i0; i <= i1; ++i, ++m) {
+      const double B = (b0[i] + b0[i + 1] + b1[i] + b1[i + 1]) * 0.25;
+      if (B >= z) continue;
+      vals[m] = (u00[i] + u10[i] + u01[i] + u11[i]) * 0.25;
+      vals[n + m] = (v0[i] + v0[i + 1] + v1[i] + v1[i + 1]) * 0.25;
+      vals[2 * n + m] = (w0[i] + w0[i + 1] + w1[i] + w1[i + 1]) * 0.25;
+      vals[3 * n + m] =
+          (r00[i] + r00[i + 1] + r10[i] + r10[i + 1] + r01[i] + r01[i + 1] + r11[i] + r11[i + 1]) * 0.125;
+      vals[4 * n + m] =
+          (q00[i] + q00[i + 1] + q10[i] + q10[i + 1] + q01[i] + q01[i + 1] + q11[i] + q11[i + 1]) * 0.125;
+    }
+  }
+}
+
+}  // namespace
+
+void WRITETECPLOT(const std::string& outpath, const std::string& outfile, int n) {
+  // Over several processes each computes the nodes of its block (node i
+  // lies between cells i and i + 1, reading one column of the neighbour's),
+  // and the first process writes the file a plane k at a time.
+  const bool first = dist_rank() == 0;
+  std::FILE* f = nullptr;
+  std::optional<BlockOut> out;
+  if (first) {
+    const std::string name = tecplot_file_name(outpath, outfile, n);
+    f = std::fopen(name.c_str(), "w");
+    if (f == nullptr) open_failed(name);
+    std::rewind(f);
+    out.emplace(f);
+    out->line(kTitle);
+    out->line(" VARIABLES = x, y, z, u, v, w, vort, Q ");
+    out->line(" ZONE , i=" + std::to_string(imax + 1) + " j= " + std::to_string(jmax + 1) +
+              " K= " + std::to_string(kmax + 1) + ", F=POINT");
+  }
+
+  const int I = imax, J = jmax, K = kmax;
+  const std::size_t nodes = static_cast<std::size_t>(I + 1) * static_cast<std::size_t>(J + 1);
+  std::vector<double> mine, plane;
+  for (int k = 0; k <= K; ++k) {
+    const Box b{own_lo_i(0), own_hi_i(I), own_lo_j(0), own_hi_j(J), k, k};
+    tecplot_plane(k, b.i0, b.i1, b.j0, b.j1, mine);
+    GATHERTOFIRST(b, mine, 5, Box{0, I, 0, J, k, k}, plane);
+    if (!first) continue;
+    const double z = static_cast<double>(k) * dz + zmin;
+    std::size_t m = 0;
+    for (int j = 0; j <= J; ++j) {
+      const double y = static_cast<double>(j) * dy + ymin;
+      for (int i = 0; i <= I; ++i, ++m) {
+        const double x = static_cast<double>(i) * dx + xmin;
+        const double vals[8] = {x, y, z, plane[m], plane[nodes + m], plane[2 * nodes + m], plane[3 * nodes + m],
+                                plane[4 * nodes + m]};
+        char* p = out->room(8 * 32 + 1);
+        std::size_t c = 0;
+        for (double val : vals) c += static_cast<std::size_t>(tecplot_field(val, p + c));
+        p[c++] = '\n';
+        out->advance(c);
       }
     }
   }
+  if (!first) return;
+  out.reset();
   std::fclose(f);
 }
 

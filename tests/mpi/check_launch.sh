@@ -69,19 +69,23 @@ for run in tight:1 tight:2 tight:4 dunes:1 dunes:2; do
   echo "$desc on $np processes: the run of one process to 1e-6 ($(grep -c '^Step Number' "$dir/out.txt") steps)"
 done
 
-# Saved states: written on two processes, the file of one process to 1e-6;
-# a restart from the two processes' file on four and on one: the same run.
-close_files() {  # two saved-state files: the same records, values within 1e-6 of each array's largest
+# Saved states and Tecplot files: written on two processes, the files of one
+# process to 1e-6; a restart from the two processes' state on four and on
+# one: the same run, the same Tecplot files.
+close_files() {  # two saved-state or Tecplot files: the same records, values within 1e-6 of each array's largest
   python3 - "$1" "$2" 2>&1 <<'PY'
 import sys
 def segments(path):
     segs, cur, width = [], [], None
     for line in open(path):
-        t = line.split()
+        try:
+            t = [float(x) for x in line.split()]
+        except ValueError:
+            continue  # a Tecplot header
         if len(t) != width:
             if cur: segs.append(cur)
             cur, width = [], len(t)
-        cur.append([float(x) for x in t])
+        cur.append(t)
     segs.append(cur)
     return segs
 a, b = segments(sys.argv[1]), segments(sys.argv[2])
@@ -96,7 +100,7 @@ for n, (sa, sb) in enumerate(zip(a, b)):
             sys.exit("record group %d, column %d differs by %.2g of its largest value" % (n, c, worst))
 PY
 }
-{ cat "$work/tight.txt"; printf 'HotoutItm 1\ndtHotoutItm 0.15\noutfileItm state\n'; } > "$work/save.txt"
+{ cat "$work/tight.txt"; printf 'HotoutItm 1\ndtHotoutItm 0.15\noutfileItm state\nTecplotItm 1\ndtTecplotItm 0.1\n'; } > "$work/save.txt"
 for np in 1 2; do
   dir="$work/save-$np"
   mkdir -p "$dir"
@@ -106,6 +110,11 @@ for np in 1 2; do
   [ -s "$dir/state.dat" ] || fail "saved states on $np processes: no state.dat"
 done
 why=$(close_files "$work/save-1/state.dat" "$work/save-2/state.dat") || fail "saved state of two processes: $why"
+plts=$(cd "$work/save-1" && ls state*.plt)
+[ "$(wc -w <<<"$plts")" = 3 ] || fail "one process wrote the Tecplot files $plts"
+for f in $plts; do
+  why=$(close_files "$work/save-1/$f" "$work/save-2/$f") || fail "Tecplot file $f of two processes: $why"
+done
 { cat "$work/tight.txt" | grep -v '^endtimeItm'
   printf 'endtimeItm 0.45\nHotstartItm 1\nStartfileItm %s\nTimeInitialItm 1\n' "$work/save-2/state.dat"; } > "$work/restart.txt"
 for np in 1 4; do
@@ -119,20 +128,23 @@ saved=$(head -1 "$work/save-2/state.dat" | cut -d' ' -f1)
 [ "$(grep -m1 '^Step Number' "$work/restart-4/out.txt")" = "Step Number        = $((saved + 1))" ] ||
   fail "the restart on four processes does not go on from step $saved"
 why=$(same_run "$work/restart-1" "$work/restart-4") || fail "restart on four processes against one: $why"
-echo "saved state on two processes: the one of one process to 1e-6; restarted on four: the restart on one to 1e-6"
+for f in $(cd "$work/restart-1" && ls state*.plt); do
+  why=$(close_files "$work/restart-1/$f" "$work/restart-4/$f") || fail "Tecplot file $f of the restart on four: $why"
+done
+echo "saved state and Tecplot files on two processes: those of one process to 1e-6; restarted on four: the restart on one to 1e-6"
 
 # What a run over several processes cannot do yet stops it at the start,
 # with the reason, before anything is written.
 # A case whose earlier run (one process) left results keeps them.
 mkdir -p "$work/refused"
-{ cat "$work/tight.txt"; printf 'TecplotItm 1\ndtTecplotItm 0.1\n'; } > "$work/refused.txt"
+{ cat "$work/tight.txt"; printf 'MonitorItm 1\n'; } > "$work/refused.txt"
 "$casetool" "$work/refused.txt" "$work/refused/case.cgn" > /dev/null || fail "riverles-case refused"
-(cd "$work/refused" && OMP_NUM_THREADS=1 "$riverles" case.cgn < /dev/null > /dev/null 2>&1) || fail "Tecplot, one process"
+(cd "$work/refused" && OMP_NUM_THREADS=1 "$riverles" case.cgn < /dev/null > /dev/null 2>&1) || fail "monitor log, one process"
 before=$(md5sum < "$work/refused/case.cgn")
 (cd "$work/refused" && OMP_NUM_THREADS=1 "$mpiexec" -n 2 --oversubscribe "$riverles" case.cgn < /dev/null > out.txt 2> err.txt)
-[ $? -ne 0 ] || fail "Tecplot on two processes: exit status 0"
-grep -q 'writing Tecplot files is not yet possible in a run over several processes' "$work/refused/err.txt" ||
-  fail "Tecplot on two processes: $(head -3 "$work/refused/err.txt")"
-[ "$(md5sum < "$work/refused/case.cgn")" = "$before" ] || fail "Tecplot on two processes: the case changed"
-[ -s "$work/refused/out.txt" ] && fail "Tecplot on two processes: standard output not empty"
-echo "Tecplot on two processes: refused with the reason, the case untouched"
+[ $? -ne 0 ] || fail "monitor log on two processes: exit status 0"
+grep -q 'the monitor log, probes or statistics is not yet possible in a run over several processes' "$work/refused/err.txt" ||
+  fail "monitor log on two processes: $(head -3 "$work/refused/err.txt")"
+[ "$(md5sum < "$work/refused/case.cgn")" = "$before" ] || fail "monitor log on two processes: the case changed"
+[ -s "$work/refused/out.txt" ] && fail "monitor log on two processes: standard output not empty"
+echo "monitor log on two processes: refused with the reason, the case untouched"
