@@ -485,6 +485,28 @@ Box SCATTERFROMFIRST(const Box& mine, int nf, const Box& whole, const std::vecto
   return part;
 }
 
+void dist_allgather(const double* mine, int n, std::vector<double>& all) {
+  all.assign(mine, mine + n);
+#ifdef RIVERLES_MPI
+  if (started && dist_size() > 1) {
+    Clock clock(dist_times().reduce, dist_times().reduces);
+    all.resize(static_cast<std::size_t>(n) * static_cast<std::size_t>(dist_size()));
+    MPI_Allgather(mine, n, MPI_DOUBLE, all.data(), n, MPI_DOUBLE, MPI_COMM_WORLD);
+  }
+#endif
+}
+
+int owner_of(int i, int j) {
+  const Ownership& o = ownership();
+  if (!o.on) return 0;
+  auto index = [](const std::vector<int>& hi, int x) {
+    std::size_t a = 0;
+    while (a + 1 < hi.size() && x > hi[a]) ++a;
+    return static_cast<int>(a);
+  };
+  return index(o.split.jhi, j) * o.split.px + index(o.split.ihi, i);
+}
+
 void dist_bcast(double* x, int n) {
 #ifdef RIVERLES_MPI
   if (started && dist_size() > 1) MPI_Bcast(x, n, MPI_DOUBLE, 0, MPI_COMM_WORLD);

@@ -248,6 +248,13 @@ Box SCATTERFROMFIRST(const Box& mine, int nf, const Box& whole, const std::vecto
 // The fields' values over a box, packed as above, and back.
 void PACKBOX(std::initializer_list<const Array3<double>*> f, const Box& b, std::vector<double>& vals);
 void UNPACKBOX(std::initializer_list<Array3<double>*> f, const Box& b, const std::vector<double>& vals);
+// Every process's n numbers, in the order of the ranks, on every process
+// (with one process, its own).
+void dist_allgather(const double* mine, int n, std::vector<double>& all);
+// The rank of the process that owns position (i, j) of the box (0..imax+1,
+// 0..jmax+1: a ghost layer belongs to the block at its face); 0 when the
+// run is not cut.
+int owner_of(int i, int j);
 // The first process's values of n numbers, given to every process.
 void dist_bcast(double* x, int n);
 void dist_bcast(int* x, int n);

@@ -93,9 +93,7 @@ void refuse_if_several(bool wanted, const char* what) {
 // need the whole fields on one process.
 void check_several_options() {
   if (!several()) return;
-  refuse_if_several(optional_integer("MonitorItm", 0) == 1 || optional_integer("StopNonFiniteItm", 0) == 1 ||
-                        !optional_string("ProbeFileItm", "").empty() || optional_integer("StatisticsItm", 0) == 1,
-                    "the monitor log, probes or statistics");
+  refuse_if_several(optional_integer("StatisticsItm", 0) == 1, "time-averaged statistics");
 }
 
 void startup(MainState& m) {

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "common/console.hpp"
+#include "common/distributed.hpp"
 #include "common/files.hpp"
 #include "driver/conditions.hpp"
 #include "driver/fields.hpp"
@@ -69,10 +70,14 @@ struct Monitors {
 
 Monitors mon;
 
+// Over several processes every one takes the same decisions (the scan is
+// combined over all), and the first one reports them and writes the files.
+bool first() { return dist_rank() == 0; }
+
 // A stop of our own: the reason on standard error, the operator's wait,
 // exit status 1.
 [[noreturn]] void stop_with(const std::string& why) {
-  std::fprintf(stderr, "riverles: %s\n", why.c_str());
+  if (first()) std::fprintf(stderr, "riverles: %s\n", why.c_str());
   std::fflush(stderr);
   wait_operator();
   throw RunStopped{1};
@@ -151,17 +156,64 @@ bool keep(double value, std::int64_t at, double& best, std::int64_t& best_at) {
   return true;
 }
 
+// Adds one thread's (or process's) scan to the whole one.
+void merge(Scan& all, const Scan& my) {
+  all.umax = my.umax > all.umax ? my.umax : all.umax;
+  all.vmax = my.vmax > all.vmax ? my.vmax : all.vmax;
+  all.wmax = my.wmax > all.wmax ? my.wmax : all.wmax;
+  keep(my.cfl, my.cfl_at, all.cfl, all.cfl_at);
+  if (keep(my.vel, my.vel_at, all.vel, all.vel_at)) all.velc = my.velc;
+  if (my.bad_at >= 0 && (all.bad_at < 0 || my.bad_at < all.bad_at)) {
+    all.bad_at = my.bad_at;
+    all.bad = my.bad;
+  }
+}
+
+// The scans of all processes combined, in rank order (positions are global,
+// so ties go to the lowest position as with one process).
+void merge_processes(Scan& all) {
+  if (dist_size() < 2) return;
+  const double mine[10] = {all.umax,
+                           all.vmax,
+                           all.wmax,
+                           all.cfl,
+                           all.vel,
+                           static_cast<double>(all.cfl_at),
+                           static_cast<double>(all.vel_at),
+                           static_cast<double>(all.bad_at),
+                           static_cast<double>(all.bad),
+                           static_cast<double>(all.velc)};
+  std::vector<double> every;
+  dist_allgather(mine, 10, every);
+  all = Scan();
+  for (std::size_t r = 0; r < every.size(); r += 10) {
+    const double* e = &every[r];
+    Scan my;
+    my.umax = e[0];
+    my.vmax = e[1];
+    my.wmax = e[2];
+    my.cfl = e[3];
+    my.vel = e[4];
+    my.cfl_at = static_cast<std::int64_t>(e[5]);
+    my.vel_at = static_cast<std::int64_t>(e[6]);
+    my.bad_at = static_cast<std::int64_t>(e[7]);
+    my.bad = static_cast<char>(e[8]);
+    my.velc = static_cast<char>(e[9]);
+    merge(all, my);
+  }
+}
+
 Scan scan() {
   Scan all;
-  const int I = imax, J = jmax, K = kmax;
+  const int i0 = own_lo_i(1), i1 = own_hi_i(imax), j0 = own_lo_j(1), j1 = own_hi_j(jmax), K = kmax;
   const double rx = dt / dx, ry = dt / dy, rz = dt / dz;
 #pragma omp parallel default(shared) if (worth_sharing(cells_of(imax, jmax, kmax)))
   {
     Scan my;
 #pragma omp for schedule(static)
     for (int k = 1; k <= K; ++k)
-      for (int j = 1; j <= J; ++j)
-        for (int i = 1; i <= I; ++i) {
+      for (int j = j0; j <= j1; ++j)
+        for (int i = i0; i <= i1; ++i) {
           const double uu = u(i, j, k), vv = v(i, j, k), ww = w(i, j, k), pp = p(i, j, k);
           const std::int64_t at = flat(i, j, k);
           if (my.bad_at < 0 && !(std::isfinite(uu) && std::isfinite(vv) && std::isfinite(ww) && std::isfinite(pp))) {
@@ -179,18 +231,9 @@ Scan scan() {
           keep(c, at, my.cfl, my.cfl_at);
         }
 #pragma omp critical(rl_monitor_scan)
-    {
-      all.umax = my.umax > all.umax ? my.umax : all.umax;
-      all.vmax = my.vmax > all.vmax ? my.vmax : all.vmax;
-      all.wmax = my.wmax > all.wmax ? my.wmax : all.wmax;
-      keep(my.cfl, my.cfl_at, all.cfl, all.cfl_at);
-      if (keep(my.vel, my.vel_at, all.vel, all.vel_at)) all.velc = my.velc;
-      if (my.bad_at >= 0 && (all.bad_at < 0 || my.bad_at < all.bad_at)) {
-        all.bad_at = my.bad_at;
-        all.bad = my.bad;
-      }
-    }
+    merge(all, my);
   }
+  merge_processes(all);
   // The largest values skip non-finite ones: where there are any, none is meaningful.
   if (all.bad_at >= 0) all.umax = all.vmax = all.wmax = all.cfl = std::nan("");
   return all;
@@ -212,18 +255,20 @@ void health(const Scan& s) {
       stop_with(what + "; the run stops (StopNonFiniteItm 1). Look at the monitor log: a growing CFL number or "
                        "velocity before this step points at too large a time step or too coarse a grid.");
     }
-    std::fprintf(stderr, "riverles: warning: %s\n", what.c_str());
+    if (first()) std::fprintf(stderr, "riverles: warning: %s\n", what.c_str());
   }
   if (s.cfl > 1.0 && !mon.warned_cfl) {
     mon.warned_cfl = true;
-    std::fprintf(stderr, "riverles: warning: CFL number %.3g above 1 at step %d, largest at %s\n", s.cfl, nstep,
-                 where(s.cfl_at).c_str());
+    if (first())
+      std::fprintf(stderr, "riverles: warning: CFL number %.3g above 1 at step %d, largest at %s\n", s.cfl, nstep,
+                   where(s.cfl_at).c_str());
   }
   if (mon.bulk > 0.0 && s.vel > mon.velocity_limit * mon.bulk && !mon.warned_velocity) {
     mon.warned_velocity = true;
-    std::fprintf(stderr,
-                 "riverles: warning: |%c| = %.4g is more than %g times the bulk velocity %.4g at step %d, at %s\n",
-                 s.velc, s.vel, mon.velocity_limit, mon.bulk, nstep, where(s.vel_at).c_str());
+    if (first())
+      std::fprintf(stderr,
+                   "riverles: warning: |%c| = %.4g is more than %g times the bulk velocity %.4g at step %d, at %s\n",
+                   s.velc, s.vel, mon.velocity_limit, mon.bulk, nstep, where(s.vel_at).c_str());
   }
 }
 
@@ -256,17 +301,18 @@ void MONITORSTART(const std::string& outpath, const std::string& outfile, bool c
   mon.log = optional_integer("MonitorItm", 0) == 1;
   mon.velocity_limit = optional_real("VelocityLimitItm", 10.0);
   mon.stop_nonfinite = optional_integer("StopNonFiniteItm", 0) == 1;
-  mon.progress = optional_integer("ProgressItm", 0) == 1 && ::isatty(STDERR_FILENO);
+  mon.progress = optional_integer("ProgressItm", 0) == 1 && ::isatty(STDERR_FILENO) && first();
   const std::string probefile = optional_string("ProbeFileItm", "");
   const std::string dir = strip_blanks(outpath), stem = strip_blanks(outfile);
   const std::string base = (dir.empty() ? std::string(".") : dir) + "/" + stem;
-  if (mon.log || !probefile.empty()) make_output_folder(outpath);
+  if ((mon.log || !probefile.empty()) && first()) make_output_folder(outpath);
   if (mon.log) {
     const double area = INFLOW(nullptr);
     mon.bulk = area > 0.0 ? std::fabs(discharge) / area : 0.0;
-    mon.logfile = open_csv(base + "_monitor.csv", continuing,
-                           "step,time,dt,discharge,discharge_target,force_x,max_u,max_v,max_w,max_cfl,"
-                           "max_divergence,poisson_cycles,wall_seconds");
+    if (first())
+      mon.logfile = open_csv(base + "_monitor.csv", continuing,
+                             "step,time,dt,discharge,discharge_target,force_x,max_u,max_v,max_w,max_cfl,"
+                             "max_divergence,poisson_cycles,wall_seconds");
   }
   if (!probefile.empty()) {
     mon.probes = read_probes(probefile);
@@ -275,7 +321,7 @@ void MONITORSTART(const std::string& outpath, const std::string& outfile, bool c
       const std::string t = std::to_string(n);
       header += ",u" + t + ",v" + t + ",w" + t + ",p" + t;
     }
-    mon.probefile = open_csv(base + "_probes.csv", continuing, header.c_str());
+    if (first()) mon.probefile = open_csv(base + "_probes.csv", continuing, header.c_str());
   }
   mon.last_wall = mon.start_wall = omp_get_wtime();
   mon.start_time = simtime;
@@ -288,20 +334,42 @@ void MONITOR(int npoisson) {
   mon.last_wall = now;
   if (mon.log || mon.stop_nonfinite) {
     const Scan s = scan();
+    const double q = mon.log ? INFLOW(&u) : 0.0;  // over several processes every one takes part
     if (mon.logfile) {
       std::fprintf(mon.logfile, "%d,%.10g,%.10g,%.10g,%.10g,%.10g,%.10g,%.10g,%.10g,%.10g,%.10g,%d,%.6f\n", nstep,
-                   simtime, dt, INFLOW(&u), discharge, forcex, s.umax, s.vmax, s.wmax, s.cfl, divmax, npoisson, wall);
+                   simtime, dt, q, discharge, forcex, s.umax, s.vmax, s.wmax, s.cfl, divmax, npoisson, wall);
       std::fflush(mon.logfile);
     }
     health(s);
   }
-  if (mon.probefile) {
-    std::fprintf(mon.probefile, "%d,%.10g", nstep, simtime);
-    for (const Probe& q : mon.probes)
-      std::fprintf(mon.probefile, ",%.10g,%.10g,%.10g,%.10g", sample(u, q.su), sample(v, q.sv), sample(w, q.sw),
-                   sample(p, q.sp));
-    std::fprintf(mon.probefile, "\n");
-    std::fflush(mon.probefile);
+  if (!mon.probes.empty()) {
+    // Each probe is sampled by the process that owns the low corner of its
+    // stencils (it holds the high one in its halo); the first process
+    // writes the values of every probe's owner.
+    const std::size_t n = mon.probes.size();
+    std::vector<double> mine(4 * n, 0.0), every;
+    HALO(p, 1);  // the correction updates a process's own pressure only
+    for (std::size_t m = 0; m < n; ++m) {
+      const Probe& q = mon.probes[m];
+      if (owner_of(q.su.i, q.su.j) == dist_rank()) mine[4 * m] = sample(u, q.su);
+      if (owner_of(q.sv.i, q.sv.j) == dist_rank()) mine[4 * m + 1] = sample(v, q.sv);
+      if (owner_of(q.sw.i, q.sw.j) == dist_rank()) mine[4 * m + 2] = sample(w, q.sw);
+      if (owner_of(q.sp.i, q.sp.j) == dist_rank()) mine[4 * m + 3] = sample(p, q.sp);
+    }
+    dist_allgather(mine.data(), static_cast<int>(mine.size()), every);
+    if (mon.probefile) {
+      std::fprintf(mon.probefile, "%d,%.10g", nstep, simtime);
+      for (std::size_t m = 0; m < n; ++m) {
+        const Probe& q = mon.probes[m];
+        const double val[4] = {every[4 * n * static_cast<std::size_t>(owner_of(q.su.i, q.su.j)) + 4 * m],
+                               every[4 * n * static_cast<std::size_t>(owner_of(q.sv.i, q.sv.j)) + 4 * m + 1],
+                               every[4 * n * static_cast<std::size_t>(owner_of(q.sw.i, q.sw.j)) + 4 * m + 2],
+                               every[4 * n * static_cast<std::size_t>(owner_of(q.sp.i, q.sp.j)) + 4 * m + 3]};
+        std::fprintf(mon.probefile, ",%.10g,%.10g,%.10g,%.10g", val[0], val[1], val[2], val[3]);
+      }
+      std::fprintf(mon.probefile, "\n");
+      std::fflush(mon.probefile);
+    }
   }
   if (mon.progress) progress();
 }

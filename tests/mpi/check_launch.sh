@@ -133,18 +133,61 @@ for f in $(cd "$work/restart-1" && ls state*.plt); do
 done
 echo "saved state and Tecplot files on two processes: those of one process to 1e-6; restarted on four: the restart on one to 1e-6"
 
+# The monitor log and probes: written once, by the first process, with the
+# values of one process to 1e-6 (wall seconds, Poisson cycles and the
+# divergence follow the relaxation order and are left out); the health
+# warning printed once.  Probes on both sides of the cuts of four blocks
+# (x = 0.25, 0.5, 0.75), at the box's faces and in the bed.
+printf '# x y z\n0.25 0.15 0.05\n0.5 0.1 0.02\n0.74 0.2 0.08\n0.0 0.0 0.0\n1.0 0.3 0.1\n0.3 0.15 -0.005\n' > "$work/probes.txt"
+{ cat "$work/tight.txt" | grep -v '^MonitorItm'
+  printf 'MonitorItm 1\nVelocityLimitItm 1.2\nProbeFileItm %s\noutfileItm mon\n' "$work/probes.txt"; } > "$work/mon.txt"
+close_csv() {  # two CSV files: the same header and rows, each quantity (a column, or u, v, w, p
+               # over all probes) within 1e-6 of its largest value
+  python3 - "$1" "$2" 2>&1 <<'PY'
+import csv, sys
+a, b = (list(csv.reader(open(p))) for p in sys.argv[1:3])
+if a[0] != b[0] or len(a) != len(b) or len(a) < 3:
+    sys.exit("the headers or row counts differ (%d, %d rows)" % (len(a), len(b)))
+groups = {}
+for c, name in enumerate(a[0]):
+    if name not in ("wall_seconds", "poisson_cycles", "max_divergence"):
+        groups.setdefault(name.rstrip("0123456789"), []).append(c)
+for name, cols in groups.items():
+    x = [float(r[c]) for r in a[1:] for c in cols]; y = [float(r[c]) for r in b[1:] for c in cols]
+    big = max(max(abs(v) for v in x), 1e-300)
+    worst = max(abs(p - q) for p, q in zip(x, y)) / big
+    if worst > 1e-6:
+        sys.exit("%s differs by %.2g of its largest value" % (name, worst))
+PY
+}
+for np in 1 4; do
+  dir="$work/mon-$np"
+  mkdir -p "$dir"
+  "$casetool" "$work/mon.txt" "$dir/case.cgn" > /dev/null || fail "riverles-case monitor"
+  (cd "$dir" && OMP_NUM_THREADS=1 "$mpiexec" -n "$np" --oversubscribe "$riverles" case.cgn < /dev/null > out.txt 2> err.txt) ||
+    fail "monitor log on $np processes: $(tail -3 "$dir/err.txt")"
+done
+for f in mon_monitor.csv mon_probes.csv; do
+  why=$(close_csv "$work/mon-1/$f" "$work/mon-4/$f") || fail "$f of four processes: $why"
+done
+warn() { grep 'warning: |' "$1" | sed 's/ = [0-9.e+-]* is/ is/'; }
+[ "$(warn "$work/mon-1/err.txt" | wc -l)" = 1 ] || fail "the velocity warning of one process: $(cat "$work/mon-1/err.txt")"
+[ "$(warn "$work/mon-4/err.txt")" = "$(warn "$work/mon-1/err.txt")" ] ||
+  fail "the velocity warning on four processes: $(grep warning "$work/mon-4/err.txt")"
+echo "monitor log and probes on four processes: those of one to 1e-6, the warning once and the same"
+
 # What a run over several processes cannot do yet stops it at the start,
 # with the reason, before anything is written.
 # A case whose earlier run (one process) left results keeps them.
 mkdir -p "$work/refused"
-{ cat "$work/tight.txt"; printf 'MonitorItm 1\n'; } > "$work/refused.txt"
+{ cat "$work/tight.txt"; printf 'StatisticsItm 1\n'; } > "$work/refused.txt"
 "$casetool" "$work/refused.txt" "$work/refused/case.cgn" > /dev/null || fail "riverles-case refused"
-(cd "$work/refused" && OMP_NUM_THREADS=1 "$riverles" case.cgn < /dev/null > /dev/null 2>&1) || fail "monitor log, one process"
+(cd "$work/refused" && OMP_NUM_THREADS=1 "$riverles" case.cgn < /dev/null > /dev/null 2>&1) || fail "statistics, one process"
 before=$(md5sum < "$work/refused/case.cgn")
 (cd "$work/refused" && OMP_NUM_THREADS=1 "$mpiexec" -n 2 --oversubscribe "$riverles" case.cgn < /dev/null > out.txt 2> err.txt)
-[ $? -ne 0 ] || fail "monitor log on two processes: exit status 0"
-grep -q 'the monitor log, probes or statistics is not yet possible in a run over several processes' "$work/refused/err.txt" ||
-  fail "monitor log on two processes: $(head -3 "$work/refused/err.txt")"
-[ "$(md5sum < "$work/refused/case.cgn")" = "$before" ] || fail "monitor log on two processes: the case changed"
-[ -s "$work/refused/out.txt" ] && fail "monitor log on two processes: standard output not empty"
-echo "monitor log on two processes: refused with the reason, the case untouched"
+[ $? -ne 0 ] || fail "statistics on two processes: exit status 0"
+grep -q 'time-averaged statistics is not yet possible in a run over several processes' "$work/refused/err.txt" ||
+  fail "statistics on two processes: $(head -3 "$work/refused/err.txt")"
+[ "$(md5sum < "$work/refused/case.cgn")" = "$before" ] || fail "statistics on two processes: the case changed"
+[ -s "$work/refused/out.txt" ] && fail "statistics on two processes: standard output not empty"
+echo "statistics on two processes: refused with the reason, the case untouched"
