@@ -515,6 +515,14 @@ void dist_bcast(double* x, int n) {
 #endif
 }
 
+void dist_bcast(long long* x, int n) {
+#ifdef RIVERLES_MPI
+  if (started && dist_size() > 1) MPI_Bcast(x, n, MPI_LONG_LONG, 0, MPI_COMM_WORLD);
+#else
+  (void)x, (void)n;
+#endif
+}
+
 void dist_bcast(int* x, int n) {
 #ifdef RIVERLES_MPI
   if (started && dist_size() > 1) MPI_Bcast(x, n, MPI_INT, 0, MPI_COMM_WORLD);

@@ -258,6 +258,7 @@ int owner_of(int i, int j);
 // The first process's values of n numbers, given to every process.
 void dist_bcast(double* x, int n);
 void dist_bcast(int* x, int n);
+void dist_bcast(long long* x, int n);
 
 
 }  // namespace rl

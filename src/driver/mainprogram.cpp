@@ -80,22 +80,6 @@ void boundaries() { BOUNDARYUVW(); }
 bool first_process() { return dist_rank() == 0; }
 bool several() { return dist_size() > 1; }
 
-// What a run over several processes cannot do yet: it stops at the start,
-// on every process alike, with the reason.
-void refuse_if_several(bool wanted, const char* what) {
-  if (!several() || !wanted) return;
-  if (first_process())
-    std::fprintf(stderr, "riverles: %s is not yet possible in a run over several processes; run it on one\n", what);
-  throw RunStopped{1};
-}
-
-// Over several processes, before anything is written: the options that
-// need the whole fields on one process.
-void check_several_options() {
-  if (!several()) return;
-  refuse_if_several(optional_integer("StatisticsItm", 0) == 1, "time-averaged statistics");
-}
-
 void startup(MainState& m) {
   // Every run draws its noise from the generator's default state.
   random_generator() = std::mt19937_64();
@@ -103,7 +87,6 @@ void startup(MainState& m) {
   if (first_process()) {
     orva::CG_OPEN_F(m.casepath, orva::CG_MODE_MODIFY, m.fileid, ier);
     if (ier != 0) stop_run("*** Open error of CGNS file ***");
-    check_several_options();
 
     orva::CG_ORVA_INIT_F(m.fileid, ier);
     if (ier != 0) {

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "common/console.hpp"
+#include "common/distributed.hpp"
 #include "driver/fields.hpp"
 #include "immersed/viscbed.hpp"
 #include "immersed/wallaw.hpp"
@@ -401,8 +402,9 @@ void IMMERSEW(int i, int j, int k, double& value) {
 }
 
 void BEDFRICTION(Array2<double>& ustar) {
-  for (int j = 1; j <= jmax; ++j)
-    for (int i = 1; i <= imax; ++i) {
+  // Over several processes, the columns of this process's block.
+  for (int j = own_lo_j(1); j <= own_hi_j(jmax); ++j)
+    for (int i = own_lo_i(1); i <= own_hi_i(imax); ++i) {
       ustar(i, j) = 0.0;
       for (int k = 1; k <= kmax; ++k) {
         if (flagw(i, j, k) != 0) continue;

@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <vector>
 
+#include "common/distributed.hpp"
 #include "common/files.hpp"
 #include "driver/conditions.hpp"
 #include "driver/fields.hpp"
@@ -88,19 +89,38 @@ double node_value(const Array3<double>& a, At at, int i, int j, int k) {
   return 0.0;
 }
 
-void nodes_of(const Output& o, std::vector<double>& out) {
+// The node values of an output over the nodes of box b (one plane k).
+void nodes_of(const Output& o, const Box& b, std::vector<double>& out) {
   const double scale = o.deviations ? 1.0 / static_cast<double>(S.count) : 1.0;
-  out.resize(static_cast<std::size_t>(imax + 1) * (jmax + 1) * (kmax + 1));
+  out.resize(static_cast<std::size_t>(b.count()));
   std::size_t n = 0;
-  for (int k = 0; k <= kmax; ++k)
-    for (int j = 0; j <= jmax; ++j)
-      for (int i = 0; i <= imax; ++i, ++n)
+  for (int k = b.k0; k <= b.k1; ++k)
+    for (int j = b.j0; j <= b.j1; ++j)
+      for (int i = b.i0; i <= b.i1; ++i, ++n)
         out[n] = o.blank && elev(i, j) >= zg3(i, j, k) ? 0.0 : node_value(*o.a, o.at, i, j, k) * scale;
 }
 
+// Over several processes each process accumulates the positions of its
+// block (the box's ghost layers where it touches a face) and the columns
+// of its block; the first process writes the files, a plane at a time.
+Box owned_plane(int k) { return {own_lo_i(0), own_hi_i(imax + 1), own_lo_j(0), own_hi_j(jmax + 1), k, k}; }
+Box owned_nodes(int k) { return {own_lo_i(0), own_hi_i(imax), own_lo_j(0), own_hi_j(jmax), k, k}; }
+
+// A column array's values over the whole plan (0..imax+1, 0..jmax+1), on
+// the first process: each process gives its own columns; the ghost columns,
+// which no step writes, are zero.
+void gather_columns(const Array2<double>& c, std::vector<double>& whole) {
+  const Box b{own_lo_i(1), own_hi_i(imax), own_lo_j(1), own_hi_j(jmax), 0, 0};
+  std::vector<double> mine;
+  mine.reserve(static_cast<std::size_t>(b.count()));
+  for (int j = b.j0; j <= b.j1; ++j)
+    for (int i = b.i0; i <= b.i1; ++i) mine.push_back(c(i, j));
+  GATHERTOFIRST(b, mine, 1, Box{0, imax + 1, 0, jmax + 1, 0, 0}, whole);
+}
+
 // A column value at plan node (i, j): the mean of the columns around it
-// (those inside the plan).
-void plan_nodes(const Array2<double>& c, std::vector<double>& out) {
+// (those inside the plan); c over 0..imax+1, 0..jmax+1, i fastest.
+void plan_nodes(const std::vector<double>& c, std::vector<double>& out) {
   out.resize(static_cast<std::size_t>(imax + 1) * (jmax + 1));
   std::size_t n = 0;
   for (int j = 0; j <= jmax; ++j)
@@ -110,7 +130,7 @@ void plan_nodes(const Array2<double>& c, std::vector<double>& out) {
       for (int b = j; b <= j + 1; ++b)
         for (int a = i; a <= i + 1; ++a)
           if (a >= 1 && a <= imax && b >= 1 && b <= jmax) {
-            sum += c(a, b);
+            sum += c[static_cast<std::size_t>(b) * static_cast<std::size_t>(imax + 2) + static_cast<std::size_t>(a)];
             ++m;
           }
       out[n] = sum / m;
@@ -125,35 +145,61 @@ std::string restart_name_of(const std::string& startfile) {
 constexpr char kMagic[8] = {'R', 'L', 'S', 'T', 'A', 'T', 'S', '1'};
 
 // Reads the accumulators kept beside a saved state; false (nothing changed)
-// when there are none or they do not fit this grid.
+// when there are none or they do not fit this grid.  The first process
+// reads the file, a plane at a time, and hands every process its part.
 bool load(const std::string& name) {
-  std::FILE* f = std::fopen(name.c_str(), "rb");
-  if (!f) return false;
+  const bool first = dist_rank() == 0;
+  std::FILE* f = first ? std::fopen(name.c_str(), "rb") : nullptr;
+  int there = f != nullptr;
+  dist_bcast(&there, 1);
+  if (!there) return false;
   char magic[8];
   int dims[3];
-  long long count;
-  double first;
-  bool ok = std::fread(magic, 1, 8, f) == 8 && std::memcmp(magic, kMagic, 8) == 0 &&
-            std::fread(dims, sizeof dims, 1, f) == 1 && dims[0] == imax && dims[1] == jmax && dims[2] == kmax &&
-            std::fread(&count, sizeof count, 1, f) == 1 && std::fread(&first, sizeof first, 1, f) == 1 && count >= 0;
+  long long count = 0;
+  double first_time = 0.0;
+  int ok = 1;
+  if (first)
+    ok = std::fread(magic, 1, 8, f) == 8 && std::memcmp(magic, kMagic, 8) == 0 &&
+         std::fread(dims, sizeof dims, 1, f) == 1 && dims[0] == imax && dims[1] == jmax && dims[2] == kmax &&
+         std::fread(&count, sizeof count, 1, f) == 1 && std::fread(&first_time, sizeof first_time, 1, f) == 1 &&
+         count >= 0;
+  dist_bcast(&ok, 1);
+  const Box whole{0, imax + 1, 0, jmax + 1, 0, 0};
+  std::vector<double> plane(static_cast<std::size_t>(whole.count())), mine;
   for (Array3<double>* a : arrays3())
-    ok = ok && std::fread(a->data(), sizeof(double), static_cast<std::size_t>(a->size()), f) ==
-                   static_cast<std::size_t>(a->size());
-  for (Array2<double>* a : arrays2())
-    ok = ok && std::fread(a->data(), sizeof(double), static_cast<std::size_t>(a->size()), f) ==
-                   static_cast<std::size_t>(a->size());
-  ok = ok && std::fgetc(f) == EOF;
-  std::fclose(f);
+    for (int k = 0; k <= kmax + 1 && ok; ++k) {
+      if (first) ok = std::fread(plane.data(), sizeof(double), plane.size(), f) == plane.size();
+      const Box part = SCATTERFROMFIRST(Box{a->lo(0), a->hi(0), a->lo(1), a->hi(1), k, k}, 1,
+                                        Box{0, imax + 1, 0, jmax + 1, k, k}, plane, mine);
+      UNPACKBOX({a}, part, mine);
+      dist_bcast(&ok, 1);
+    }
+  for (Array2<double>* a : arrays2()) {
+    if (first && ok)
+      ok = std::fread(a->data(), sizeof(double), static_cast<std::size_t>(a->size()), f) ==
+           static_cast<std::size_t>(a->size());
+    dist_bcast(&ok, 1);
+    if (ok) dist_bcast(a->data(), static_cast<int>(a->size()));
+  }
+  if (first) {
+    ok = ok && std::fgetc(f) == EOF;
+    std::fclose(f);
+  }
+  dist_bcast(&ok, 1);
   if (!ok) {
     for (Array3<double>* a : arrays3()) a->fill(0.0);
     for (Array2<double>* a : arrays2()) a->fill(0.0);
-    std::fprintf(stderr, "riverles: warning: %s does not fit this case; the statistics start anew\n", name.c_str());
+    if (first)
+      std::fprintf(stderr, "riverles: warning: %s does not fit this case; the statistics start anew\n", name.c_str());
     return false;
   }
+  dist_bcast(&count, 1);
+  dist_bcast(&first_time, 1);
   S.count = count;
-  S.first = first;
-  std::fprintf(stderr, "riverles: statistics continue from %s (%lld samples since t = %.10g)\n", name.c_str(), count,
-               first);
+  S.first = first_time;
+  if (first)
+    std::fprintf(stderr, "riverles: statistics continue from %s (%lld samples since t = %.10g)\n", name.c_str(),
+                 count, first_time);
   return true;
 }
 
@@ -167,7 +213,9 @@ void STATSTART(double otime, const std::string& startfile) {
   S.interval = optional_real("dtStatsItm", otime);
   const int I = imax, J = jmax, K = kmax;
   for (Array3<double>* a : arrays3())
-    if (!a->allocate("statistics", 0, I + 1, 0, J + 1, 0, K + 1)) ERRORSTOP(2);
+    if (!a->allocate("statistics", held_lo_i(0, kHalo), held_hi_i(I + 1, kHalo), held_lo_j(0, kHalo),
+                     held_hi_j(J + 1, kHalo), 0, K + 1))
+      ERRORSTOP(2);
   for (Array2<double>* a : arrays2())
     if (!a->allocate("bed statistics", 0, I + 1, 0, J + 1)) ERRORSTOP(2);
   if (!strip_blanks(startfile).empty()) load(restart_name_of(startfile));
@@ -190,11 +238,11 @@ void STATISTICS() {
   S.count += 1;
   if (S.count == 1) S.first = simtime;
   const double r = 1.0 / static_cast<double>(S.count);
-  const int I = imax, J = jmax, K = kmax;
+  const int i0 = own_lo_i(0), i1 = own_hi_i(imax + 1), j0 = own_lo_j(0), j1 = own_hi_j(jmax + 1), K = kmax;
 
 #pragma omp parallel for default(shared) schedule(static) if (worth_sharing(cells_of(imax, jmax, kmax)))
   for (int k = 0; k <= K + 1; ++k)
-    for (int j = 0; j <= J + 1; ++j) {
+    for (int j = j0; j <= j1; ++j) {
       const double *ur = u.at(0, j, k), *vr = v.at(0, j, k), *vs = v.at(0, j - 1, k);
       const double *wr = w.at(0, j, k), *wb = w.at(0, j, k - 1), *pr = p.at(0, j, k), *nr = nut.at(0, j, k);
       double *mu = S.mu.at(0, j, k), *mv = S.mv.at(0, j, k), *mw = S.mw.at(0, j, k);
@@ -204,7 +252,7 @@ void STATISTICS() {
       double *suv = S.suv.at(0, j, k), *suw = S.suw.at(0, j, k), *svw = S.svw.at(0, j, k);
       // Every position on its own (no array overlaps another): one lane each.
 #pragma omp simd
-      for (int i = 0; i <= I + 1; ++i) {
+      for (int i = i0; i <= i1; ++i) {
         welford(ur[i], mu[i], suu[i], r);
         welford(vr[i], mv[i], svv[i], r);
         welford(wr[i], mw[i], sww[i], r);
@@ -224,8 +272,8 @@ void STATISTICS() {
     }
 
   BEDFRICTION(S.ustar);
-  for (int j = 1; j <= J; ++j)
-    for (int i = 1; i <= I; ++i) {
+  for (int j = own_lo_j(1); j <= own_hi_j(jmax); ++j)
+    for (int i = own_lo_i(1); i <= own_hi_i(imax); ++i) {
       const double us = S.ustar(i, j);
       S.tau(i, j) = dens * us * us;
       S.mustar(i, j) += (us - S.mustar(i, j)) * r;
@@ -237,20 +285,23 @@ void statistics_nodes(const std::string& name, double* out) {
   std::vector<double> v;
   for (const Output& o : outputs())
     if (name == o.name) {
-      nodes_of(o, v);
+      nodes_of(o, Box{0, imax, 0, jmax, 0, kmax}, v);
       std::copy(v.begin(), v.end(), out);
     }
 }
 
 void WRITESTATS(const std::string& outpath, const std::string& outfile) {
   if (!S.on || S.count == 0) return;
+  // The first process writes the file; every process gives its nodes of
+  // each output a plane k at a time.
+  const bool first = dist_rank() == 0;
   char number[32];
   std::snprintf(number, sizeof number, "_stats_%06d", trunc_i32(simtime / S.interval));
   const std::string name = strip_blanks(outpath) + "/" + strip_blanks(outfile) + number + ".cgns";
   const std::string part = name + ".part";
   const int ni = imax + 1, nj = jmax + 1, nk = kmax + 1;
   int fn = 0, B = 0, Z = 0, G = 0, sol = 0, fld = 0;
-  bool ok = cg_open(part.c_str(), CG_MODE_WRITE, &fn) == CG_OK;
+  bool ok = first && cg_open(part.c_str(), CG_MODE_WRITE, &fn) == CG_OK;
   // One time step in a base: its time, and the pointer to its solution.
   auto series = [&](int base, int zone, const char* solname) {
     const cgsize_t one = 1, pdims[2] = {32, 1};
@@ -264,7 +315,7 @@ void WRITESTATS(const std::string& outpath, const std::string& outfile) {
            cg_goto(fn, base, "Zone_t", zone, "ZoneIterativeData_t", 1, "end") == CG_OK &&
            cg_array_write("FlowSolutionPointers", CGNS_ENUMV(Character), 2, pdims, pointer) == CG_OK;
   };
-  std::vector<double> buf;
+  std::vector<double> buf, mine;
   if (ok) {
     const cgsize_t size[9] = {ni, nj, nk, ni - 1, nj - 1, nk - 1, 0, 0, 0};
     ok = cg_base_write(fn, "Statistics", 3, 3, &B) == CG_OK && cg_goto(fn, B, "end") == CG_OK &&
@@ -274,19 +325,33 @@ void WRITESTATS(const std::string& outpath, const std::string& outfile) {
          cg_coord_write(fn, B, Z, CGNS_ENUMV(RealDouble), "CoordinateY", yg3.data(), &G) == CG_OK &&
          cg_coord_write(fn, B, Z, CGNS_ENUMV(RealDouble), "CoordinateZ", zg3.data(), &G) == CG_OK &&
          cg_sol_write(fn, B, Z, "Statistics", CGNS_ENUMV(Vertex), &sol) == CG_OK;
-    for (const Output& o : outputs()) {
-      if (!ok) break;
-      nodes_of(o, buf);
-      ok = cg_field_write(fn, B, Z, sol, CGNS_ENUMV(RealDouble), o.name, buf.data(), &fld) == CG_OK;
+  }
+  // A node reads the accumulators one position up: over several processes,
+  // the neighbours' first positions.
+  for (Array3<double>* a : arrays3()) HALO(*a, 1);
+  for (const Output& o : outputs())
+    for (int k = 0; k <= kmax; ++k) {
+      const Box b = owned_nodes(k);
+      nodes_of(o, b, mine);
+      GATHERTOFIRST(b, mine, 1, Box{0, imax, 0, jmax, k, k}, buf);
+      const cgsize_t lo[3] = {1, 1, k + 1}, hi[3] = {ni, nj, k + 1};
+      ok = ok && cg_field_partial_write(fn, B, Z, sol, CGNS_ENUMV(RealDouble), o.name, lo, hi, buf.data(), &fld) ==
+                     CG_OK;
     }
+  if (ok) {
     char text[160];
     std::snprintf(text, sizeof text, "%lld samples, every step from t = %.10g to t = %.10g", S.count, S.first,
                   simtime);
-    ok = ok && series(B, Z, "Statistics") && cg_goto(fn, B, "end") == CG_OK &&
-         cg_descriptor_write("Averaging", text) == CG_OK;
+    ok = series(B, Z, "Statistics") && cg_goto(fn, B, "end") == CG_OK && cg_descriptor_write("Averaging", text) == CG_OK;
   }
+  // The bed on the plan grid, lifted to its elevation.
+  const std::pair<const char*, Array2<double>*> bedfields[4] = {{"BedShearStress", &S.tau},
+                                                                 {"FrictionVelocity", &S.ustar},
+                                                                 {"MeanBedShearStress", &S.mtau},
+                                                                 {"MeanFrictionVelocity", &S.mustar}};
+  std::vector<std::vector<double>> columns(4);
+  for (int m = 0; m < 4; ++m) gather_columns(*bedfields[m].second, columns[static_cast<std::size_t>(m)]);
   if (ok) {
-    // The bed on the plan grid, lifted to its elevation.
     const cgsize_t size[6] = {ni, nj, ni - 1, nj - 1, 0, 0};
     std::vector<double> x(static_cast<std::size_t>(ni) * nj), y(x.size()), z(x.size());
     for (int j = 0, n = 0; j <= jmax; ++j)
@@ -302,17 +367,13 @@ void WRITESTATS(const std::string& outpath, const std::string& outfile) {
          cg_coord_write(fn, B, Z, CGNS_ENUMV(RealDouble), "CoordinateY", y.data(), &G) == CG_OK &&
          cg_coord_write(fn, B, Z, CGNS_ENUMV(RealDouble), "CoordinateZ", z.data(), &G) == CG_OK &&
          cg_sol_write(fn, B, Z, "BedStatistics", CGNS_ENUMV(Vertex), &sol) == CG_OK;
-    const std::pair<const char*, Array2<double>*> bedfields[4] = {{"BedShearStress", &S.tau},
-                                                                   {"FrictionVelocity", &S.ustar},
-                                                                   {"MeanBedShearStress", &S.mtau},
-                                                                   {"MeanFrictionVelocity", &S.mustar}};
-    for (const auto& [fname, a] : bedfields) {
-      if (!ok) break;
-      plan_nodes(*a, buf);
-      ok = cg_field_write(fn, B, Z, sol, CGNS_ENUMV(RealDouble), fname, buf.data(), &fld) == CG_OK;
+    for (int m = 0; m < 4 && ok; ++m) {
+      plan_nodes(columns[static_cast<std::size_t>(m)], buf);
+      ok = cg_field_write(fn, B, Z, sol, CGNS_ENUMV(RealDouble), bedfields[m].first, buf.data(), &fld) == CG_OK;
     }
     ok = ok && series(B, Z, "BedStatistics");
   }
+  if (!first) return;
   if (fn) ok = cg_close(fn) == CG_OK && ok;
   std::error_code ec;
   if (ok) std::filesystem::rename(part, name, ec);
@@ -324,22 +385,32 @@ void WRITESTATS(const std::string& outpath, const std::string& outfile) {
 
 void SAVESTATS(const std::string& outpath, const std::string& outfile) {
   if (!S.on) return;
+  // The same file whatever the number of processes: the first writes it,
+  // every array a plane k at a time from the processes' parts.
+  const bool first = dist_rank() == 0;
   const std::string name = restart_name_of(strip_blanks(outpath) + "/" + strip_blanks(outfile) + ".dat");
   const std::string part = name + ".part";
-  std::FILE* f = std::fopen(part.c_str(), "wb");
+  std::FILE* f = first ? std::fopen(part.c_str(), "wb") : nullptr;
   bool ok = f != nullptr;
   if (ok) {
     const int dims[3] = {imax, jmax, kmax};
     ok = std::fwrite(kMagic, 1, 8, f) == 8 && std::fwrite(dims, sizeof dims, 1, f) == 1 &&
          std::fwrite(&S.count, sizeof S.count, 1, f) == 1 && std::fwrite(&S.first, sizeof S.first, 1, f) == 1;
-    for (Array3<double>* a : arrays3())
-      ok = ok && std::fwrite(a->data(), sizeof(double), static_cast<std::size_t>(a->size()), f) ==
-                     static_cast<std::size_t>(a->size());
-    for (Array2<double>* a : arrays2())
-      ok = ok && std::fwrite(a->data(), sizeof(double), static_cast<std::size_t>(a->size()), f) ==
-                     static_cast<std::size_t>(a->size());
-    ok = std::fclose(f) == 0 && ok;
   }
+  std::vector<double> mine, plane;
+  for (Array3<double>* a : arrays3())
+    for (int k = 0; k <= kmax + 1; ++k) {
+      const Box b = owned_plane(k);
+      PACKBOX({a}, b, mine);
+      GATHERTOFIRST(b, mine, 1, Box{0, imax + 1, 0, jmax + 1, k, k}, plane);
+      ok = ok && std::fwrite(plane.data(), sizeof(double), plane.size(), f) == plane.size();
+    }
+  for (Array2<double>* a : arrays2()) {
+    gather_columns(*a, plane);
+    ok = ok && std::fwrite(plane.data(), sizeof(double), plane.size(), f) == plane.size();
+  }
+  if (!first) return;
+  if (f) ok = std::fclose(f) == 0 && ok;
   std::error_code ec;
   if (ok) std::filesystem::rename(part, name, ec);
   if (!ok || ec) {
