@@ -9,18 +9,37 @@
 
 namespace rl {
 
+namespace {
+
+// The case's 2-D node coordinates, i fastest.
+std::vector<double> plan_x, plan_y;
+
+std::size_t plan_at(int i, int j) {
+  return static_cast<std::size_t>(j) * static_cast<std::size_t>(imax + 1) + static_cast<std::size_t>(i);
+}
+
+}  // namespace
+
+void grid_plane(int k, std::vector<double>& x, std::vector<double>& y, std::vector<double>& z) {
+  x = plan_x;
+  y = plan_y;
+  z.assign(plan_x.size(), k * dz + zmin);
+}
+
 void READGRID() {
   int ier = 0;
-  // Layer k = 0 of xg3 and yg3 is their first (imax+1)*(jmax+1) elements.
-  orva::CG_ORVA_GETGRIDCOORD2D_F(xg3.at(0, 0, 0), yg3.at(0, 0, 0), ier);
+  const std::size_t n = static_cast<std::size_t>(imax + 1) * static_cast<std::size_t>(jmax + 1);
+  plan_x.assign(n, 0.0);
+  plan_y.assign(n, 0.0);
+  orva::CG_ORVA_GETGRIDCOORD2D_F(plan_x.data(), plan_y.data(), ier);
   if (ier != 0) stop_read_error();
   orva::CG_ORVA_READ_GRID_REAL_NODE_F("Elevation", elev.at(0, 0), ier);
   if (ier != 0) stop_read_error();
 
-  xmin = xg3(0, 0, 0);
-  ymin = yg3(0, 0, 0);
-  xmax = xg3(imax, jmax, 0);
-  ymax = yg3(imax, jmax, 0);
+  xmin = plan_x[plan_at(0, 0)];
+  ymin = plan_y[plan_at(0, 0)];
+  xmax = plan_x[plan_at(imax, jmax)];
+  ymax = plan_y[plan_at(imax, jmax)];
   zmin = read_real("zminItm");
   zmax = read_real("zmaxItm");
 
@@ -30,19 +49,25 @@ void READGRID() {
 
   for (int k = 0; k <= kmax; ++k) {
     const double z = k * dz + zmin;
-    for (int j = 0; j <= jmax; ++j) {
-      for (int i = 0; i <= imax; ++i) {
-        xg3(i, j, k) = xg3(i, j, 0);
-        yg3(i, j, k) = yg3(i, j, 0);
+    for (int j = xg3.lo(1); j <= xg3.hi(1); ++j) {
+      for (int i = xg3.lo(0); i <= xg3.hi(0); ++i) {
+        xg3(i, j, k) = plan_x[plan_at(i, j)];
+        yg3(i, j, k) = plan_y[plan_at(i, j)];
         zg3(i, j, k) = z;
       }
     }
   }
 
   // The first process writes the case (over several processes, the others
-  // only read it).
+  // only read it), a plane at a time.
   if (dist_rank() != 0) return;
-  orva::CG_ORVA_WRITEGRIDCOORD3D_F(imax + 1, jmax + 1, kmax + 1, xg3.data(), yg3.data(), zg3.data(), ier);
+  orva::CG_ORVA_BEGIN_GRIDCOORD3D_F(imax + 1, jmax + 1, kmax + 1, ier);
+  std::vector<double> z;
+  for (int k = 0; k <= kmax && ier == 0; ++k) {
+    z.assign(n, k * dz + zmin);
+    orva::CG_ORVA_WRITE_GRIDCOORD3D_PLANE_F(k, plan_x.data(), plan_y.data(), z.data(), ier);
+  }
+  if (ier == 0) orva::CG_ORVA_END_GRIDCOORD3D_F(ier);
   if (ier != 0) stop_write_error();
 }
 

@@ -157,16 +157,19 @@ void ALLOCFIELDS() {
 void ALLOCNODEARRAYS() {
   // A failed allocation here would only show as a failing library call
   // later, reported as a read error; it stops with the allocation error.
-  need(xg3, "xg3", 0, imax, 0, jmax, 0, kmax);
-  need(yg3, "yg3", 0, imax, 0, jmax, 0, kmax);
-  need(zg3, "zg3", 0, imax, 0, jmax, 0, kmax);
+  // Over several processes, the nodes of this process's block (node i lies
+  // between cells i and i + 1; the blocks at the low faces have node 0).
+  const int i0 = own_lo_i(0), i1 = own_hi_i(imax), j0 = own_lo_j(0), j1 = own_hi_j(jmax);
+  need(xg3, "xg3", i0, i1, j0, j1, 0, kmax);
+  need(yg3, "yg3", i0, i1, j0, j1, 0, kmax);
+  need(zg3, "zg3", i0, i1, j0, j1, 0, kmax);
   need(elev, "elev", 0, imax, 0, jmax);
-  need(uout, "uout", 0, imax, 0, jmax, 0, kmax);
-  need(vout, "vout", 0, imax, 0, jmax, 0, kmax);
-  need(wout, "wout", 0, imax, 0, jmax, 0, kmax);
-  need(pout, "pout", 0, imax, 0, jmax, 0, kmax);
-  need(vortout, "vortout", 0, imax, 0, jmax, 0, kmax);
-  need(qout, "qout", 0, imax, 0, jmax, 0, kmax);
+  need(uout, "uout", i0, i1, j0, j1, 0, kmax);
+  need(vout, "vout", i0, i1, j0, j1, 0, kmax);
+  need(wout, "wout", i0, i1, j0, j1, 0, kmax);
+  need(pout, "pout", i0, i1, j0, j1, 0, kmax);
+  need(vortout, "vortout", i0, i1, j0, j1, 0, kmax);
+  need(qout, "qout", i0, i1, j0, j1, 0, kmax);
 }
 
 }  // namespace rl

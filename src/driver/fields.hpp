@@ -136,7 +136,8 @@ void LEVELCOUNT();
 // reads: imax, jmax, kmax, lmin; writes: every array of the store, nslot
 void ALLOCFIELDS();
 
-// Allocates the node arrays of the main program, bounds 0:imax, 0:jmax(, 0:kmax).
+// Allocates the node arrays of the main program, bounds 0:imax, 0:jmax(, 0:kmax)
+// (over several processes, the 3-D ones over this process's nodes).
 // reads: imax, jmax, kmax; writes: xg3, yg3, zg3, elev, uout..qout
 void ALLOCNODEARRAYS();
 

@@ -109,6 +109,17 @@ void startup(MainState& m) {
   kmax = power_of_two(kmax);
   imax = imax - 1;
   jmax = jmax - 1;
+  // Over several processes: this process's block of the plan, before any
+  // array is allocated.
+  if (several()) {
+    PlanSplit split;
+    std::string why;
+    if (!PLANSPLIT(dist_size(), imax, jmax, split, why)) {
+      if (first_process()) std::fprintf(stderr, "riverles: %s\n", why.c_str());
+      throw RunStopped{1};
+    }
+    OWNBLOCK(split, dist_rank(), imax, jmax);
+  }
 
   ALLOCNODEARRAYS();
   READGRID();
@@ -125,16 +136,6 @@ void startup(MainState& m) {
   const int ybound = read_integer("yBoundItm");
   const int zbound = read_integer("zBoundItm");
   set_boundary_types(xbound, ybound, zbound);
-  // Over several processes: this process's block of the plan.
-  if (several()) {
-    PlanSplit split;
-    std::string why;
-    if (!PLANSPLIT(dist_size(), imax, jmax, split, why)) {
-      if (first_process()) std::fprintf(stderr, "riverles: %s\n", why.c_str());
-      throw RunStopped{1};
-    }
-    OWNBLOCK(split, dist_rank(), imax, jmax);
-  }
 
   LEVELCOUNT();
   ALLOCFIELDS();
@@ -188,7 +189,7 @@ void startup(MainState& m) {
 
   VORTICITY();
   NODEVALUES();
-  if (first_process()) WRITEFIRSTRESULT(m.casepath, m.fileid);
+  WRITEFIRSTRESULT(m.casepath, m.fileid);
 
   smagorinsky = read_real("smagorinskyItm");
   iibm = read_integer("iIBMItm");
@@ -222,7 +223,7 @@ bool time_step(MainState& m) {
   if (output_due(simtime, m.timeold, m.otime)) {
     VORTICITY();
     NODEVALUES();
-    if (first_process()) WRITERESULTS(m.casepath);
+    WRITERESULTS(m.casepath);
   }
   if (m.hotout == 1 && output_due(simtime, m.timeold, m.dthotout)) {
     WRITESAVED(nstep, simtime, m.outpath, m.outfile);

@@ -70,6 +70,10 @@ struct State {
   int res = -1;              // open handle of the result file being written
   double res_sol = 0.0;      // its solution node
   std::uintmax_t compact_size = 0;
+  // The 3-D grid written a plane at a time: its file and coordinate nodes.
+  int grid = -1;
+  double grid_xyz[3] = {0.0, 0.0, 0.0};
+  int grid_ni = 0, grid_nj = 0, grid_nk = 0;
   bool in_result = false;    // between result start and end (the lock file exists)
   std::string lockpath;
 };
@@ -290,10 +294,19 @@ int put(int h, double pid, const std::string& name_, const char* label_, const c
   if (cgio_set_label(h, id, label.c) != CGIO_ERR_NONE) return 1;
   if (ndims > 0) {
     if (cgio_set_dimensions(h, id, type.c, ndims, dims) != CGIO_ERR_NONE) return 1;
-    if (cgio_write_all_data(h, id, data) != CGIO_ERR_NONE) return 1;
+    // Without data the node is shaped for writes of parts to come.
+    if (data && cgio_write_all_data(h, id, data) != CGIO_ERR_NONE) return 1;
   }
   if (out) *out = id;
   return 0;
+}
+
+// Writes plane k (0-based, the last of three dimensions ni x nj x nk) of a
+// node of reals whose dimensions are set.
+int put_plane(int h, double id, cgsize_t ni, cgsize_t nj, int k, const double* plane) {
+  const cgsize_t s0[3] = {1, 1, k + 1}, s1[3] = {ni, nj, k + 1}, one[3] = {1, 1, 1};
+  const cgsize_t n[1] = {ni * nj}, m0[1] = {1}, m1[1] = {ni * nj}, m1s[1] = {1};
+  return cgio_write_data(h, id, s0, s1, one, 1, n, m0, m1, m1s, plane) != CGIO_ERR_NONE;
 }
 
 int put_string(double pid, const std::string& name, const char* label, const std::string& s,
@@ -474,6 +487,8 @@ bool clear_results() {
 void abandon() {
   if (st.res >= 0) cgio_close_file(st.res);
   st.res = -1;
+  if (st.grid >= 0) cgio_close_file(st.grid);
+  st.grid = -1;
   if (st.editing) {
     close_file();
     std::remove(next_path().c_str());
@@ -740,8 +755,7 @@ void CG_ORVA_READ_STRING_F(const std::string& key, std::string& value, int& ier)
   ier = 0;
 }
 
-void CG_ORVA_WRITEGRIDCOORD3D_F(int isize, int jsize, int ksize, const double* x, const double* y,
-                                const double* z, int& ier) {
+void CG_ORVA_BEGIN_GRIDCOORD3D_F(int isize, int jsize, int ksize, int& ier) {
   ier = 1;
   if (isize < 2 || jsize < 2 || ksize < 2 || st.mode == CG_MODE_READ) return;
   if (ensure_open() || !exists("/ResultBase")) return;
@@ -755,7 +769,9 @@ void CG_ORVA_WRITEGRIDCOORD3D_F(int isize, int jsize, int ksize, const double* x
   }
   st.times.clear();
   st.complete = st.declared = 0;
-  // The grid, whole, in a side file of its own.
+  st.ni3 = st.nj3 = st.nk3 = 0;
+  // The grid in a side file of its own, its three coordinates shaped for
+  // the planes to come.
   std::error_code ec;
   std::filesystem::create_directories(side_dir(), ec);
   const std::string file = side_file(kGridFile);
@@ -763,27 +779,67 @@ void CG_ORVA_WRITEGRIDCOORD3D_F(int isize, int jsize, int ksize, const double* x
   double r, gc;
   if (cgio_open_file(file.c_str(), CGIO_MODE_WRITE, CGIO_FILE_HDF5, &h) != CGIO_ERR_NONE) return;
   const cgsize_t dims[3] = {isize, jsize, ksize};
-  const bool written = cgio_get_root_id(h, &r) == CGIO_ERR_NONE &&
-                       !put(h, r, "GridCoordinates", "GridCoordinates_t", "MT", 0, nullptr, nullptr, &gc) &&
-                       !put(h, gc, "CoordinateX", "DataArray_t", "R8", 3, dims, x) &&
-                       !put(h, gc, "CoordinateY", "DataArray_t", "R8", 3, dims, y) &&
-                       !put(h, gc, "CoordinateZ", "DataArray_t", "R8", 3, dims, z);
-  if (cgio_close_file(h) != CGIO_ERR_NONE || !written) return;
+  const bool made = cgio_get_root_id(h, &r) == CGIO_ERR_NONE &&
+                    !put(h, r, "GridCoordinates", "GridCoordinates_t", "MT", 0, nullptr, nullptr, &gc) &&
+                    !put(h, gc, "CoordinateX", "DataArray_t", "R8", 3, dims, nullptr, &st.grid_xyz[0]) &&
+                    !put(h, gc, "CoordinateY", "DataArray_t", "R8", 3, dims, nullptr, &st.grid_xyz[1]) &&
+                    !put(h, gc, "CoordinateZ", "DataArray_t", "R8", 3, dims, nullptr, &st.grid_xyz[2]);
+  if (!made) {
+    cgio_close_file(h);
+    return;
+  }
+  st.grid = h;
+  st.grid_ni = isize;
+  st.grid_nj = jsize;
+  st.grid_nk = ksize;
+  ier = 0;
+}
+
+void CG_ORVA_WRITE_GRIDCOORD3D_PLANE_F(int k, const double* x, const double* y, const double* z, int& ier) {
+  ier = 1;
+  if (st.grid < 0 || k < 0 || k >= st.grid_nk) return;
+  const double* xyz[3] = {x, y, z};
+  for (int c = 0; c < 3; ++c)
+    if (put_plane(st.grid, st.grid_xyz[c], st.grid_ni, st.grid_nj, k, xyz[c])) return;
+  ier = 0;
+}
+
+void CG_ORVA_END_GRIDCOORD3D_F(int& ier) {
+  ier = 1;
+  if (st.grid < 0) return;
+  const bool closed = cgio_close_file(st.grid) == CGIO_ERR_NONE;
+  st.grid = -1;
+  if (!closed) return;
+  const std::string file = side_file(kGridFile);
   Durability::get().push([file] { return sync_path(file); }, false);
   // The zone, linking it, in the next version of the case: it becomes the
   // case with the first result.
   if (begin_edit()) return;
   double rb, zone;
   if (node("/ResultBase", rb)) return;
-  const int size[9] = {isize, jsize, ksize, isize - 1, jsize - 1, ksize - 1, 0, 0, 0};
+  const int size[9] = {st.grid_ni, st.grid_nj, st.grid_nk, st.grid_ni - 1, st.grid_nj - 1, st.grid_nk - 1, 0, 0, 0};
   const cgsize_t zdims[2] = {3, 3};
   if (put(st.cgio, rb, "Zone1", "Zone_t", "I4", 2, zdims, size, &zone)) return;
   if (put_string(zone, "ZoneType", "ZoneType_t", "Structured")) return;
   if (put_link(zone, "GridCoordinates", kGridFile, "GridCoordinates")) return;
-  st.ni3 = isize;
-  st.nj3 = jsize;
-  st.nk3 = ksize;
+  st.ni3 = st.grid_ni;
+  st.nj3 = st.grid_nj;
+  st.nk3 = st.grid_nk;
   ier = 0;
+}
+
+void CG_ORVA_WRITEGRIDCOORD3D_F(int isize, int jsize, int ksize, const double* x, const double* y,
+                                const double* z, int& ier) {
+  CG_ORVA_BEGIN_GRIDCOORD3D_F(isize, jsize, ksize, ier);
+  const std::size_t plane = static_cast<std::size_t>(isize) * static_cast<std::size_t>(jsize);
+  for (int k = 0; k < ksize && ier == 0; ++k)
+    CG_ORVA_WRITE_GRIDCOORD3D_PLANE_F(k, x + k * plane, y + k * plane, z + k * plane, ier);
+  if (ier == 0) {
+    CG_ORVA_END_GRIDCOORD3D_F(ier);
+  } else if (st.grid >= 0) {
+    cgio_close_file(st.grid);
+    st.grid = -1;
+  }
 }
 
 void CG_ORVA_WRITE_SOL_TIME_F(double time, int& ier) {
@@ -818,6 +874,22 @@ void CG_ORVA_WRITE_SOL_REAL_F(const std::string& name, const double* array, int&
   if (!valid_name(nm) || st.res < 0) return;
   const cgsize_t dims[3] = {st.ni3, st.nj3, st.nk3};
   if (put(st.res, st.res_sol, nm, "DataArray_t", "R8", 3, dims, array)) return;
+  ier = 0;
+}
+
+void CG_ORVA_WRITE_SOL_REAL_PLANE_F(const std::string& name, int k, const double* plane, int& ier) {
+  ier = 1;
+  const std::string nm = trim(name);
+  if (!valid_name(nm) || st.res < 0 || k < 0 || k >= st.nk3) return;
+  double id;
+  if (k == 0) {
+    const cgsize_t dims[3] = {st.ni3, st.nj3, st.nk3};
+    if (put(st.res, st.res_sol, nm, "DataArray_t", "R8", 3, dims, nullptr, &id)) return;
+  } else {
+    const Field33 n(nm);
+    if (cgio_get_node_id(st.res, st.res_sol, n.c, &id) != CGIO_ERR_NONE) return;
+  }
+  if (put_plane(st.res, id, st.ni3, st.nj3, k, plane)) return;
   ier = 0;
 }
 

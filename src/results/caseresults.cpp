@@ -1,5 +1,7 @@
 #include "results/caseresults.hpp"
 
+#include <vector>
+
 #include "common/console.hpp"
 #include "common/distributed.hpp"
 #include "common/parallel.hpp"
@@ -14,7 +16,7 @@ void NODEVALUES() {
   // (the values do not depend on who computes them).  A process of a run
   // over several computes the nodes of its block (node i lies between cells
   // i and i + 1; the first block also has node 0), reading one column of its
-  // neighbours' cells, and then every process gathers the others' nodes.
+  // neighbours' cells; the writer gathers them a plane at a time.
   const int i0 = own_lo_i(0), i1 = own_hi_i(imax), j0 = own_lo_j(0), j1 = own_hi_j(jmax);
   HALO(p, 1);  // the correction updates a process's own pressure only
 #pragma omp parallel for schedule(static) if (worth_sharing(cells_of(imax, jmax, kmax)))
@@ -42,11 +44,14 @@ void NODEVALUES() {
         }
       }
     }
-  if (ownership().on)
-    for (Array3<double>* a : {&uout, &vout, &wout, &pout, &vortout, &qout}) ALLGATHERBOX(*a, i0, i1, j0, j1, 0, kmax);
 }
 
 namespace {
+
+// Over several processes every one calls the writers; the first writes
+// the case, each array a plane k at a time from the processes' nodes, so
+// that no process holds a whole 3-D array.
+bool first() { return dist_rank() == 0; }
 
 void write_six_arrays() {
   int ier = 0;
@@ -55,30 +60,41 @@ void write_six_arrays() {
     const Array3<double>* a;
   } sol[] = {{"VelocityX", &uout}, {"VelocityY", &vout},     {"VelocityZ", &wout},
              {"Pressure", &pout},  {"Vorticity", &vortout}, {"Coherent", &qout}};
-  for (const auto& s : sol) {
-    orva::CG_ORVA_WRITE_SOL_REAL_F(s.name, s.a->data(), ier);
-    if (ier != 0) stop_write_error();
-  }
+  std::vector<double> mine, plane;
+  for (const auto& s : sol)
+    for (int k = 0; k <= kmax; ++k) {
+      const Box b{s.a->lo(0), s.a->hi(0), s.a->lo(1), s.a->hi(1), k, k};
+      PACKBOX({s.a}, b, mine);
+      GATHERTOFIRST(b, mine, 1, Box{0, imax, 0, jmax, k, k}, plane);
+      if (!first()) continue;
+      orva::CG_ORVA_WRITE_SOL_REAL_PLANE_F(s.name, k, plane.data(), ier);
+      if (ier != 0) stop_write_error();
+    }
 }
 
 }  // namespace
 
 void WRITEFIRSTRESULT(const std::string& casepath, int fileid) {
   int ier = 0;
-  orva::CG_ORVA_WRITE_SOL_TIME_F(simtime, ier);
-  if (ier != 0) stop_write_error();
+  if (first()) {
+    orva::CG_ORVA_WRITE_SOL_TIME_F(simtime, ier);
+    if (ier != 0) stop_write_error();
+  }
   write_six_arrays();
-  orva::CG_ORVA_FLUSH_F(casepath, fileid, ier);
+  if (first()) orva::CG_ORVA_FLUSH_F(casepath, fileid, ier);
 }
 
 void WRITERESULTS(const std::string& casepath) {
   int ier = 0;
-  orva::ORVA_WRITE_SOL_START_F(casepath, ier);
-  if (ier != 0) stop_write_error();
-  say("Writing Orva output ...");
-  orva::CG_ORVA_WRITE_SOL_TIME_F(simtime, ier);
-  if (ier != 0) stop_write_error();
+  if (first()) {
+    orva::ORVA_WRITE_SOL_START_F(casepath, ier);
+    if (ier != 0) stop_write_error();
+    say("Writing Orva output ...");
+    orva::CG_ORVA_WRITE_SOL_TIME_F(simtime, ier);
+    if (ier != 0) stop_write_error();
+  }
   write_six_arrays();
+  if (!first()) return;
   orva::ORVA_WRITE_SOL_END_F(casepath, ier);
   if (ier != 0) stop_write_error();
 }

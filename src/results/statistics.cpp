@@ -11,6 +11,7 @@
 #include "common/distributed.hpp"
 #include "common/files.hpp"
 #include "driver/conditions.hpp"
+#include "driver/domain.hpp"
 #include "driver/fields.hpp"
 #include "driver/mainprogram.hpp"
 #include "immersed/immerse.hpp"
@@ -320,11 +321,17 @@ void WRITESTATS(const std::string& outpath, const std::string& outfile) {
     const cgsize_t size[9] = {ni, nj, nk, ni - 1, nj - 1, nk - 1, 0, 0, 0};
     ok = cg_base_write(fn, "Statistics", 3, 3, &B) == CG_OK && cg_goto(fn, B, "end") == CG_OK &&
          cg_dataclass_write(CGNS_ENUMV(NormalizedByUnknownDimensional)) == CG_OK &&
-         cg_zone_write(fn, B, "Zone1", size, CGNS_ENUMV(Structured), &Z) == CG_OK &&
-         cg_coord_write(fn, B, Z, CGNS_ENUMV(RealDouble), "CoordinateX", xg3.data(), &G) == CG_OK &&
-         cg_coord_write(fn, B, Z, CGNS_ENUMV(RealDouble), "CoordinateY", yg3.data(), &G) == CG_OK &&
-         cg_coord_write(fn, B, Z, CGNS_ENUMV(RealDouble), "CoordinateZ", zg3.data(), &G) == CG_OK &&
-         cg_sol_write(fn, B, Z, "Statistics", CGNS_ENUMV(Vertex), &sol) == CG_OK;
+         cg_zone_write(fn, B, "Zone1", size, CGNS_ENUMV(Structured), &Z) == CG_OK;
+    // The node grid a plane at a time.
+    std::vector<double> x, y, z;
+    for (int k = 0; k <= kmax && ok; ++k) {
+      grid_plane(k, x, y, z);
+      const cgsize_t lo[3] = {1, 1, k + 1}, hi[3] = {ni, nj, k + 1};
+      ok = cg_coord_partial_write(fn, B, Z, CGNS_ENUMV(RealDouble), "CoordinateX", lo, hi, x.data(), &G) == CG_OK &&
+           cg_coord_partial_write(fn, B, Z, CGNS_ENUMV(RealDouble), "CoordinateY", lo, hi, y.data(), &G) == CG_OK &&
+           cg_coord_partial_write(fn, B, Z, CGNS_ENUMV(RealDouble), "CoordinateZ", lo, hi, z.data(), &G) == CG_OK;
+    }
+    ok = ok && cg_sol_write(fn, B, Z, "Statistics", CGNS_ENUMV(Vertex), &sol) == CG_OK;
   }
   // A node reads the accumulators one position up: over several processes,
   // the neighbours' first positions.
@@ -353,13 +360,10 @@ void WRITESTATS(const std::string& outpath, const std::string& outfile) {
   for (int m = 0; m < 4; ++m) gather_columns(*bedfields[m].second, columns[static_cast<std::size_t>(m)]);
   if (ok) {
     const cgsize_t size[6] = {ni, nj, ni - 1, nj - 1, 0, 0};
-    std::vector<double> x(static_cast<std::size_t>(ni) * nj), y(x.size()), z(x.size());
+    std::vector<double> x, y, z;
+    grid_plane(0, x, y, z);
     for (int j = 0, n = 0; j <= jmax; ++j)
-      for (int i = 0; i <= imax; ++i, ++n) {
-        x[n] = xg3(i, j, 0);
-        y[n] = yg3(i, j, 0);
-        z[n] = elev(i, j);
-      }
+      for (int i = 0; i <= imax; ++i, ++n) z[static_cast<std::size_t>(n)] = elev(i, j);
     ok = cg_base_write(fn, "Bed", 2, 3, &B) == CG_OK && cg_goto(fn, B, "end") == CG_OK &&
          cg_dataclass_write(CGNS_ENUMV(NormalizedByUnknownDimensional)) == CG_OK &&
          cg_zone_write(fn, B, "Zone1", size, CGNS_ENUMV(Structured), &Z) == CG_OK &&
