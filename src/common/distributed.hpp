@@ -245,6 +245,12 @@ void GATHERTOFIRST(const Box& mine, const std::vector<double>& vals, int nf, con
                    std::vector<double>& out);
 Box SCATTERFROMFIRST(const Box& mine, int nf, const Box& whole, const std::vector<double>& in,
                      std::vector<double>& vals);
+// How many planes of `plane` values a slab of a file writer takes: as many
+// as fit in 8 MB, at least one (a small case is written in one slab).
+inline int slab_planes(long long plane) {
+  constexpr long long kSlabValues = 1LL << 20;
+  return plane >= kSlabValues ? 1 : static_cast<int>(kSlabValues / (plane > 0 ? plane : 1));
+}
 // The fields' values over a box, packed as above, and back.
 void PACKBOX(std::initializer_list<const Array3<double>*> f, const Box& b, std::vector<double>& vals);
 void UNPACKBOX(std::initializer_list<Array3<double>*> f, const Box& b, const std::vector<double>& vals);

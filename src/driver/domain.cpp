@@ -1,5 +1,6 @@
 #include "driver/domain.hpp"
 
+#include <algorithm>
 #include <cstdlib>
 
 #include "common/distributed.hpp"
@@ -59,13 +60,22 @@ void READGRID() {
   }
 
   // The first process writes the case (over several processes, the others
-  // only read it), a plane at a time.
+  // only read it), a slab of planes at a time.
   if (dist_rank() != 0) return;
   orva::CG_ORVA_BEGIN_GRIDCOORD3D_F(imax + 1, jmax + 1, kmax + 1, ier);
-  std::vector<double> z;
-  for (int k = 0; k <= kmax && ier == 0; ++k) {
-    z.assign(n, k * dz + zmin);
-    orva::CG_ORVA_WRITE_GRIDCOORD3D_PLANE_F(k, plan_x.data(), plan_y.data(), z.data(), ier);
+  const int planes = slab_planes(static_cast<long long>(n));
+  std::vector<double> x, y, z;
+  for (int k0 = 0; k0 <= kmax && ier == 0; k0 += planes) {
+    const int k1 = std::min(kmax, k0 + planes - 1);
+    x.clear();
+    y.clear();
+    z.clear();
+    for (int k = k0; k <= k1; ++k) {
+      x.insert(x.end(), plan_x.begin(), plan_x.end());
+      y.insert(y.end(), plan_y.begin(), plan_y.end());
+      z.insert(z.end(), n, k * dz + zmin);
+    }
+    orva::CG_ORVA_WRITE_GRIDCOORD3D_PLANES_F(k0, k1, x.data(), y.data(), z.data(), ier);
   }
   if (ier == 0) orva::CG_ORVA_END_GRIDCOORD3D_F(ier);
   if (ier != 0) stop_write_error();

@@ -301,12 +301,12 @@ int put(int h, double pid, const std::string& name_, const char* label_, const c
   return 0;
 }
 
-// Writes plane k (0-based, the last of three dimensions ni x nj x nk) of a
-// node of reals whose dimensions are set.
-int put_plane(int h, double id, cgsize_t ni, cgsize_t nj, int k, const double* plane) {
-  const cgsize_t s0[3] = {1, 1, k + 1}, s1[3] = {ni, nj, k + 1}, one[3] = {1, 1, 1};
-  const cgsize_t n[1] = {ni * nj}, m0[1] = {1}, m1[1] = {ni * nj}, m1s[1] = {1};
-  return cgio_write_data(h, id, s0, s1, one, 1, n, m0, m1, m1s, plane) != CGIO_ERR_NONE;
+// Writes planes k0..k1 (0-based, along the last of three dimensions
+// ni x nj x nk) of a node of reals whose dimensions are set.
+int put_planes(int h, double id, cgsize_t ni, cgsize_t nj, int k0, int k1, const double* planes) {
+  const cgsize_t s0[3] = {1, 1, k0 + 1}, s1[3] = {ni, nj, k1 + 1}, one[3] = {1, 1, 1};
+  const cgsize_t n[1] = {ni * nj * (k1 - k0 + 1)}, m0[1] = {1}, m1s[1] = {1};
+  return cgio_write_data(h, id, s0, s1, one, 1, n, m0, n, m1s, planes) != CGIO_ERR_NONE;
 }
 
 int put_string(double pid, const std::string& name, const char* label, const std::string& s,
@@ -795,12 +795,13 @@ void CG_ORVA_BEGIN_GRIDCOORD3D_F(int isize, int jsize, int ksize, int& ier) {
   ier = 0;
 }
 
-void CG_ORVA_WRITE_GRIDCOORD3D_PLANE_F(int k, const double* x, const double* y, const double* z, int& ier) {
+void CG_ORVA_WRITE_GRIDCOORD3D_PLANES_F(int k0, int k1, const double* x, const double* y, const double* z,
+                                       int& ier) {
   ier = 1;
-  if (st.grid < 0 || k < 0 || k >= st.grid_nk) return;
+  if (st.grid < 0 || k0 < 0 || k1 < k0 || k1 >= st.grid_nk) return;
   const double* xyz[3] = {x, y, z};
   for (int c = 0; c < 3; ++c)
-    if (put_plane(st.grid, st.grid_xyz[c], st.grid_ni, st.grid_nj, k, xyz[c])) return;
+    if (put_planes(st.grid, st.grid_xyz[c], st.grid_ni, st.grid_nj, k0, k1, xyz[c])) return;
   ier = 0;
 }
 
@@ -831,9 +832,7 @@ void CG_ORVA_END_GRIDCOORD3D_F(int& ier) {
 void CG_ORVA_WRITEGRIDCOORD3D_F(int isize, int jsize, int ksize, const double* x, const double* y,
                                 const double* z, int& ier) {
   CG_ORVA_BEGIN_GRIDCOORD3D_F(isize, jsize, ksize, ier);
-  const std::size_t plane = static_cast<std::size_t>(isize) * static_cast<std::size_t>(jsize);
-  for (int k = 0; k < ksize && ier == 0; ++k)
-    CG_ORVA_WRITE_GRIDCOORD3D_PLANE_F(k, x + k * plane, y + k * plane, z + k * plane, ier);
+  if (ier == 0) CG_ORVA_WRITE_GRIDCOORD3D_PLANES_F(0, ksize - 1, x, y, z, ier);
   if (ier == 0) {
     CG_ORVA_END_GRIDCOORD3D_F(ier);
   } else if (st.grid >= 0) {
@@ -877,19 +876,19 @@ void CG_ORVA_WRITE_SOL_REAL_F(const std::string& name, const double* array, int&
   ier = 0;
 }
 
-void CG_ORVA_WRITE_SOL_REAL_PLANE_F(const std::string& name, int k, const double* plane, int& ier) {
+void CG_ORVA_WRITE_SOL_REAL_PLANES_F(const std::string& name, int k0, int k1, const double* planes, int& ier) {
   ier = 1;
   const std::string nm = trim(name);
-  if (!valid_name(nm) || st.res < 0 || k < 0 || k >= st.nk3) return;
+  if (!valid_name(nm) || st.res < 0 || k0 < 0 || k1 < k0 || k1 >= st.nk3) return;
   double id;
-  if (k == 0) {
+  if (k0 == 0) {
     const cgsize_t dims[3] = {st.ni3, st.nj3, st.nk3};
     if (put(st.res, st.res_sol, nm, "DataArray_t", "R8", 3, dims, nullptr, &id)) return;
   } else {
     const Field33 n(nm);
     if (cgio_get_node_id(st.res, st.res_sol, n.c, &id) != CGIO_ERR_NONE) return;
   }
-  if (put_plane(st.res, id, st.ni3, st.nj3, k, plane)) return;
+  if (put_planes(st.res, id, st.ni3, st.nj3, k0, k1, planes)) return;
   ier = 0;
 }
 

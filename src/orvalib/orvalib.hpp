@@ -59,15 +59,17 @@ void CG_ORVA_WRITEGRIDCOORD3D_F(int isize, int jsize, int ksize, const double* x
 // Results: a time starts a new solution; arrays follow on the 3-D nodes.
 void CG_ORVA_WRITE_SOL_TIME_F(double time, int& ier);
 void CG_ORVA_WRITE_SOL_REAL_F(const std::string& name, const double* array, int& ier);
-// The same a plane k (0-based, isize*jsize nodes, i fastest) at a time, for
-// a writer that never holds a whole 3-D array (not part of the host's calls):
-// the grid begins, takes every plane in any order, and ends (then it is as
-// CG_ORVA_WRITEGRIDCOORD3D_F leaves it); an array of a result is made by its
-// plane 0, which comes first, and takes the other planes after it.
+// The same in slabs of planes k0..k1 (0-based, isize*jsize nodes a plane,
+// i fastest), for a writer that never holds a whole 3-D array (not part of
+// the host's calls): the grid begins, takes every plane in any order, and
+// ends (then it is as CG_ORVA_WRITEGRIDCOORD3D_F leaves it); an array of a
+// result is made by its slab from plane 0, which comes first, and takes the
+// other slabs after it.
 void CG_ORVA_BEGIN_GRIDCOORD3D_F(int isize, int jsize, int ksize, int& ier);
-void CG_ORVA_WRITE_GRIDCOORD3D_PLANE_F(int k, const double* x, const double* y, const double* z, int& ier);
+void CG_ORVA_WRITE_GRIDCOORD3D_PLANES_F(int k0, int k1, const double* x, const double* y, const double* z,
+                                       int& ier);
 void CG_ORVA_END_GRIDCOORD3D_F(int& ier);
-void CG_ORVA_WRITE_SOL_REAL_PLANE_F(const std::string& name, int k, const double* plane, int& ier);
+void CG_ORVA_WRITE_SOL_REAL_PLANES_F(const std::string& name, int k0, int k1, const double* planes, int& ier);
 void ORVA_WRITE_SOL_START_F(const std::string& casepath, int& ier);
 void ORVA_WRITE_SOL_END_F(const std::string& casepath, int& ier);
 void CG_ORVA_FLUSH_F(const std::string& casepath, int fileid, int& ier);

@@ -1,5 +1,6 @@
 #include "results/caseresults.hpp"
 
+#include <algorithm>
 #include <vector>
 
 #include "common/console.hpp"
@@ -49,8 +50,8 @@ void NODEVALUES() {
 namespace {
 
 // Over several processes every one calls the writers; the first writes
-// the case, each array a plane k at a time from the processes' nodes, so
-// that no process holds a whole 3-D array.
+// the case, each array a slab of planes k at a time from the processes'
+// nodes, so that no process holds a whole 3-D array.
 bool first() { return dist_rank() == 0; }
 
 void write_six_arrays() {
@@ -60,14 +61,16 @@ void write_six_arrays() {
     const Array3<double>* a;
   } sol[] = {{"VelocityX", &uout}, {"VelocityY", &vout},     {"VelocityZ", &wout},
              {"Pressure", &pout},  {"Vorticity", &vortout}, {"Coherent", &qout}};
-  std::vector<double> mine, plane;
+  std::vector<double> mine, slab;
+  const int n = slab_planes(static_cast<long long>(imax + 1) * (jmax + 1));
   for (const auto& s : sol)
-    for (int k = 0; k <= kmax; ++k) {
-      const Box b{s.a->lo(0), s.a->hi(0), s.a->lo(1), s.a->hi(1), k, k};
+    for (int k0 = 0; k0 <= kmax; k0 += n) {
+      const int k1 = std::min(kmax, k0 + n - 1);
+      const Box b{s.a->lo(0), s.a->hi(0), s.a->lo(1), s.a->hi(1), k0, k1};
       PACKBOX({s.a}, b, mine);
-      GATHERTOFIRST(b, mine, 1, Box{0, imax, 0, jmax, k, k}, plane);
+      GATHERTOFIRST(b, mine, 1, Box{0, imax, 0, jmax, k0, k1}, slab);
       if (!first()) continue;
-      orva::CG_ORVA_WRITE_SOL_REAL_PLANE_F(s.name, k, plane.data(), ier);
+      orva::CG_ORVA_WRITE_SOL_REAL_PLANES_F(s.name, k0, k1, slab.data(), ier);
       if (ier != 0) stop_write_error();
     }
 }
