@@ -496,6 +496,24 @@ void dist_allgather(const double* mine, int n, std::vector<double>& all) {
 #endif
 }
 
+void GATHERINTS(const std::vector<int>& mine, std::vector<int>& all) {
+  all = mine;
+#ifdef RIVERLES_MPI
+  if (!started || dist_size() < 2) return;
+  Clock clock(dist_times().gather, dist_times().gathers);
+  const int n = static_cast<int>(mine.size());
+  std::vector<int> counts(static_cast<std::size_t>(dist_size())), offsets(counts.size());
+  MPI_Gather(&n, 1, MPI_INT, counts.data(), 1, MPI_INT, 0, MPI_COMM_WORLD);
+  int total = 0;
+  for (std::size_t r = 0; r < counts.size(); ++r) {
+    offsets[r] = total;
+    total += counts[r];
+  }
+  all.assign(dist_rank() == 0 ? static_cast<std::size_t>(total) : 0, 0);
+  MPI_Gatherv(mine.data(), n, MPI_INT, all.data(), counts.data(), offsets.data(), MPI_INT, 0, MPI_COMM_WORLD);
+#endif
+}
+
 int owner_of(int i, int j) {
   const Ownership& o = ownership();
   if (!o.on) return 0;

@@ -257,6 +257,9 @@ void UNPACKBOX(std::initializer_list<Array3<double>*> f, const Box& b, const std
 // Every process's n numbers, in the order of the ranks, on every process
 // (with one process, its own).
 void dist_allgather(const double* mine, int n, std::vector<double>& all);
+// Every process's integers, one after the other in rank order, on the
+// first process (with one process, its own).
+void GATHERINTS(const std::vector<int>& mine, std::vector<int>& all);
 // The rank of the process that owns position (i, j) of the box (0..imax+1,
 // 0..jmax+1: a ghost layer belongs to the block at its face); 0 when the
 // run is not cut.

@@ -3,6 +3,7 @@
 #include <omp.h>
 
 #include <algorithm>
+#include <array>
 #include <cfloat>
 #include <cmath>
 #include <string>
@@ -22,6 +23,10 @@ constexpr int kAhead = 8;  // planes to look ahead when fetching rows
 
 // The divergences of one block, kept by each thread.
 thread_local std::vector<double> block;
+
+// Over several processes, the cells above the threshold (i, j, k after
+// each other), collected to be reported by the first process.
+std::vector<int> above_cells;
 
 // Divergences of the cells ib..ib+nb-1 of row (j, k), the three terms
 // added from left to right.
@@ -43,18 +48,40 @@ void block_row(const Stencil<const double>& U, const Stencil<const double>& V, c
 // (whole cache lines of u, v, w), kept, and then summed, measured and
 // reported in the order i, j, k.
 // Writes i j k of each cell of a block whose divergence is above 0.01 and
-// waits for the operator there; only this thread waits.
+// waits for the operator there; only this thread waits.  Over several
+// processes the cells are kept, and reported after the loop.
 void report_block(const double* d, int ib, int nb, int j0, int j1, int K) {
+  const bool keep = ownership().on;
   for (int n = 0; n < nb; ++n)
     for (int j = j0; j <= j1; ++j)
       for (int k = 1; k <= K; ++k)
         if (std::fabs(d[(static_cast<std::int64_t>(j - j0) * K + (k - 1)) * B + n]) > 0.01) {
 #pragma omp critical(riverles_console)
           {
-            say(std::to_string(ib + n) + " " + std::to_string(j) + " " + std::to_string(k));
-            wait_operator();
+            if (keep) {
+              above_cells.insert(above_cells.end(), {ib + n, j, k});
+            } else {
+              say(std::to_string(ib + n) + " " + std::to_string(j) + " " + std::to_string(k));
+              wait_operator();
+            }
           }
         }
+}
+
+// The cells of all processes above the threshold, on the console of the
+// first, in the order i, j, k of one process, each with its pause; the
+// others wait for it in the reductions that follow.
+void report_processes() {
+  std::vector<int> all;
+  GATHERINTS(above_cells, all);
+  above_cells.clear();
+  std::vector<std::array<int, 3>> cells;
+  for (std::size_t m = 0; m + 2 < all.size(); m += 3) cells.push_back({all[m], all[m + 1], all[m + 2]});
+  std::sort(cells.begin(), cells.end());
+  for (const auto& c : cells) {
+    say(std::to_string(c[0]) + " " + std::to_string(c[1]) + " " + std::to_string(c[2]));
+    wait_operator();
+  }
 }
 
 void DIVERGENCE() {
@@ -113,6 +140,7 @@ void DIVERGENCE() {
     }
   }
   if (ownership().on) {
+    report_processes();
     divmax = dist_max(divmax);
     divsum = dist_sum(divsum);
   }

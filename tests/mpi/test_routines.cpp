@@ -6,6 +6,8 @@
 // array's largest magnitude.
 #include <gtest/gtest.h>
 
+#include <omp.h>
+
 #include <algorithm>
 #include <cmath>
 #include <initializer_list>
@@ -111,10 +113,6 @@ Snapshot snap(const Array3<T>& a) {
   return s;
 }
 
-// Positions i0..i1, j0..j1, k0..k1 of the global index space.
-struct Box {
-  int i0, i1, j0, j1, k0, k1;
-};
 // What this process holds of a over planes k0..k1: its block, the box's
 // ghost layers where the block touches a face, and h columns of each
 // neighbour (at most what a holds).
@@ -381,6 +379,41 @@ TEST(DistributedStep, ReductionsAndCopiesMatchTheWholeBox) {
         b.i0 = std::max(b.i0, 0);  // the layer below the first face stays as it was
         expect_same(uo, ref[0], b, "the copy into the old field");
       });
+}
+
+// A divergence above the threshold in two blocks: the first process
+// reports every cell, in the order of one process, each line once; the
+// others print nothing.
+TEST(DistributedStep, DivergencePauseOnTheFirstConsoleOnly) {
+  static std::string said[2], elsewhere[2];
+  const int threads = omp_get_max_threads();
+  omp_set_num_threads(1);
+  whole_then_block(
+      {{0, 1, 1}},
+      [](const Faceset&) {
+        for (Array3<double>* a : {&u, &v, &w})
+          for (std::int64_t m = 0; m < a->size(); ++m) a->data()[m] *= 1e-5;
+        for (int i : {3, imax - 3})
+          if (i >= own_lo_i(1) && i <= own_hi_i(imax) && 4 >= own_lo_j(1) && 4 <= own_hi_j(jmax)) u(i, 4, 2) += 1.0;
+        HALO(u, 1);
+        testing::internal::CaptureStdout();
+        testing::internal::CaptureStderr();
+        DIVERGENCE();
+        const bool cut = ownership().on;
+        said[cut] = testing::internal::GetCapturedStdout();
+        elsewhere[cut] = testing::internal::GetCapturedStderr();
+        return std::vector<Snapshot>{};
+      },
+      [](const Faceset&, const std::vector<Snapshot>&) {
+        if (dist_rank() == 0) {
+          EXPECT_EQ(said[0], "3 4 2\n4 4 2\n18 4 2\n19 4 2\n");
+          EXPECT_EQ(said[1], said[0]);
+        } else {
+          EXPECT_EQ(said[1], "");
+        }
+        EXPECT_EQ(elsewhere[1], "");
+      });
+  omp_set_num_threads(threads);
 }
 
 // The multigrid's transfers and operator on cut coarse levels, given the
