@@ -1,7 +1,9 @@
 #!/bin/bash
 # Started by the MPI launcher: with one process a run is the run without
-# the launcher (the same console, the same results, bit for bit); with 2 and
-# 4 it is the run of one process to 1e-6; what it cannot do yet is refused.
+# the launcher (the same console, the same results, bit for bit); with 2, 3
+# and 4 it is the run of one process to 1e-6 (console, results, saved states
+# and a restart from them on another count, Tecplot, statistics, monitor log
+# and probes), over cases of every boundary and wall option.
 #   check_launch.sh MPIEXEC RIVERLES RIVERLES_CASE SOURCE_DIR
 set -uo pipefail
 mpiexec=$1 riverles=$2 casetool=$3 src=$4
@@ -54,7 +56,19 @@ PY
   d=$(cd "$work" && cgnsdiff -d -f -t1e-6 "$1/case.cgn" "$2/case.cgn" 2>&1)
   [ -z "$d" ] || { echo "$d" | head -3; return 1; }
 }
-for run in tight:1 tight:2 tight:4 dunes:1 dunes:2; do
+# Cases of the other options, the plan counts odd: periodic y cut across
+# (2 x 2 blocks), a W cycle, the smooth inverse-distance wall law (A); side
+# walls, a no-slip top, the smooth trilinear law, 3 blocks (B); the rough
+# inverse-distance law (C).
+for c in A:28:22:0:0:1:0:2 B:28:14:1:1:0:0:1 C:33:9:1:0:1:2:1; do
+  IFS=: read -r name nx ny yb zb ibm bed gamma <<<"$c"
+  { grep -v '^nodes\|^extent\|^endtimeItm\|^MonitorItm\|^StatisticsItm\|^StopNonFiniteItm\|^HotoutItm\|^TecplotItm' "$src/examples/dune-bed.txt"
+    printf 'nodes %s %s\nextent 1.0 %s\nyBoundItm %s\nzBoundItm %s\niIBMItm %s\nBedItm %s\nRoughItm 5.0\n' \
+      "$nx" "$ny" "$(python3 -c "print(($ny - 1) / 27)")" "$yb" "$zb" "$ibm" "$bed"
+    printf 'iCycleItm %s\nigammaItm %s\n' "$((gamma == 1))" "$gamma"
+    printf 'timetypeItm 1\ntimestepItm 0.01\nendtimeItm 0.1\nMonitorItm 0\nStopNonFiniteItm 0\nStatisticsItm 0\nepsItm 1e-10\nkpoismaxItm 200\n'; } > "$work/opt$name.txt"
+done
+for run in tight:1 tight:2 tight:4 dunes:1 dunes:2 optA:1 optA:4 optB:1 optB:3 optC:1 optC:2; do
   desc=${run%%:*} np=${run##*:}
   dir="$work/$desc-$np"
   mkdir -p "$dir"
