@@ -68,7 +68,11 @@ for c in A:28:22:0:0:1:0:2 B:28:14:1:1:0:0:1 C:33:9:1:0:1:2:1; do
     printf 'iCycleItm %s\nigammaItm %s\n' "$((gamma == 1))" "$gamma"
     printf 'timetypeItm 1\ntimestepItm 0.01\nendtimeItm 0.1\nMonitorItm 0\nStopNonFiniteItm 0\nStatisticsItm 0\nepsItm 1e-10\nkpoismaxItm 200\n'; } > "$work/opt$name.txt"
 done
-for run in tight:1 tight:2 tight:4 dunes:1 dunes:2 optA:1 optA:4 optB:1 optB:3 optC:1 optC:2; do
+# The pool-riffle example (a surveyed bed).
+cp "$src/examples/pool-riffle.asc" "$work/"
+{ grep -v '^endtimeItm\|^MonitorItm\|^StatisticsItm\|^StopNonFiniteItm' "$src/examples/pool-riffle.txt"
+  printf 'timetypeItm 1\ntimestepItm 0.05\nendtimeItm 0.5\nMonitorItm 0\nStopNonFiniteItm 0\nStatisticsItm 0\nepsItm 1e-10\nkpoismaxItm 200\n'; } > "$work/pool.txt"
+for run in tight:1 tight:2 tight:4 dunes:1 dunes:2 optA:1 optA:4 optB:1 optB:3 optC:1 optC:2 pool:1 pool:4; do
   desc=${run%%:*} np=${run##*:}
   dir="$work/$desc-$np"
   mkdir -p "$dir"
