@@ -72,157 +72,114 @@ done
 cp "$src/examples/pool-riffle.asc" "$work/"
 { grep -v '^endtimeItm\|^MonitorItm\|^StatisticsItm\|^StopNonFiniteItm' "$src/examples/pool-riffle.txt"
   printf 'timetypeItm 1\ntimestepItm 0.05\nendtimeItm 0.5\nMonitorItm 0\nStopNonFiniteItm 0\nStatisticsItm 0\nepsItm 1e-10\nkpoismaxItm 200\n'; } > "$work/pool.txt"
+# Runs the case of description DESC.txt in folder NAME on NP processes.
+launch() {  # DESC NAME NP
+  mkdir -p "$work/$2"
+  "$casetool" "$work/$1.txt" "$work/$2/case.cgn" > /dev/null || fail "riverles-case $1"
+  (cd "$work/$2" && OMP_NUM_THREADS=1 "$mpiexec" -n "$3" --oversubscribe "$riverles" case.cgn < /dev/null > out.txt 2> err.txt) ||
+    fail "$1 on $3 processes: $(tail -3 "$work/$2/err.txt")"
+}
 for run in tight:1 tight:2 tight:4 dunes:1 dunes:2 optA:1 optA:4 optB:1 optB:3 optC:1 optC:2 pool:1 pool:4; do
   desc=${run%%:*} np=${run##*:}
-  dir="$work/$desc-$np"
-  mkdir -p "$dir"
-  "$casetool" "$work/$desc.txt" "$dir/case.cgn" > /dev/null || fail "riverles-case $desc"
-  if [ "$np" = 1 ]; then
-    (cd "$dir" && OMP_NUM_THREADS=1 "$riverles" case.cgn < /dev/null > out.txt 2> err.txt) || fail "$desc: one process"
-    continue
-  fi
-  (cd "$dir" && OMP_NUM_THREADS=1 "$mpiexec" -n "$np" --oversubscribe "$riverles" case.cgn < /dev/null > out.txt 2> err.txt) ||
-    fail "$desc on $np processes: $(tail -3 "$dir/err.txt")"
-  why=$(same_run "$work/$desc-1" "$dir") || fail "$desc on $np processes against one: $why"
-  echo "$desc on $np processes: the run of one process to 1e-6 ($(grep -c '^Step Number' "$dir/out.txt") steps)"
+  launch "$desc" "$desc-$np" "$np"
+  [ "$np" = 1 ] && continue
+  why=$(same_run "$work/$desc-1" "$work/$desc-$np") || fail "$desc on $np processes against one: $why"
+  echo "$desc on $np processes: the run of one process to 1e-6 ($(grep -c '^Step Number' "$work/$desc-$np/out.txt") steps)"
 done
 
-# Saved states, Tecplot files and statistics (the files and the
-# accumulators kept beside the saved state): written on two processes, the
-# files of one process to 1e-6; a restart from the two processes' state on
-# four and on one: the same run, the same files.
-close_files() {  # two saved-state or Tecplot files: the same records, values within 1e-6 of each array's largest
-  python3 - "$1" "$2" 2>&1 <<'PY'
-import sys
-def segments(path):
-    segs, cur, width = [], [], None
+# Two output files of runs on different process counts: the same records,
+# each quantity within 1e-6 of its largest value.  Saved states and Tecplot
+# files by runs of lines of one width (each column a quantity); CSV files by
+# column (a probe's u, v, w, p together over all probes; wall seconds,
+# Poisson cycles and the divergence follow the relaxation order and are left
+# out); accumulators beside a saved state by array (the first sample's time
+# to 1e-6).
+close_files() {  # FILE1 FILE2 (relative to the work folder)
+  python3 - "$work/$1" "$work/$2" 2>&1 <<'PY'
+import csv, struct, sys
+def quantities(path):
+    if path.endswith(".csv"):
+        rows = list(csv.reader(open(path)))
+        groups = {}
+        for c, name in enumerate(rows[0]):
+            if name not in ("wall_seconds", "poisson_cycles", "max_divergence"):
+                groups.setdefault(name.rstrip("0123456789"), []).append(c)
+        return rows[0], [[float(r[c]) for r in rows[1:] for c in cols] for cols in groups.values()]
+    if path.endswith(".stats"):
+        b = open(path, "rb").read()
+        I, J, K = struct.unpack("3i", b[8:20])
+        n3, n2 = (I + 2) * (J + 2) * (K + 2), (I + 2) * (J + 2)
+        v = struct.unpack("%dd" % ((len(b) - 36) // 8), b[36:])
+        out, at = [struct.unpack("d", b[28:36])], 0
+        for n in [n3] * 14 + [n2] * 4:
+            out.append(v[at:at + n]); at += n
+        return (b[:28], len(v) - at), out
+    segs, width = [], None
     for line in open(path):
         try:
             t = [float(x) for x in line.split()]
         except ValueError:
             continue  # a Tecplot header
         if len(t) != width:
-            if cur: segs.append(cur)
-            cur, width = [], len(t)
-        cur.append(t)
-    segs.append(cur)
-    return segs
-a, b = segments(sys.argv[1]), segments(sys.argv[2])
-if [(len(s), len(s[0])) for s in a] != [(len(s), len(s[0])) for s in b]:
+            segs.append([]); width = len(t)
+        segs[-1].append(t)
+    return [(len(s), len(s[0])) for s in segs], [[r[c] for r in s] for s in segs for c in range(len(s[0]))]
+(ka, a), (kb, b) = quantities(sys.argv[1]), quantities(sys.argv[2])
+if ka != kb or [len(x) for x in a] != [len(y) for y in b]:
     sys.exit("the records differ in shape")
-for n, (sa, sb) in enumerate(zip(a, b)):
-    for c in range(len(sa[0])):
-        x = [r[c] for r in sa]; y = [r[c] for r in sb]
-        big = max(max(abs(v) for v in x), 1e-300)
-        worst = max(abs(p - q) for p, q in zip(x, y)) / big
-        if worst > 1e-6:
-            sys.exit("record group %d, column %d differs by %.2g of its largest value" % (n, c, worst))
+for n, (x, y) in enumerate(zip(a, b)):
+    big = max(max(abs(v) for v in x), 1e-300)
+    worst = max(abs(p - q) for p, q in zip(x, y)) / big
+    if worst > 1e-6:
+        sys.exit("quantity %d differs by %.2g of its largest value" % (n + 1, worst))
 PY
 }
+same_files() {  # FOLDER1 FOLDER2 PATTERN...: the same files in both, each close
+  local f n=0
+  for f in $(cd "$work/$1" && ls ${@:3}); do
+    n=$((n + 1))
+    if [[ $f == *.cgns ]]; then
+      d=$(cd "$work" && cgnsdiff -d -t1e-6 "$1/$f" "$2/$f" 2>&1)
+      [ -z "$d" ] || { echo "$f: $(head -3 <<<"$d")"; return 1; }
+    else
+      d=$(close_files "$1/$f" "$2/$f") || { echo "$f: $d"; return 1; }
+    fi
+  done
+  echo "$n"
+}
+
+# Saved states, Tecplot files and statistics (the files and the
+# accumulators kept beside the saved state): written on two processes, the
+# files of one process to 1e-6; a restart from the two processes' state on
+# four and on one: the same run, the same files.
 { cat "$work/tight.txt"; printf 'HotoutItm 1\ndtHotoutItm 0.15\noutfileItm state\nTecplotItm 1\ndtTecplotItm 0.1\n'
   printf 'StatisticsItm 1\nStatsStartItm 0.05\ndtStatsItm 0.1\n'; } > "$work/save.txt"
-for np in 1 2; do
-  dir="$work/save-$np"
-  mkdir -p "$dir"
-  "$casetool" "$work/save.txt" "$dir/case.cgn" > /dev/null || fail "riverles-case save"
-  (cd "$dir" && OMP_NUM_THREADS=1 "$mpiexec" -n "$np" --oversubscribe "$riverles" case.cgn < /dev/null > out.txt 2> err.txt) ||
-    fail "saved states on $np processes: $(tail -3 "$dir/err.txt")"
-  [ -s "$dir/state.dat" ] || fail "saved states on $np processes: no state.dat"
-done
-why=$(close_files "$work/save-1/state.dat" "$work/save-2/state.dat") || fail "saved state of two processes: $why"
-plts=$(cd "$work/save-1" && ls state*.plt)
-[ "$(wc -w <<<"$plts")" = 3 ] || fail "one process wrote the Tecplot files $plts"
-for f in $plts; do
-  why=$(close_files "$work/save-1/$f" "$work/save-2/$f") || fail "Tecplot file $f of two processes: $why"
-done
-close_stats() {  # two files of accumulators: the same header (the first sample's time to 1e-6), each array within 1e-6 of its largest value
-  python3 - "$1" "$2" 2>&1 <<'PY'
-import struct, sys
-a, b = (open(p, "rb").read() for p in sys.argv[1:3])
-(ta,), (tb,) = struct.unpack("d", a[28:36]), struct.unpack("d", b[28:36])
-if a[:28] != b[:28] or abs(ta - tb) > 1e-6 * abs(ta) or len(a) != len(b):
-    sys.exit("the headers or sizes differ")
-I, J, K = struct.unpack("3i", a[8:20])
-n3, n2 = (I + 2) * (J + 2) * (K + 2), (I + 2) * (J + 2)
-x = struct.unpack("%dd" % ((len(a) - 36) // 8), a[36:]); y = struct.unpack("%dd" % ((len(b) - 36) // 8), b[36:])
-if len(x) != 14 * n3 + 4 * n2:
-    sys.exit("%d values, not %d" % (len(x), 14 * n3 + 4 * n2))
-at = 0
-for m, n in enumerate([n3] * 14 + [n2] * 4):
-    big = max(max(abs(v) for v in x[at:at + n]), 1e-300)
-    worst = max(abs(p - q) for p, q in zip(x[at:at + n], y[at:at + n])) / big
-    if worst > 1e-6:
-        sys.exit("array %d differs by %.2g of its largest value" % (m + 1, worst))
-    at += n
-PY
-}
-why=$(close_stats "$work/save-1/state.stats" "$work/save-2/state.stats") || fail "accumulators of two processes: $why"
-stats=$(cd "$work/save-1" && ls state_stats_*.cgns)
-[ "$(wc -w <<<"$stats")" = 3 ] || fail "one process wrote the statistics files $stats"
-for f in $stats; do
-  d=$(cd "$work" && cgnsdiff -d -t1e-6 "save-1/$f" "save-2/$f" 2>&1)
-  [ -z "$d" ] || fail "statistics file $f of two processes: $(head -3 <<<"$d")"
-done
+launch save save-1 1
+launch save save-2 2
+n=$(same_files save-1 save-2 state.dat state.stats 'state*.plt' 'state_stats_*.cgns') || fail "two processes: $n"
+[ "$n" = 8 ] || fail "one process wrote $n of the 8 files (state, accumulators, 3 Tecplot, 3 statistics)"
 { grep -v '^endtimeItm' "$work/save.txt"
   printf 'endtimeItm 0.45\nHotstartItm 1\nStartfileItm %s\nTimeInitialItm 1\n' "$work/save-2/state.dat"; } > "$work/restart.txt"
-for np in 1 4; do
-  dir="$work/restart-$np"
-  mkdir -p "$dir"
-  "$casetool" "$work/restart.txt" "$dir/case.cgn" > /dev/null || fail "riverles-case restart"
-  (cd "$dir" && OMP_NUM_THREADS=1 "$mpiexec" -n "$np" --oversubscribe "$riverles" case.cgn < /dev/null > out.txt 2> err.txt) ||
-    fail "restart on $np processes: $(tail -3 "$dir/err.txt")"
-done
+launch restart restart-1 1
+launch restart restart-4 4
 saved=$(head -1 "$work/save-2/state.dat" | cut -d' ' -f1)
 [ "$(grep -m1 '^Step Number' "$work/restart-4/out.txt")" = "Step Number        = $((saved + 1))" ] ||
   fail "the restart on four processes does not go on from step $saved"
 why=$(same_run "$work/restart-1" "$work/restart-4") || fail "restart on four processes against one: $why"
-for f in $(cd "$work/restart-1" && ls state*.plt); do
-  why=$(close_files "$work/restart-1/$f" "$work/restart-4/$f") || fail "Tecplot file $f of the restart on four: $why"
-done
 grep -q 'statistics continue from' "$work/restart-4/err.txt" || fail "the restart on four did not continue the statistics"
-for f in $(cd "$work/restart-1" && ls state_stats_*.cgns); do
-  d=$(cd "$work" && cgnsdiff -d -t1e-6 "restart-1/$f" "restart-4/$f" 2>&1)
-  [ -z "$d" ] || fail "statistics file $f of the restart on four: $(head -3 <<<"$d")"
-done
+n=$(same_files restart-1 restart-4 'state*.plt' 'state_stats_*.cgns') || fail "the restart on four: $n"
 echo "saved state, Tecplot and statistics files on two processes: those of one process to 1e-6; restarted on four: the restart on one to 1e-6"
 
 # The monitor log and probes: written once, by the first process, with the
-# values of one process to 1e-6 (wall seconds, Poisson cycles and the
-# divergence follow the relaxation order and are left out); the health
-# warning printed once.  Probes on both sides of the cuts of four blocks
-# (x = 0.25, 0.5, 0.75), at the box's faces and in the bed.
+# values of one process to 1e-6; the health warning printed once.  Probes on
+# both sides of the cuts of four blocks (x = 0.25, 0.5, 0.75), at the box's
+# faces and in the bed.
 printf '# x y z\n0.25 0.15 0.05\n0.5 0.1 0.02\n0.74 0.2 0.08\n0.0 0.0 0.0\n1.0 0.3 0.1\n0.3 0.15 -0.005\n' > "$work/probes.txt"
-{ cat "$work/tight.txt" | grep -v '^MonitorItm'
+{ grep -v '^MonitorItm' "$work/tight.txt"
   printf 'MonitorItm 1\nVelocityLimitItm 1.2\nProbeFileItm %s\noutfileItm mon\n' "$work/probes.txt"; } > "$work/mon.txt"
-close_csv() {  # two CSV files: the same header and rows, each quantity (a column, or u, v, w, p
-               # over all probes) within 1e-6 of its largest value
-  python3 - "$1" "$2" 2>&1 <<'PY'
-import csv, sys
-a, b = (list(csv.reader(open(p))) for p in sys.argv[1:3])
-if a[0] != b[0] or len(a) != len(b) or len(a) < 3:
-    sys.exit("the headers or row counts differ (%d, %d rows)" % (len(a), len(b)))
-groups = {}
-for c, name in enumerate(a[0]):
-    if name not in ("wall_seconds", "poisson_cycles", "max_divergence"):
-        groups.setdefault(name.rstrip("0123456789"), []).append(c)
-for name, cols in groups.items():
-    x = [float(r[c]) for r in a[1:] for c in cols]; y = [float(r[c]) for r in b[1:] for c in cols]
-    big = max(max(abs(v) for v in x), 1e-300)
-    worst = max(abs(p - q) for p, q in zip(x, y)) / big
-    if worst > 1e-6:
-        sys.exit("%s differs by %.2g of its largest value" % (name, worst))
-PY
-}
-for np in 1 4; do
-  dir="$work/mon-$np"
-  mkdir -p "$dir"
-  "$casetool" "$work/mon.txt" "$dir/case.cgn" > /dev/null || fail "riverles-case monitor"
-  (cd "$dir" && OMP_NUM_THREADS=1 "$mpiexec" -n "$np" --oversubscribe "$riverles" case.cgn < /dev/null > out.txt 2> err.txt) ||
-    fail "monitor log on $np processes: $(tail -3 "$dir/err.txt")"
-done
-for f in mon_monitor.csv mon_probes.csv; do
-  why=$(close_csv "$work/mon-1/$f" "$work/mon-4/$f") || fail "$f of four processes: $why"
-done
+launch mon mon-1 1
+launch mon mon-4 4
+n=$(same_files mon-1 mon-4 mon_monitor.csv mon_probes.csv) || fail "four processes: $n"
 warn() { grep 'warning: |' "$1" | sed 's/ = [0-9.e+-]* is/ is/'; }
 [ "$(warn "$work/mon-1/err.txt" | wc -l)" = 1 ] || fail "the velocity warning of one process: $(cat "$work/mon-1/err.txt")"
 [ "$(warn "$work/mon-4/err.txt")" = "$(warn "$work/mon-1/err.txt")" ] ||
