@@ -270,38 +270,103 @@ void unpack(Array3<T>& f, int i0, int i1, int j0, int j1, int k0, int k1, const 
 }  // namespace
 
 template <typename T>
-void EXCHANGE(Array3<T>& f, const Block& blk, int w, const Reach& reach) {
-  if (w <= 0) return;
-  const int i0 = std::max(f.lo(0), reach.i0), i1 = std::min(f.hi(0), reach.i1);
-  const int j0 = std::max(f.lo(1), reach.j0), j1 = std::min(f.hi(1), reach.j1);
-  const int k0 = std::max(f.lo(2), reach.k0), k1 = std::min(f.hi(2), reach.k1);
-  std::vector<T> out, in;
-  // One direction: send the owned layers next to one side to the neighbour
-  // there, take the other neighbour's into the halo on the other side.
-  auto shift = [&](int to, int from, int si0, int si1, int sj0, int sj1, int ri0, int ri1, int rj0, int rj1) {
-    if (to < 0 && from < 0) return;
-    pack(f, si0, si1, sj0, sj1, k0, k1, out);
-    in.resize(static_cast<std::size_t>(ri1 - ri0 + 1) * static_cast<std::size_t>(rj1 - rj0 + 1) *
-              static_cast<std::size_t>(k1 - k0 + 1));
+void EXCHANGE(std::initializer_list<Array3<T>*> fields, const Block& blk, int w, const Reach& reach) {
+  if (w <= 0 || fields.size() == 0) return;
+  // Each field's range within reach.
+  struct Range {
+    Array3<T>* f;
+    int i0, i1, j0, j1, k0, k1;
+  };
+  std::vector<Range> r;
+  for (Array3<T>* f : fields)
+    r.push_back({f, std::max(f->lo(0), reach.i0), std::min(f->hi(0), reach.i1), std::max(f->lo(1), reach.j0),
+                 std::min(f->hi(1), reach.j1), std::max(f->lo(2), reach.k0), std::min(f->hi(2), reach.k1)});
+  // A side of a block: the owned layers it sends and the halo it takes, as
+  // boxes of every field (x: over the field's j range; y: over its whole i
+  // range, the x halos included, so that the corners come along).
+  struct Side {
+    int rank;
+    std::vector<T> out, in;
+  };
+  auto box_of = [&](const Range& q, int axis, bool send, bool high) {
+    Box b{q.i0, q.i1, q.j0, q.j1, q.k0, q.k1};
+    const int lo = axis == 0 ? blk.ilo : blk.jlo, hi = axis == 0 ? blk.ihi : blk.jhi;
+    const int a0 = send ? (high ? hi - w + 1 : lo) : (high ? hi + 1 : lo - w);
+    const int a1 = send ? (high ? hi : lo + w - 1) : (high ? hi + w : lo - 1);
+    if (axis == 0) {
+      b.i0 = a0;
+      b.i1 = a1;
+    } else {
+      b.j0 = a0;
+      b.j1 = a1;
+    }
+    return b;
+  };
+  auto pack_side = [&](int axis, bool high, std::vector<T>& buf) {
+    buf.clear();
+    std::vector<T> one;
+    for (const Range& q : r) {
+      const Box b = box_of(q, axis, true, high);
+      pack(*q.f, b.i0, b.i1, b.j0, b.j1, b.k0, b.k1, one);
+      buf.insert(buf.end(), one.begin(), one.end());
+    }
+  };
+  auto unpack_side = [&](int axis, bool high, const std::vector<T>& buf) {
+    std::vector<T> one;
+    std::size_t at = 0;
+    for (const Range& q : r) {
+      const Box b = box_of(q, axis, false, high);
+      const std::size_t n = static_cast<std::size_t>(std::max<long long>(0, b.count()));
+      one.assign(buf.begin() + static_cast<std::ptrdiff_t>(at), buf.begin() + static_cast<std::ptrdiff_t>(at + n));
+      unpack(*q.f, b.i0, b.i1, b.j0, b.j1, b.k0, b.k1, one);
+      at += n;
+    }
+  };
+  auto received = [&](int axis, bool high) {
+    std::size_t n = 0;
+    for (const Range& q : r) n += static_cast<std::size_t>(std::max<long long>(0, box_of(q, axis, false, high).count()));
+    return n;
+  };
+  // One axis: both sides at once (the low side's layers to the low
+  // neighbour, whose own come into the low halo; the same at the high side).
+  auto axis_pass = [&](int axis, int low_rank, int high_rank) {
+    if (low_rank < 0 && high_rank < 0) return;
+    Side side[2] = {{low_rank, {}, {}}, {high_rank, {}, {}}};
+    for (int h = 0; h < 2; ++h) {
+      if (side[h].rank < 0) continue;
+      pack_side(axis, h == 1, side[h].out);
+      side[h].in.resize(received(axis, h == 1));
+    }
 #ifdef RIVERLES_MPI
     if (started) {
-      MPI_Sendrecv(out.data(), to < 0 ? 0 : static_cast<int>(out.size()), mpi_type<T>(), to < 0 ? MPI_PROC_NULL : to, 0,
-                   in.data(), from < 0 ? 0 : static_cast<int>(in.size()), mpi_type<T>(),
-                   from < 0 ? MPI_PROC_NULL : from, 0, MPI_COMM_WORLD, MPI_STATUS_IGNORE);
-      if (from >= 0) unpack(f, ri0, ri1, rj0, rj1, k0, k1, in);
+      MPI_Request req[4];
+      int n = 0;
+      // Tags tell the two sides apart when both neighbours are one process.
+      for (int h = 0; h < 2; ++h)
+        if (side[h].rank >= 0)
+          MPI_Irecv(side[h].in.data(), static_cast<int>(side[h].in.size()), mpi_type<T>(), side[h].rank, 11 - h,
+                    MPI_COMM_WORLD, &req[n++]);
+      for (int h = 0; h < 2; ++h)
+        if (side[h].rank >= 0)
+          MPI_Isend(side[h].out.data(), static_cast<int>(side[h].out.size()), mpi_type<T>(), side[h].rank, 10 + h,
+                    MPI_COMM_WORLD, &req[n++]);
+      MPI_Waitall(n, req, MPI_STATUSES_IGNORE);
+      for (int h = 0; h < 2; ++h)
+        if (side[h].rank >= 0) unpack_side(axis, h == 1, side[h].in);
       return;
     }
 #endif
     // One process: only a periodic direction sends, to itself.
-    if (from >= 0) unpack(f, ri0, ri1, rj0, rj1, k0, k1, out);
+    for (int h = 0; h < 2; ++h)
+      if (side[h].rank >= 0) unpack_side(axis, h == 1, side[1 - h].out);
   };
-  // x: east-going (own last layers into the east neighbour's west halo),
-  // then west-going.
-  shift(blk.east, blk.west, blk.ihi - w + 1, blk.ihi, j0, j1, blk.ilo - w, blk.ilo - 1, j0, j1);
-  shift(blk.west, blk.east, blk.ilo, blk.ilo + w - 1, j0, j1, blk.ihi + 1, blk.ihi + w, j0, j1);
-  // y, over the whole i range of f (the x halos included).
-  shift(blk.north, blk.south, i0, i1, blk.jhi - w + 1, blk.jhi, i0, i1, blk.jlo - w, blk.jlo - 1);
-  shift(blk.south, blk.north, i0, i1, blk.jlo, blk.jlo + w - 1, i0, i1, blk.jhi + 1, blk.jhi + w);
+  axis_pass(0, blk.west, blk.east);
+  axis_pass(1, blk.south, blk.north);
+}
+
+template <typename T>
+void EXCHANGE(Array3<T>& f, const Block& blk, int w, const Reach& reach) {
+  EXCHANGE({&f}, blk, w, reach);
 }
 
 void ALLGATHERBOX(Array3<double>& f, int i0, int i1, int j0, int j1, int k0, int k1) {
@@ -635,12 +700,17 @@ DistTimes& dist_times() {
 
 template <typename T>
 void HALO(Array3<T>& f, int w, const Reach& reach, int level) {
+  HALOS<T>({&f}, w, reach, level);
+}
+
+template <typename T>
+void HALOS(std::initializer_list<Array3<T>*> fields, int w, const Reach& reach, int level) {
   if (!level_is_cut(level)) return;
   Clock clock(dist_times().halo, dist_times().halos);
   const LevelCut& c = level_cut(level);
   // Only the cuts between blocks: the faces of the box, periodic or not,
   // have their ghost rules.
-  EXCHANGE(f, c.blk, w, reach);
+  EXCHANGE(fields, c.blk, w, reach);
 }
 
 namespace {
@@ -688,26 +758,45 @@ int along(const LevelCut& o, int axis, int a) {
 }  // namespace
 
 template <typename T>
-void WRAPFACES(Array3<T>& f, int axis, int n, const Reach& reach, int level) {
+void WRAPFACES(std::initializer_list<Array3<T>*> fields, int axis, int n, const Reach& reach, int level) {
   if (!level_is_cut(level)) return;
   const LevelCut& o = level_cut(level);
   const int m = axis == 0 ? o.split.px : o.split.py;
   const int mine = axis == 0 ? o.blk.a : o.blk.b;
   if (m < 2 || (mine != 0 && mine != m - 1)) return;
-  WrapPlane<T> plane(f, axis, o, reach);
-  if (plane.empty()) return;
+  std::vector<WrapPlane<T>> planes;
+  for (Array3<T>* f : fields) {
+    planes.emplace_back(*f, axis, o, reach);
+    if (planes.back().empty()) planes.pop_back();
+  }
+  if (planes.empty()) return;
   Clock clock(dist_times().wrap, dist_times().wraps);
   // The low end sends its plane 1 and takes plane n into 0; the high end
-  // sends plane n and takes plane 1 into n + 1.
+  // sends plane n and takes plane 1 into n + 1; every field in one message.
   const bool low = mine == 0;
-  std::vector<T> out, in(plane.size());
-  plane.get(low ? 1 : n, out);
+  std::vector<T> out, one, in;
+  for (WrapPlane<T>& p : planes) {
+    p.get(low ? 1 : n, one);
+    out.insert(out.end(), one.begin(), one.end());
+  }
+  in.resize(out.size());
 #ifdef RIVERLES_MPI
   const int other = along(o, axis, low ? m - 1 : 0);
   MPI_Sendrecv(out.data(), static_cast<int>(out.size()), mpi_type<T>(), other, 2, in.data(),
                static_cast<int>(in.size()), mpi_type<T>(), other, 2, MPI_COMM_WORLD, MPI_STATUS_IGNORE);
 #endif
-  plane.put(low ? 0 : n + 1, in);
+  std::size_t at = 0;
+  for (WrapPlane<T>& p : planes) {
+    one.assign(in.begin() + static_cast<std::ptrdiff_t>(at),
+               in.begin() + static_cast<std::ptrdiff_t>(at + p.size()));
+    p.put(low ? 0 : n + 1, one);
+    at += p.size();
+  }
+}
+
+template <typename T>
+void WRAPFACES(Array3<T>& f, int axis, int n, const Reach& reach, int level) {
+  WRAPFACES<T>({&f}, axis, n, reach, level);
 }
 
 template <typename T>
@@ -744,13 +833,13 @@ void WRAPCOPY(Array3<T>& f, int axis, int from, int to, const Reach& reach, int 
 
 void WRAPGHOSTS(std::initializer_list<Array3<double>*> fields, int axis, int n, bool low, bool high,
                 const Reach& reach, int level) {
+  if (low && high) {
+    WRAPFACES(fields, axis, n, reach, level);
+    return;
+  }
   for (Array3<double>* f : fields) {
-    if (low && high) {
-      WRAPFACES(*f, axis, n, reach, level);
-    } else {
-      if (low) WRAPCOPY(*f, axis, n, 0, reach, level);
-      if (high) WRAPCOPY(*f, axis, 1, n + 1, reach, level);
-    }
+    if (low) WRAPCOPY(*f, axis, n, 0, reach, level);
+    if (high) WRAPCOPY(*f, axis, 1, n + 1, reach, level);
   }
 }
 
@@ -764,10 +853,15 @@ void wrap_in_team(std::initializer_list<Array3<double>*> fields, int axis, int n
 
 template void EXCHANGE(Array3<double>&, const Block&, int, const Reach&);
 template void EXCHANGE(Array3<int>&, const Block&, int, const Reach&);
+template void EXCHANGE(std::initializer_list<Array3<double>*>, const Block&, int, const Reach&);
+template void EXCHANGE(std::initializer_list<Array3<int>*>, const Block&, int, const Reach&);
+template void HALOS(std::initializer_list<Array3<double>*>, int, const Reach&, int);
+template void HALOS(std::initializer_list<Array3<int>*>, int, const Reach&, int);
 template void HALO(Array3<double>&, int, const Reach&, int);
 template void HALO(Array3<int>&, int, const Reach&, int);
 template void WRAPCOPY(Array3<double>&, int, int, int, const Reach&, int);
 template void WRAPCOPY(Array3<int>&, int, int, int, const Reach&, int);
+template void WRAPFACES(std::initializer_list<Array3<double>*>, int, int, const Reach&, int);
 template void WRAPFACES(Array3<double>&, int, int, const Reach&, int);
 template void WRAPFACES(Array3<int>&, int, int, const Reach&, int);
 

@@ -157,6 +157,9 @@ struct Reach {
 // ghost rules (WRAPCOPY).
 template <typename T>
 void HALO(Array3<T>& f, int w, const Reach& reach = Reach(), int level = 0);
+// The halos of several fields at once, in one message to each neighbour.
+template <typename T>
+void HALOS(std::initializer_list<Array3<T>*> fields, int w, const Reach& reach = Reach(), int level = 0);
 
 // The ghost rule of a periodic face cut among processes: the blocks at the
 // two ends of the box along axis (0 x, 1 y) copy the plane `from` of f (an
@@ -172,8 +175,12 @@ void WRAPCOPY(Array3<T>& f, int axis, int from, int to, const Reach& reach = Rea
 // (WRAPCOPY twice, in half the messages).
 template <typename T>
 void WRAPFACES(Array3<T>& f, int axis, int n, const Reach& reach = Reach(), int level = 0);
-// The periodic ghost planes of each field: both (WRAPFACES) or the low or
-// the high one alone (WRAPCOPY), as the faces that are periodic.
+template <typename T>
+void WRAPFACES(std::initializer_list<Array3<T>*> fields, int axis, int n, const Reach& reach = Reach(),
+               int level = 0);
+// The periodic ghost planes of each field: both (WRAPFACES, every field in
+// one message) or the low or the high one alone (WRAPCOPY), as the faces
+// that are periodic.
 void WRAPGHOSTS(std::initializer_list<Array3<double>*> fields, int axis, int n, bool low, bool high,
                 const Reach& reach, int level = 0);
 // WRAPGHOSTS from inside a parallel region: every thread first finishes
@@ -192,6 +199,9 @@ void wrap_in_team(std::initializer_list<Array3<double>*> fields, int axis, int n
 // With one process and no periodic direction it does nothing.
 template <typename T>
 void EXCHANGE(Array3<T>& f, const Block& blk, int w, const Reach& reach = Reach());
+// The same for several fields at once, one message to each neighbour.
+template <typename T>
+void EXCHANGE(std::initializer_list<Array3<T>*> fields, const Block& blk, int w, const Reach& reach = Reach());
 
 // Seconds this process has spent in the message passing (halo exchanges,
 // copies across periodic faces, gathers and reductions), and their count,

@@ -96,10 +96,7 @@ void VORTICITY() {
 
     if (o.on) {
 #pragma omp master
-      {
-        HALO(vort, 1);
-        HALO(Q, 1);
-      }
+      HALOS({&vort, &Q}, 1);
 #pragma omp barrier
     }
   }

@@ -15,7 +15,7 @@ namespace rl {
 // reads: uo, vo, wo, nut, rhswo, forcez; writes: w, rhsw, rhswo.
 void ZVELOCITY() {
   PREDICT<2>(w, rhswo, rhsw, forcez, kmax - std::abs(ibcw(HighZ)));
-  for (Array3<double>* f : {&u, &v, &w}) HALO(*f, 1);
+  HALOS({&u, &v, &w}, 1);
 }
 
 }  // namespace rl

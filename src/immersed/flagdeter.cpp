@@ -354,7 +354,7 @@ void CLASSIFY() {
     if (ownership().on) {
 #pragma omp barrier
 #pragma omp master
-      for (Array3<int>* f : {&flagu, &flagv, &flagw, &flagc}) HALO(*f, kHalo);
+      HALOS({&flagu, &flagv, &flagw, &flagc}, kHalo);
 #pragma omp barrier
     }
   }

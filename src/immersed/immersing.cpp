@@ -15,7 +15,7 @@ void IMMERSING() {
   // Over several processes: the forcing points of this process's block; the
   // wall laws sample the velocities up to 3 columns away, so the
   // neighbours' current values come into the halos first.
-  for (Array3<double>* f : {&u, &v, &w}) HALO(*f, kHalo);
+  HALOS({&u, &v, &w}, kHalo);
   const int i0 = own_lo_i(1), i1 = own_hi_i(imax), j0 = own_lo_j(1), j1 = own_hi_j(jmax);
 #pragma omp parallel if (worth_sharing(cells_of(imax, jmax, kmax)))
   {

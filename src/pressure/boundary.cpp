@@ -177,7 +177,7 @@ void velocity_halos(std::initializer_list<Array3<double>*> fields) {
   if (!ownership().on) return;
 #pragma omp barrier
 #pragma omp master
-  for (Array3<double>* f : fields) HALO(*f, 1);
+  HALOS(fields, 1);
 #pragma omp barrier
 }
 
