@@ -459,34 +459,41 @@ std::vector<Box> boxes_at_first(const Box& mine) {
   for (std::size_t p = 0; p < all.size(); p += 6) r.push_back({all[p], all[p + 1], all[p + 2], all[p + 3], all[p + 4], all[p + 5]});
   return r;
 }
+
+// Counts and offsets of nf values a position over each box, one after the
+// other; their total.
+int box_layout(const std::vector<Box>& boxes, int nf, std::vector<int>& counts, std::vector<int>& offsets) {
+  int at = 0;
+  for (const Box& b : boxes) {
+    counts.push_back(nf * static_cast<int>(b.count()));
+    offsets.push_back(at);
+    at += counts.back();
+  }
+  return at;
+}
 #endif
 
 }  // namespace
 
 void PACKBOX(std::initializer_list<const Array3<double>*> f, const Box& b, std::vector<double>& vals) {
-  vals.resize(f.size() * static_cast<std::size_t>(b.count()));
-  if (b.empty()) return;
-  std::size_t q = 0;
-  for (const Array3<double>* a : f)
-    for (int k = b.k0; k <= b.k1; ++k)
-      for (int j = b.j0; j <= b.j1; ++j) {
-        const double* row = a->at(b.i0, j, k);
-        std::copy(row, row + (b.i1 - b.i0 + 1), vals.begin() + static_cast<std::ptrdiff_t>(q));
-        q += static_cast<std::size_t>(b.i1 - b.i0 + 1);
-      }
+  vals.clear();
+  std::vector<double> one;
+  for (const Array3<double>* a : f) {
+    pack(*a, b.i0, b.i1, b.j0, b.j1, b.k0, b.k1, one);
+    vals.insert(vals.end(), one.begin(), one.end());
+  }
 }
 
 void UNPACKBOX(std::initializer_list<Array3<double>*> f, const Box& b, const std::vector<double>& vals) {
   if (b.empty()) return;
-  std::size_t q = 0;
-  for (Array3<double>* a : f)
-    for (int k = b.k0; k <= b.k1; ++k)
-      for (int j = b.j0; j <= b.j1; ++j) {
-        std::copy(vals.begin() + static_cast<std::ptrdiff_t>(q),
-                  vals.begin() + static_cast<std::ptrdiff_t>(q + static_cast<std::size_t>(b.i1 - b.i0 + 1)),
-                  a->at(b.i0, j, k));
-        q += static_cast<std::size_t>(b.i1 - b.i0 + 1);
-      }
+  const std::size_t n = static_cast<std::size_t>(b.count());
+  std::vector<double> one;
+  std::size_t at = 0;
+  for (Array3<double>* a : f) {
+    one.assign(vals.begin() + static_cast<std::ptrdiff_t>(at), vals.begin() + static_cast<std::ptrdiff_t>(at + n));
+    unpack(*a, b.i0, b.i1, b.j0, b.j1, b.k0, b.k1, one);
+    at += n;
+  }
 }
 
 void GATHERTOFIRST(const Box& mine, const std::vector<double>& vals, int nf, const Box& whole,
@@ -497,16 +504,7 @@ void GATHERTOFIRST(const Box& mine, const std::vector<double>& vals, int nf, con
     Clock clock(dist_times().gather, dist_times().gathers);
     const std::vector<Box> boxes = boxes_at_first(mine);
     std::vector<int> counts, offsets;
-    std::vector<double> all;
-    if (dist_rank() == 0) {
-      int at = 0;
-      for (const Box& b : boxes) {
-        counts.push_back(nf * static_cast<int>(b.count()));
-        offsets.push_back(at);
-        at += counts.back();
-      }
-      all.resize(static_cast<std::size_t>(at));
-    }
+    std::vector<double> all(static_cast<std::size_t>(box_layout(boxes, nf, counts, offsets)));
     MPI_Gatherv(vals.data(), static_cast<int>(vals.size()), MPI_DOUBLE, all.data(), counts.data(), offsets.data(),
                 MPI_DOUBLE, 0, MPI_COMM_WORLD);
     if (dist_rank() != 0) return;
@@ -529,15 +527,8 @@ Box SCATTERFROMFIRST(const Box& mine, int nf, const Box& whole, const std::vecto
     Clock clock(dist_times().gather, dist_times().gathers);
     const std::vector<Box> boxes = boxes_at_first(part);
     std::vector<int> counts, offsets;
-    std::vector<double> all;
+    std::vector<double> all(static_cast<std::size_t>(box_layout(boxes, nf, counts, offsets)));
     if (dist_rank() == 0) {
-      int at = 0;
-      for (const Box& b : boxes) {
-        counts.push_back(nf * static_cast<int>(b.count()));
-        offsets.push_back(at);
-        at += counts.back();
-      }
-      all.resize(static_cast<std::size_t>(at));
       for (std::size_t r = 0; r < boxes.size(); ++r)
         copy_part(boxes[r], nf, whole, in.data(), boxes[r], all.data() + offsets[r]);
     }

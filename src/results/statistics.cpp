@@ -244,13 +244,13 @@ void STATISTICS() {
 #pragma omp parallel for default(shared) schedule(static) if (worth_sharing(cells_of(imax, jmax, kmax)))
   for (int k = 0; k <= K + 1; ++k)
     for (int j = j0; j <= j1; ++j) {
-      const double *ur = u.at(0, j, k), *vr = v.at(0, j, k), *vs = v.at(0, j - 1, k);
-      const double *wr = w.at(0, j, k), *wb = w.at(0, j, k - 1), *pr = p.at(0, j, k), *nr = nut.at(0, j, k);
-      double *mu = S.mu.at(0, j, k), *mv = S.mv.at(0, j, k), *mw = S.mw.at(0, j, k);
-      double *mp = S.mp.at(0, j, k), *mn = S.mn.at(0, j, k);
-      double *suu = S.suu.at(0, j, k), *svv = S.svv.at(0, j, k), *sww = S.sww.at(0, j, k);
-      double *cu = S.cu.at(0, j, k), *cv = S.cv.at(0, j, k), *cw = S.cw.at(0, j, k);
-      double *suv = S.suv.at(0, j, k), *suw = S.suw.at(0, j, k), *svw = S.svw.at(0, j, k);
+      const double *ur = u.row(j, k), *vr = v.row(j, k), *vs = v.row(j - 1, k);
+      const double *wr = w.row(j, k), *wb = w.row(j, k - 1), *pr = p.row(j, k), *nr = nut.row(j, k);
+      double *mu = S.mu.row(j, k), *mv = S.mv.row(j, k), *mw = S.mw.row(j, k);
+      double *mp = S.mp.row(j, k), *mn = S.mn.row(j, k);
+      double *suu = S.suu.row(j, k), *svv = S.svv.row(j, k), *sww = S.sww.row(j, k);
+      double *cu = S.cu.row(j, k), *cv = S.cv.row(j, k), *cw = S.cw.row(j, k);
+      double *suv = S.suv.row(j, k), *suw = S.suw.row(j, k), *svw = S.svw.row(j, k);
       // Every position on its own (no array overlaps another): one lane each.
 #pragma omp simd
       for (int i = i0; i <= i1; ++i) {
