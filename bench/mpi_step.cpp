@@ -84,11 +84,6 @@ void build(int ni, int nj, int nk) {
     if (dist_rank() == 0) std::fprintf(stderr, "%s\n", why.c_str());
     MPI_Abort(MPI_COMM_WORLD, 2);
   }
-  if (std::getenv("SPLITY") && dist_size() > 1) {
-    const int n = dist_size();
-    s.px = 1; s.py = n; s.ilo = {1}; s.ihi = {ni}; s.jlo.clear(); s.jhi.clear();
-    for (int b = 0, next = 1; b < n; ++b) { const int sz = nj / n + (b < nj % n); s.jlo.push_back(next); s.jhi.push_back(next + sz - 1); next += sz; }
-  }
   if (dist_size() > 1)
     OWNBLOCK(s, dist_rank(), ni, nj);
   else
