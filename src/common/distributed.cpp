@@ -235,36 +235,35 @@ Block block_of(const PlanSplit& s, int rank) {
 
 namespace {
 
-// Copies the box i0..i1, j0..j1, k0..k1 between f and buf, i fastest.  An
-// x halo is a few elements of each of many rows, so the rows are walked by
+// Appends the box b of f to buf, i fastest (pack), and fills the box b of f
+// from in, giving back where the next box's values begin (unpack).  An x
+// halo is a few elements of each of many rows, so the rows are walked by
 // their stride rather than appended one by one.
 template <typename T>
-void pack(const Array3<T>& f, int i0, int i1, int j0, int j1, int k0, int k1, std::vector<T>& buf) {
-  const int ni = i1 - i0 + 1, nj = j1 - j0 + 1, nk = k1 - k0 + 1;
-  if (ni <= 0 || nj <= 0 || nk <= 0) {
-    buf.clear();
-    return;
-  }
-  buf.resize(static_cast<std::size_t>(ni) * static_cast<std::size_t>(nj) * static_cast<std::size_t>(nk));
-  T* out = buf.data();
+void pack(const Array3<T>& f, const Box& b, std::vector<T>& buf) {
+  if (b.empty()) return;
+  const int ni = b.i1 - b.i0 + 1, nj = b.j1 - b.j0 + 1;
+  const std::size_t at = buf.size();
+  buf.resize(at + static_cast<std::size_t>(b.count()));
+  T* out = buf.data() + at;
   const std::int64_t sj = f.sj();
-  for (int k = k0; k <= k1; ++k) {
-    const T* row = f.at(i0, j0, k);
+  for (int k = b.k0; k <= b.k1; ++k) {
+    const T* row = f.at(b.i0, b.j0, k);
     for (int j = 0; j < nj; ++j, row += sj)
       for (int i = 0; i < ni; ++i) *out++ = row[i];
   }
 }
 template <typename T>
-void unpack(Array3<T>& f, int i0, int i1, int j0, int j1, int k0, int k1, const std::vector<T>& buf) {
-  const int ni = i1 - i0 + 1, nj = j1 - j0 + 1, nk = k1 - k0 + 1;
-  if (ni <= 0 || nj <= 0 || nk <= 0) return;
-  const T* in = buf.data();
+const T* unpack(Array3<T>& f, const Box& b, const T* in) {
+  if (b.empty()) return in;
+  const int ni = b.i1 - b.i0 + 1, nj = b.j1 - b.j0 + 1;
   const std::int64_t sj = f.sj();
-  for (int k = k0; k <= k1; ++k) {
-    T* row = f.at(i0, j0, k);
+  for (int k = b.k0; k <= b.k1; ++k) {
+    T* row = f.at(b.i0, b.j0, k);
     for (int j = 0; j < nj; ++j, row += sj)
       for (int i = 0; i < ni; ++i) row[i] = *in++;
   }
+  return in;
 }
 
 }  // namespace
@@ -304,27 +303,15 @@ void EXCHANGE(std::initializer_list<Array3<T>*> fields, const Block& blk, int w,
   };
   auto pack_side = [&](int axis, bool high, std::vector<T>& buf) {
     buf.clear();
-    std::vector<T> one;
-    for (const Range& q : r) {
-      const Box b = box_of(q, axis, true, high);
-      pack(*q.f, b.i0, b.i1, b.j0, b.j1, b.k0, b.k1, one);
-      buf.insert(buf.end(), one.begin(), one.end());
-    }
+    for (const Range& q : r) pack(*q.f, box_of(q, axis, true, high), buf);
   };
   auto unpack_side = [&](int axis, bool high, const std::vector<T>& buf) {
-    std::vector<T> one;
-    std::size_t at = 0;
-    for (const Range& q : r) {
-      const Box b = box_of(q, axis, false, high);
-      const std::size_t n = static_cast<std::size_t>(std::max<long long>(0, b.count()));
-      one.assign(buf.begin() + static_cast<std::ptrdiff_t>(at), buf.begin() + static_cast<std::ptrdiff_t>(at + n));
-      unpack(*q.f, b.i0, b.i1, b.j0, b.j1, b.k0, b.k1, one);
-      at += n;
-    }
+    const T* in = buf.data();
+    for (const Range& q : r) in = unpack(*q.f, box_of(q, axis, false, high), in);
   };
   auto received = [&](int axis, bool high) {
     std::size_t n = 0;
-    for (const Range& q : r) n += static_cast<std::size_t>(std::max<long long>(0, box_of(q, axis, false, high).count()));
+    for (const Range& q : r) n += static_cast<std::size_t>(box_of(q, axis, false, high).count());
     return n;
   };
   // One axis: both sides at once (the low side's layers to the low
@@ -477,23 +464,12 @@ int box_layout(const std::vector<Box>& boxes, int nf, std::vector<int>& counts, 
 
 void PACKBOX(std::initializer_list<const Array3<double>*> f, const Box& b, std::vector<double>& vals) {
   vals.clear();
-  std::vector<double> one;
-  for (const Array3<double>* a : f) {
-    pack(*a, b.i0, b.i1, b.j0, b.j1, b.k0, b.k1, one);
-    vals.insert(vals.end(), one.begin(), one.end());
-  }
+  for (const Array3<double>* a : f) pack(*a, b, vals);
 }
 
 void UNPACKBOX(std::initializer_list<Array3<double>*> f, const Box& b, const std::vector<double>& vals) {
-  if (b.empty()) return;
-  const std::size_t n = static_cast<std::size_t>(b.count());
-  std::vector<double> one;
-  std::size_t at = 0;
-  for (Array3<double>* a : f) {
-    one.assign(vals.begin() + static_cast<std::ptrdiff_t>(at), vals.begin() + static_cast<std::ptrdiff_t>(at + n));
-    unpack(*a, b.i0, b.i1, b.j0, b.j1, b.k0, b.k1, one);
-    at += n;
-  }
+  const double* in = vals.data();
+  for (Array3<double>* a : f) in = unpack(*a, b, in);
 }
 
 void GATHERTOFIRST(const Box& mine, const std::vector<double>& vals, int nf, const Box& whole,
@@ -727,16 +703,17 @@ struct WrapPlane {
   bool empty() const { return c1 < c0 || k1 < k0; }
   std::size_t size() const { return static_cast<std::size_t>(c1 - c0 + 1) * static_cast<std::size_t>(k1 - k0 + 1); }
   T& at(int x, int c, int k) { return axis == 0 ? f(x, c, k) : f(c, x, k); }
+  // Appends plane x to buf; fills plane x from in and gives back where the
+  // next plane's values begin.
   void get(int x, std::vector<T>& buf) {
-    buf.resize(size());
-    std::size_t q = 0;
+    buf.reserve(buf.size() + size());
     for (int k = k0; k <= k1; ++k)
-      for (int c = c0; c <= c1; ++c) buf[q++] = at(x, c, k);
+      for (int c = c0; c <= c1; ++c) buf.push_back(at(x, c, k));
   }
-  void put(int x, const std::vector<T>& buf) {
-    std::size_t q = 0;
+  const T* put(int x, const T* in) {
     for (int k = k0; k <= k1; ++k)
-      for (int c = c0; c <= c1; ++c) at(x, c, k) = buf[q++];
+      for (int c = c0; c <= c1; ++c) at(x, c, k) = *in++;
+    return in;
   }
 };
 
@@ -765,24 +742,16 @@ void WRAPFACES(std::initializer_list<Array3<T>*> fields, int axis, int n, const 
   // The low end sends its plane 1 and takes plane n into 0; the high end
   // sends plane n and takes plane 1 into n + 1; every field in one message.
   const bool low = mine == 0;
-  std::vector<T> out, one, in;
-  for (WrapPlane<T>& p : planes) {
-    p.get(low ? 1 : n, one);
-    out.insert(out.end(), one.begin(), one.end());
-  }
+  std::vector<T> out, in;
+  for (WrapPlane<T>& p : planes) p.get(low ? 1 : n, out);
   in.resize(out.size());
 #ifdef RIVERLES_MPI
   const int other = along(o, axis, low ? m - 1 : 0);
   MPI_Sendrecv(out.data(), static_cast<int>(out.size()), mpi_type<T>(), other, 2, in.data(),
                static_cast<int>(in.size()), mpi_type<T>(), other, 2, MPI_COMM_WORLD, MPI_STATUS_IGNORE);
 #endif
-  std::size_t at = 0;
-  for (WrapPlane<T>& p : planes) {
-    one.assign(in.begin() + static_cast<std::ptrdiff_t>(at),
-               in.begin() + static_cast<std::ptrdiff_t>(at + p.size()));
-    p.put(low ? 0 : n + 1, one);
-    at += p.size();
-  }
+  const T* at = in.data();
+  for (WrapPlane<T>& p : planes) at = p.put(low ? 0 : n + 1, at);
 }
 
 template <typename T>
@@ -807,15 +776,16 @@ void WRAPCOPY(Array3<T>& f, int axis, int from, int to, const Reach& reach, int 
   WrapPlane<T> plane(f, axis, o, reach);
   if (plane.empty()) return;
   Clock clock(dist_times().wrap, dist_times().wraps);
-  std::vector<T> buf(plane.size());
+  std::vector<T> buf;
 #ifdef RIVERLES_MPI
   if (mine == src) {
     plane.get(from, buf);
     MPI_Send(buf.data(), static_cast<int>(buf.size()), mpi_type<T>(), along(o, axis, dst), 1, MPI_COMM_WORLD);
   } else {
+    buf.resize(plane.size());
     MPI_Recv(buf.data(), static_cast<int>(buf.size()), mpi_type<T>(), along(o, axis, src), 1, MPI_COMM_WORLD,
              MPI_STATUS_IGNORE);
-    plane.put(to, buf);
+    plane.put(to, buf.data());
   }
 #else
   (void)to;

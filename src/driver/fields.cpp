@@ -160,16 +160,11 @@ void ALLOCNODEARRAYS() {
   // Over several processes, the nodes of this process's block (node i lies
   // between cells i and i + 1; the blocks at the low faces have node 0).
   const int i0 = own_lo_i(0), i1 = own_hi_i(imax), j0 = own_lo_j(0), j1 = own_hi_j(jmax);
-  need(xg3, "xg3", i0, i1, j0, j1, 0, kmax);
-  need(yg3, "yg3", i0, i1, j0, j1, 0, kmax);
-  need(zg3, "zg3", i0, i1, j0, j1, 0, kmax);
+  for (auto [a, name] : {std::pair{&xg3, "xg3"}, {&yg3, "yg3"}, {&zg3, "zg3"}}) need(*a, name, i0, i1, j0, j1, 0, kmax);
   need(elev, "elev", 0, imax, 0, jmax);
-  need(uout, "uout", i0, i1, j0, j1, 0, kmax);
-  need(vout, "vout", i0, i1, j0, j1, 0, kmax);
-  need(wout, "wout", i0, i1, j0, j1, 0, kmax);
-  need(pout, "pout", i0, i1, j0, j1, 0, kmax);
-  need(vortout, "vortout", i0, i1, j0, j1, 0, kmax);
-  need(qout, "qout", i0, i1, j0, j1, 0, kmax);
+  for (auto [a, name] : {std::pair{&uout, "uout"}, {&vout, "vout"}, {&wout, "wout"}, {&pout, "pout"},
+                         {&vortout, "vortout"}, {&qout, "qout"}})
+    need(*a, name, i0, i1, j0, j1, 0, kmax);
 }
 
 }  // namespace rl

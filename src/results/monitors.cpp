@@ -3,11 +3,13 @@
 #include <omp.h>
 #include <unistd.h>
 
+#include <array>
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
 #include <fstream>
 #include <sstream>
+#include <utility>
 #include <vector>
 
 #include "common/console.hpp"
@@ -349,24 +351,25 @@ void MONITOR(int npoisson) {
     const std::size_t n = mon.probes.size();
     std::vector<double> mine(4 * n, 0.0), every;
     HALO(p, 1);  // the correction updates a process's own pressure only
-    for (std::size_t m = 0; m < n; ++m) {
-      const Probe& q = mon.probes[m];
-      if (owner_of(q.su.i, q.su.j) == dist_rank()) mine[4 * m] = sample(u, q.su);
-      if (owner_of(q.sv.i, q.sv.j) == dist_rank()) mine[4 * m + 1] = sample(v, q.sv);
-      if (owner_of(q.sw.i, q.sw.j) == dist_rank()) mine[4 * m + 2] = sample(w, q.sw);
-      if (owner_of(q.sp.i, q.sp.j) == dist_rank()) mine[4 * m + 3] = sample(p, q.sp);
-    }
+    // The four samples of a probe: the field and where it is sampled.
+    auto samples = [](const Probe& q) {
+      return std::array<std::pair<const Array3<double>*, const ProbeSample*>, 4>{
+          {{&u, &q.su}, {&v, &q.sv}, {&w, &q.sw}, {&p, &q.sp}}};
+    };
+    for (std::size_t m = 0; m < n; ++m)
+      for (std::size_t c = 0; c < 4; ++c) {
+        const auto [a, at] = samples(mon.probes[m])[c];
+        if (owner_of(at->i, at->j) == dist_rank()) mine[4 * m + c] = sample(*a, *at);
+      }
     dist_allgather(mine.data(), static_cast<int>(mine.size()), every);
     if (mon.probefile) {
       std::fprintf(mon.probefile, "%d,%.10g", nstep, simtime);
-      for (std::size_t m = 0; m < n; ++m) {
-        const Probe& q = mon.probes[m];
-        const double val[4] = {every[4 * n * static_cast<std::size_t>(owner_of(q.su.i, q.su.j)) + 4 * m],
-                               every[4 * n * static_cast<std::size_t>(owner_of(q.sv.i, q.sv.j)) + 4 * m + 1],
-                               every[4 * n * static_cast<std::size_t>(owner_of(q.sw.i, q.sw.j)) + 4 * m + 2],
-                               every[4 * n * static_cast<std::size_t>(owner_of(q.sp.i, q.sp.j)) + 4 * m + 3]};
-        std::fprintf(mon.probefile, ",%.10g,%.10g,%.10g,%.10g", val[0], val[1], val[2], val[3]);
-      }
+      for (std::size_t m = 0; m < n; ++m)
+        for (std::size_t c = 0; c < 4; ++c) {
+          const ProbeSample* at = samples(mon.probes[m])[c].second;
+          const std::size_t owner = static_cast<std::size_t>(owner_of(at->i, at->j));
+          std::fprintf(mon.probefile, ",%.10g", every[4 * n * owner + 4 * m + c]);
+        }
       std::fprintf(mon.probefile, "\n");
       std::fflush(mon.probefile);
     }

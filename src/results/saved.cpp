@@ -388,16 +388,14 @@ void READSAVED(const std::string& startfile) {
   }
   if (dist_size() > 1) {
     dist_bcast(&nslot, 1);
+    Array1<double>* const slots[6] = {&slot1, &slot2, &slot3, &slot4, &slot5, &slot6};
     std::vector<double> e(6 * static_cast<std::size_t>(std::max(nslot, 0)));
-    if (first)
-      for (int m = 1; m <= nslot; ++m)
-        for (auto [q, a] : {std::pair{0, &slot1}, {1, &slot2}, {2, &slot3}, {3, &slot4}, {4, &slot5}, {5, &slot6}})
-          e[6 * static_cast<std::size_t>(m - 1) + static_cast<std::size_t>(q)] = (*a)(m);
+    for (int m = 1; m <= nslot && first; ++m)
+      for (std::size_t q = 0; q < 6; ++q) e[6 * static_cast<std::size_t>(m - 1) + q] = (*slots[q])(m);
     dist_bcast(e.data(), static_cast<int>(e.size()));
     for (int m = 1; m <= nslot && !first; ++m) {
       fit_slots(m);
-      for (auto [q, a] : {std::pair{0, &slot1}, {1, &slot2}, {2, &slot3}, {3, &slot4}, {4, &slot5}, {5, &slot6}})
-        (*a)(m) = e[6 * static_cast<std::size_t>(m - 1) + static_cast<std::size_t>(q)];
+      for (std::size_t q = 0; q < 6; ++q) (*slots[q])(m) = e[6 * static_cast<std::size_t>(m - 1) + q];
       slotflag(m) = 1;
     }
   }
