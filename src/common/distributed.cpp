@@ -235,12 +235,34 @@ Block block_of(const PlanSplit& s, int rank) {
 
 namespace {
 
+// The buffers of the exchanges: grown without clearing, since every value
+// is written before it is sent or read.
+template <typename T>
+struct Uncleared : std::allocator<T> {
+  template <typename U>
+  struct rebind {
+    using other = Uncleared<U>;
+  };
+  Uncleared() = default;
+  template <typename U>
+  Uncleared(const Uncleared<U>&) {}
+  template <typename U, typename... A>
+  void construct(U* p, A&&... a) {
+    if constexpr (sizeof...(A) == 0)
+      ::new (static_cast<void*>(p)) U;
+    else
+      ::new (static_cast<void*>(p)) U(std::forward<A>(a)...);
+  }
+};
+template <typename T>
+using Buffer = std::vector<T, Uncleared<T>>;
+
 // Appends the box b of f to buf, i fastest (pack), and fills the box b of f
 // from in, giving back where the next box's values begin (unpack).  An x
 // halo is a few elements of each of many rows, so the rows are walked by
 // their stride rather than appended one by one.
-template <typename T>
-void pack(const Array3<T>& f, const Box& b, std::vector<T>& buf) {
+template <typename T, typename Buf>
+void pack(const Array3<T>& f, const Box& b, Buf& buf) {
   if (b.empty()) return;
   const int ni = b.i1 - b.i0 + 1, nj = b.j1 - b.j0 + 1;
   const std::size_t at = buf.size();
@@ -285,8 +307,12 @@ void EXCHANGE(std::initializer_list<Array3<T>*> fields, const Block& blk, int w,
   // range, the x halos included, so that the corners come along).
   struct Side {
     int rank;
-    std::vector<T> out, in;
+    Buffer<T>& out;
+    Buffer<T>& in;
   };
+  // The buffers stay from call to call (an exchange runs dozens of times a
+  // step; fresh buffers would be allocated and faulted in each time).
+  static Buffer<T> buffers[4];
   auto box_of = [&](const Range& q, int axis, bool send, bool high) {
     Box b{q.i0, q.i1, q.j0, q.j1, q.k0, q.k1};
     const int lo = axis == 0 ? blk.ilo : blk.jlo, hi = axis == 0 ? blk.ihi : blk.jhi;
@@ -301,11 +327,11 @@ void EXCHANGE(std::initializer_list<Array3<T>*> fields, const Block& blk, int w,
     }
     return b;
   };
-  auto pack_side = [&](int axis, bool high, std::vector<T>& buf) {
+  auto pack_side = [&](int axis, bool high, Buffer<T>& buf) {
     buf.clear();
     for (const Range& q : r) pack(*q.f, box_of(q, axis, true, high), buf);
   };
-  auto unpack_side = [&](int axis, bool high, const std::vector<T>& buf) {
+  auto unpack_side = [&](int axis, bool high, const Buffer<T>& buf) {
     const T* in = buf.data();
     for (const Range& q : r) in = unpack(*q.f, box_of(q, axis, false, high), in);
   };
@@ -318,7 +344,7 @@ void EXCHANGE(std::initializer_list<Array3<T>*> fields, const Block& blk, int w,
   // neighbour, whose own come into the low halo; the same at the high side).
   auto axis_pass = [&](int axis, int low_rank, int high_rank) {
     if (low_rank < 0 && high_rank < 0) return;
-    Side side[2] = {{low_rank, {}, {}}, {high_rank, {}, {}}};
+    Side side[2] = {{low_rank, buffers[0], buffers[1]}, {high_rank, buffers[2], buffers[3]}};
     for (int h = 0; h < 2; ++h) {
       if (side[h].rank < 0) continue;
       pack_side(axis, h == 1, side[h].out);
@@ -337,7 +363,11 @@ void EXCHANGE(std::initializer_list<Array3<T>*> fields, const Block& blk, int w,
         if (side[h].rank >= 0)
           MPI_Isend(side[h].out.data(), static_cast<int>(side[h].out.size()), mpi_type<T>(), side[h].rank, 10 + h,
                     MPI_COMM_WORLD, &req[n++]);
-      MPI_Waitall(n, req, MPI_STATUSES_IGNORE);
+      {
+        long calls = 0;
+        Clock wait(dist_times().wait, calls);
+        MPI_Waitall(n, req, MPI_STATUSES_IGNORE);
+      }
       for (int h = 0; h < 2; ++h)
         if (side[h].rank >= 0) unpack_side(axis, h == 1, side[h].in);
       return;
@@ -702,17 +732,32 @@ struct WrapPlane {
   }
   bool empty() const { return c1 < c0 || k1 < k0; }
   std::size_t size() const { return static_cast<std::size_t>(c1 - c0 + 1) * static_cast<std::size_t>(k1 - k0 + 1); }
-  T& at(int x, int c, int k) { return axis == 0 ? f(x, c, k) : f(c, x, k); }
   // Appends plane x to buf; fills plane x from in and gives back where the
-  // next plane's values begin.
-  void get(int x, std::vector<T>& buf) {
-    buf.reserve(buf.size() + size());
-    for (int k = k0; k <= k1; ++k)
-      for (int c = c0; c <= c1; ++c) buf.push_back(at(x, c, k));
+  // next plane's values begin.  Across x a plane is one value of each row,
+  // walked by the row stride; across y it is a stretch of each row.
+  template <typename Buf>
+  void get(int x, Buf& buf) {
+    const std::size_t at = buf.size();
+    buf.resize(at + size());
+    T* out = buf.data() + at;
+    for (int k = k0; k <= k1; ++k) {
+      const T* p = axis == 0 ? f.at(x, c0, k) : f.at(c0, x, k);
+      if (axis == 0)
+        for (int c = c0; c <= c1; ++c, p += f.sj()) *out++ = *p;
+      else
+        out = std::copy(p, p + (c1 - c0 + 1), out);
+    }
   }
   const T* put(int x, const T* in) {
-    for (int k = k0; k <= k1; ++k)
-      for (int c = c0; c <= c1; ++c) at(x, c, k) = *in++;
+    for (int k = k0; k <= k1; ++k) {
+      T* p = axis == 0 ? f.at(x, c0, k) : f.at(c0, x, k);
+      if (axis == 0)
+        for (int c = c0; c <= c1; ++c, p += f.sj()) *p = *in++;
+      else {
+        std::copy(in, in + (c1 - c0 + 1), p);
+        in += c1 - c0 + 1;
+      }
+    }
     return in;
   }
 };
@@ -742,13 +787,18 @@ void WRAPFACES(std::initializer_list<Array3<T>*> fields, int axis, int n, const 
   // The low end sends its plane 1 and takes plane n into 0; the high end
   // sends plane n and takes plane 1 into n + 1; every field in one message.
   const bool low = mine == 0;
-  std::vector<T> out, in;
+  static Buffer<T> out, in;  // kept from call to call
+  out.clear();
   for (WrapPlane<T>& p : planes) p.get(low ? 1 : n, out);
   in.resize(out.size());
 #ifdef RIVERLES_MPI
   const int other = along(o, axis, low ? m - 1 : 0);
-  MPI_Sendrecv(out.data(), static_cast<int>(out.size()), mpi_type<T>(), other, 2, in.data(),
-               static_cast<int>(in.size()), mpi_type<T>(), other, 2, MPI_COMM_WORLD, MPI_STATUS_IGNORE);
+  {
+    long calls = 0;
+    Clock wait(dist_times().wait, calls);
+    MPI_Sendrecv(out.data(), static_cast<int>(out.size()), mpi_type<T>(), other, 2, in.data(),
+                 static_cast<int>(in.size()), mpi_type<T>(), other, 2, MPI_COMM_WORLD, MPI_STATUS_IGNORE);
+  }
 #endif
   const T* at = in.data();
   for (WrapPlane<T>& p : planes) at = p.put(low ? 0 : n + 1, at);
@@ -776,7 +826,7 @@ void WRAPCOPY(Array3<T>& f, int axis, int from, int to, const Reach& reach, int 
   WrapPlane<T> plane(f, axis, o, reach);
   if (plane.empty()) return;
   Clock clock(dist_times().wrap, dist_times().wraps);
-  std::vector<T> buf;
+  Buffer<T> buf;
 #ifdef RIVERLES_MPI
   if (mine == src) {
     plane.get(from, buf);

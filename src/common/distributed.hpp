@@ -208,6 +208,9 @@ void EXCHANGE(std::initializer_list<Array3<T>*> fields, const Block& blk, int w,
 // since the last reset: for benchmarks.
 struct DistTimes {
   double halo = 0, wrap = 0, gather = 0, reduce = 0;
+  // Of the halo exchanges and periodic copies: the time spent waiting in
+  // the message calls themselves (for the partner and the transfer).
+  double wait = 0;
   long halos = 0, wraps = 0, gathers = 0, reduces = 0;
 };
 DistTimes& dist_times();
