@@ -138,7 +138,8 @@ int main(int argc, char** argv) {
   std::vector<double> per(order.size());
   for (std::size_t r = 0; r < order.size(); ++r) per[r] = slowest(spent[order[r]]) / steps;
   const double halo = slowest(t.halo) / steps, wrap = slowest(t.wrap) / steps, gather = slowest(t.gather) / steps,
-               reduce = slowest(t.reduce) / steps;
+               reduce = slowest(t.reduce) / steps, wait = slowest(t.wait) / steps,
+               wait_least = -slowest(-t.wait) / steps;
   if (dist_rank() == 0) {
     std::printf("%d x %d x %d cells, %d processes x %d threads, %d steps, %.1f pressure cycles a step\n\n", ni, nj, nk,
                 dist_size(), omp_get_max_threads(), steps, double(cycles) / steps);
@@ -147,6 +148,8 @@ int main(int argc, char** argv) {
       std::printf("| %s | %.4f | %.2f |\n", order[r].c_str(), per[r], per[r] / cells * 1e9);
     std::printf("| **whole step** | **%.4f** | **%.2f** |\n", step, step / cells * 1e9);
     std::printf("| of it: halo exchanges (%ld a step) | %.4f | %.2f |\n", t.halos / steps, halo, halo / cells * 1e9);
+    std::printf("| of them: waiting in the message calls (slowest process; least %.4f) | %.4f | %.2f |\n",
+                wait_least, wait, wait / cells * 1e9);
     std::printf("| of it: periodic copies (%ld) | %.4f | %.2f |\n", t.wraps / steps, wrap, wrap / cells * 1e9);
     std::printf("| of it: coarse gathers (%ld) | %.4f | %.2f |\n", t.gathers / steps, gather, gather / cells * 1e9);
     std::printf("| of it: reductions (%ld) | %.4f | %.2f |\n", t.reduces / steps, reduce, reduce / cells * 1e9);
