@@ -24,6 +24,7 @@ repeats="${REPEATS:-5}"
 work="$(mktemp -d)"
 trap 'rm -rf "$work"' EXIT
 for size in "128 64 128 8" "256 128 128 3"; do
+  : >"$work/times"
   for ((r = 1; r <= repeats; ++r)); do
     for run in "1 1" "2 1" "1 2"; do
       read -r procs threads <<<"$run"
@@ -35,17 +36,16 @@ for size in "128 64 128 8" "256 128 128 3"; do
         cat "$work/out"
         echo
       fi
-      grep -F '**whole step**' "$work/out" | awk -F'|' '{gsub(/[* ]/, "", $3); printf "%s ", $3}'
+      grep -F '**whole step**' "$work/out" | awk -F'|' '{gsub(/[* ]/, "", $3); printf "%s ", $3}' >>"$work/times"
     done
-    echo
-  done >"$work/rounds"
-  grep -v '^[0-9. ]*$' "$work/rounds" || true
+    echo >>"$work/times"
+  done
   read -r ni nj nk _ <<<"$size"
   echo "$ni x $nj x $nk cells: seconds per step, the three runs of each round in turn"
   echo
-  grep '^[0-9. ]*$' "$work/rounds" | python3 -c '
+  python3 -c '
 import statistics, sys
-rows = [[float(x) for x in line.split()] for line in sys.stdin if line.strip()]
+rows = [[float(x) for x in line.split()] for line in open(sys.argv[1]) if line.strip()]
 print("| round | 1 process | 2 processes | 2 / 1 | 1 process, 2 threads | 2 threads / 1 |")
 print("|---:|---:|---:|---:|---:|---:|")
 for n, (a, b, c) in enumerate(rows, 1):
@@ -53,6 +53,6 @@ for n, (a, b, c) in enumerate(rows, 1):
 print("| **median** | %.4f | %.4f | **%.2f** | %.4f | **%.2f** |" % (
     statistics.median(r[0] for r in rows), statistics.median(r[1] for r in rows),
     statistics.median(r[1] / r[0] for r in rows), statistics.median(r[2] for r in rows),
-    statistics.median(r[2] / r[0] for r in rows)))'
+    statistics.median(r[2] / r[0] for r in rows)))' "$work/times"
   echo
 done
