@@ -63,7 +63,12 @@ void write_six_arrays() {
              {"Pressure", &pout},  {"Vorticity", &vortout}, {"Coherent", &qout}};
   std::vector<double> mine, slab;
   const int n = slab_planes(static_cast<long long>(imax + 1) * (jmax + 1));
-  for (const auto& s : sol)
+  for (const auto& s : sol) {
+    if (const double* all = whole_planes(*s.a, imax, jmax, 0)) {
+      orva::CG_ORVA_WRITE_SOL_REAL_PLANES_F(s.name, 0, kmax, all, ier);
+      if (ier != 0) stop_write_error();
+      continue;
+    }
     for (int k0 = 0; k0 <= kmax; k0 += n) {
       const int k1 = std::min(kmax, k0 + n - 1);
       const Box b{s.a->lo(0), s.a->hi(0), s.a->lo(1), s.a->hi(1), k0, k1};
@@ -73,6 +78,7 @@ void write_six_arrays() {
       orva::CG_ORVA_WRITE_SOL_REAL_PLANES_F(s.name, k0, k1, slab.data(), ier);
       if (ier != 0) stop_write_error();
     }
+  }
 }
 
 }  // namespace
