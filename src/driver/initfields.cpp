@@ -35,8 +35,9 @@ void perturb(Array3<double>& old, Array3<double>& now, double factor) {
 }  // namespace
 
 void INITFIELDS() {
-  p.fill(0.0);
-  for (int l = lmin; l <= 0; ++l) pmg(l).phi.fill(0.0);
+  // The pressure and the finest level's solution (held like the fields) are
+  // cleared with the fields below, by the threads that work on them.
+  for (int l = lmin; l < 0; ++l) pmg(l).phi.fill(0.0);
 
   if (initial == 0) {
     xinit = discharge / (ymax - ymin) / zmax;
@@ -49,6 +50,7 @@ void INITFIELDS() {
   // over several, the positions it holds.
   const int i0 = held_lo_i(0, kHalo), i1 = held_hi_i(imax + 1, kHalo);
   const int j0 = held_lo_j(0, kHalo), j1 = held_hi_j(jmax + 1, kHalo);
+  Array3<double>& phi = pmg(0).phi;
 #pragma omp parallel for schedule(static) if (worth_sharing(cells_of(imax, jmax, kmax)))
   for (int k = 0; k <= kmax + 1; ++k)
     for (int j = j0; j <= j1; ++j)
@@ -60,6 +62,7 @@ void INITFIELDS() {
         v(i, j, k) = yinit;
         w(i, j, k) = zinit;
         p(i, j, k) = 0.0;
+        phi(i, j, k) = 0.0;
         vort(i, j, k) = 0.0;
         Q(i, j, k) = 0.0;
         rhsuo(i, j, k) = 0.0;
