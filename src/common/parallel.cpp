@@ -1,7 +1,10 @@
 #include "common/parallel.hpp"
 
 #include <sched.h>
+#include <time.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <cstdio>
@@ -30,7 +33,35 @@ bool cpu_times(unsigned long long& total, unsigned long long& idle) {
   return total > 0;
 }
 
+// CPU seconds this process has used so far (all its threads, user and
+// system).
+double own_cpu_seconds() {
+  timespec t{};
+  clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &t);
+  return static_cast<double>(t.tv_sec) + 1e-9 * static_cast<double>(t.tv_nsec);
+}
+double wall_seconds() {
+  return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
+}
+
+// The machine's counts at the start of the measurement.
+struct Sample {
+  bool taken = false;
+  unsigned long long total = 0, idle = 0;
+  double own = 0, wall = 0;
+};
+Sample first_sample;
+
 }  // namespace
+
+void start_thread_choice() {
+  if (std::getenv("OMP_NUM_THREADS") != nullptr) return;
+  Sample s;
+  s.taken = cpu_times(s.total, s.idle);
+  s.own = own_cpu_seconds();
+  s.wall = wall_seconds();
+  first_sample = s;
+}
 
 int choose_threads() {
   if (std::getenv("OMP_NUM_THREADS") != nullptr) return 0;
@@ -42,13 +73,23 @@ int choose_threads() {
     omp_set_num_threads(1);
     return 1;
   }
-  unsigned long long t0, i0, t1, i1;
+  // The moment measured began with start_thread_choice() where that was
+  // called: the run's own serial start (opening the case, the grid) then
+  // fills it, and its busy time counts as idle, since it is this run's.
+  if (!first_sample.taken) start_thread_choice();
+  const Sample s = first_sample;
+  first_sample = Sample();
   int threads = usable;
-  if (cpu_times(t0, i0)) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(30));
-    if (cpu_times(t1, i1) && t1 > t0) {
+  if (s.taken) {
+    const double waited = wall_seconds() - s.wall;
+    if (waited < 0.03) std::this_thread::sleep_for(std::chrono::duration<double>(0.03 - waited));
+    unsigned long long t1, i1;
+    if (cpu_times(t1, i1) && t1 > s.total) {
+      const double own = (own_cpu_seconds() - s.own) * static_cast<double>(sysconf(_SC_CLK_TCK));
+      const double span = static_cast<double>(t1 - s.total);
+      const double idle = std::min(span, static_cast<double>(i1 - s.idle) + std::max(0.0, own));
       // Idle share of the whole machine, in cores of all that are online.
-      const double idle_cores = static_cast<double>(i1 - i0) / static_cast<double>(t1 - t0) * online;
+      const double idle_cores = idle / span * online;
       threads = std::max(1, std::min(usable, static_cast<int>(std::floor(idle_cores + 0.3))));
     }
   }

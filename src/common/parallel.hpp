@@ -49,7 +49,10 @@ namespace rl {
 // measured over a short moment at the start (at least one).  Threads on
 // cores that other work keeps busy would hold the others up at every
 // barrier, so on a busy machine fewer threads are faster.  Returns the count
-// chosen, or 0 when the user set one (nothing is changed then).
+// chosen, or 0 when the user set one (nothing is changed then).  The
+// moment begins at start_thread_choice() where the run called it first
+// (the run's serial start-up then goes on meanwhile), otherwise at the call.
+void start_thread_choice();
 int choose_threads();
 
 }  // namespace rl

@@ -138,6 +138,7 @@ void startup(MainState& m) {
   set_boundary_types(xbound, ybound, zbound);
 
   LEVELCOUNT();
+  choose_threads();  // before the first parallel loop
   ALLOCFIELDS();
 
   initial = read_integer("InitialItm");
@@ -315,8 +316,9 @@ int RIVERLES(int argc, char** argv) {
   try {
     flush_denormals();
     if (argc != 2) stop_run("Input File not specified");
-    // Without OMP_NUM_THREADS, as many threads as the machine has idle cores.
-    choose_threads();
+    // Without OMP_NUM_THREADS, as many threads as the machine has idle cores,
+    // measured while the case is opened and the grid read and written.
+    start_thread_choice();
     MainState m;
     m.casepath = argv[1];
     // One run at a time on a case; what a killed run left is cleared.
