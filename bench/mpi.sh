@@ -28,9 +28,14 @@ for size in "128 64 128 8" "256 128 128 3"; do
   for ((r = 1; r <= repeats; ++r)); do
     for run in "1 1" "2 1" "1 2"; do
       read -r procs threads <<<"$run"
+      # One thread a process: the launcher's own binding of each process
+      # to a core, as a user's run gets it; two threads: the process may
+      # use both cores.
+      bind=()
+      ((threads > 1)) && bind=(--bind-to none)
       # The console of the steps (the divergence pause lists the cells
       # above its threshold while the flow settles) is left out.
-      OMP_NUM_THREADS=$threads mpiexec -np "$procs" --oversubscribe --bind-to none \
+      OMP_NUM_THREADS=$threads mpiexec -np "$procs" --oversubscribe "${bind[@]}" \
         "$build/bench/riverles_mpi_bench" $size </dev/null | grep -E '^\||cells' >"$work/out"
       if ((r == 1)); then
         cat "$work/out"
