@@ -138,7 +138,6 @@ void startup(MainState& m) {
   set_boundary_types(xbound, ybound, zbound);
 
   LEVELCOUNT();
-  choose_threads();  // before the first parallel loop
   ALLOCFIELDS();
 
   initial = read_integer("InitialItm");
@@ -149,6 +148,7 @@ void startup(MainState& m) {
   }
   iperturb = read_integer("iPerturbItm");
   if (iperturb == 1) amplitude = read_real("amplitudeItm");
+  choose_threads();  // before the first parallel loop
   INITFIELDS();
 
   if (read_integer("iBedPerturbItm") == 1) {
@@ -317,7 +317,8 @@ int RIVERLES(int argc, char** argv) {
     flush_denormals();
     if (argc != 2) stop_run("Input File not specified");
     // Without OMP_NUM_THREADS, as many threads as the machine has idle cores,
-    // measured while the case is opened and the grid read and written.
+    // measured while the case is opened, the grid read and written and the
+    // fields allocated.
     start_thread_choice();
     MainState m;
     m.casepath = argv[1];
