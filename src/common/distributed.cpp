@@ -311,7 +311,8 @@ void EXCHANGE(std::initializer_list<Array3<T>*> fields, const Block& blk, int w,
     Buffer<T>& in;
   };
   // The buffers stay from call to call (an exchange runs dozens of times a
-  // step; fresh buffers would be allocated and faulted in each time).
+  // step; fresh buffers would be allocated and faulted in each time); one
+  // thread exchanges at a time.
   static Buffer<T> buffers[4];
   auto box_of = [&](const Range& q, int axis, bool send, bool high) {
     Box b{q.i0, q.i1, q.j0, q.j1, q.k0, q.k1};
@@ -364,8 +365,7 @@ void EXCHANGE(std::initializer_list<Array3<T>*> fields, const Block& blk, int w,
           MPI_Isend(side[h].out.data(), static_cast<int>(side[h].out.size()), mpi_type<T>(), side[h].rank, 10 + h,
                     MPI_COMM_WORLD, &req[n++]);
       {
-        long calls = 0;
-        Clock wait(dist_times().wait, calls);
+        Clock wait(dist_times().wait, dist_times().waits);
         MPI_Waitall(n, req, MPI_STATUSES_IGNORE);
       }
       for (int h = 0; h < 2; ++h)
@@ -794,8 +794,7 @@ void WRAPFACES(std::initializer_list<Array3<T>*> fields, int axis, int n, const 
 #ifdef RIVERLES_MPI
   const int other = along(o, axis, low ? m - 1 : 0);
   {
-    long calls = 0;
-    Clock wait(dist_times().wait, calls);
+    Clock wait(dist_times().wait, dist_times().waits);
     MPI_Sendrecv(out.data(), static_cast<int>(out.size()), mpi_type<T>(), other, 2, in.data(),
                  static_cast<int>(in.size()), mpi_type<T>(), other, 2, MPI_COMM_WORLD, MPI_STATUS_IGNORE);
   }

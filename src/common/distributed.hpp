@@ -211,7 +211,7 @@ struct DistTimes {
   // Of the halo exchanges and periodic copies: the time spent waiting in
   // the message calls themselves (for the partner and the transfer).
   double wait = 0;
-  long halos = 0, wraps = 0, gathers = 0, reduces = 0;
+  long halos = 0, wraps = 0, gathers = 0, reduces = 0, waits = 0;
 };
 DistTimes& dist_times();
 
@@ -265,12 +265,13 @@ inline int slab_planes(long long plane) {
   return plane >= kSlabValues ? 1 : static_cast<int>(kSlabValues / (plane > 0 ? plane : 1));
 }
 // A process that runs alone and holds a node array over exactly the plan's
-// nodes 0..ni, 0..nj has its planes in a file's order already: the writers
-// take them from the array itself (no copies, no buffers to fault in); the
-// first value of plane k0, or null where the planes must be gathered.
-inline const double* whole_planes(const Array3<double>& a, int ni, int nj, int k0) {
-  const bool whole = a.lo(0) == 0 && a.hi(0) == ni && a.lo(1) == 0 && a.hi(1) == nj;
-  return dist_size() == 1 && whole ? a.at(0, 0, k0) : nullptr;
+// nodes 0..ni, 0..nj from plane 0 on has its planes in a file's order
+// already: the writers take them from the array itself (no copies, no
+// buffers to fault in); the array's first value, or null where the planes
+// must be gathered.
+inline const double* whole_planes(const Array3<double>& a, int ni, int nj) {
+  const bool whole = a.lo(0) == 0 && a.hi(0) == ni && a.lo(1) == 0 && a.hi(1) == nj && a.lo(2) == 0;
+  return dist_size() == 1 && whole ? a.data() : nullptr;
 }
 // The fields' values over a box, packed as above, and back.
 void PACKBOX(std::initializer_list<const Array3<double>*> f, const Box& b, std::vector<double>& vals);

@@ -75,7 +75,8 @@ int choose_threads() {
   }
   // The moment measured began with start_thread_choice() where that was
   // called: the run's own serial start (opening the case, the grid, the
-  // allocation of the fields) then fills it, and its busy time counts as idle, since it is this run's.
+  // allocation of the fields) then fills it, and the run's own busy time in
+  // it counts as idle.
   if (!first_sample.taken) start_thread_choice();
   const Sample s = first_sample;
   first_sample = Sample();

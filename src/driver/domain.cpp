@@ -66,8 +66,8 @@ void READGRID() {
   orva::CG_ORVA_BEGIN_GRIDCOORD3D_F(imax + 1, jmax + 1, kmax + 1, ier);
   const int planes = slab_planes(static_cast<long long>(n));
   std::vector<double> x, y, z;
-  const double* all = whole_planes(xg3, imax, jmax, 0);
-  if (all && ier == 0) orva::CG_ORVA_WRITE_GRIDCOORD3D_PLANES_F(0, kmax, all, yg3.at(0, 0, 0), zg3.at(0, 0, 0), ier);
+  const double* all = whole_planes(xg3, imax, jmax);
+  if (all && ier == 0) orva::CG_ORVA_WRITE_GRIDCOORD3D_PLANES_F(0, kmax, all, yg3.data(), zg3.data(), ier);
   for (int k0 = 0; !all && k0 <= kmax && ier == 0; k0 += planes) {
     const int k1 = std::min(kmax, k0 + planes - 1);
     x.clear();

@@ -64,7 +64,7 @@ void write_six_arrays() {
   std::vector<double> mine, slab;
   const int n = slab_planes(static_cast<long long>(imax + 1) * (jmax + 1));
   for (const auto& s : sol) {
-    if (const double* all = whole_planes(*s.a, imax, jmax, 0)) {
+    if (const double* all = whole_planes(*s.a, imax, jmax)) {
       orva::CG_ORVA_WRITE_SOL_REAL_PLANES_F(s.name, 0, kmax, all, ier);
       if (ier != 0) stop_write_error();
       continue;
