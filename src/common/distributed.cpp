@@ -576,6 +576,54 @@ void GATHERINTS(const std::vector<int>& mine, std::vector<int>& all) {
 #endif
 }
 
+void ALLGATHERBYTES(const std::vector<unsigned char>& mine, std::vector<unsigned char>& all) {
+  all = mine;
+#ifdef RIVERLES_MPI
+  if (!started || dist_size() < 2) return;
+  Clock clock(dist_times().gather, dist_times().gathers);
+  const int n = static_cast<int>(mine.size());
+  std::vector<int> counts(static_cast<std::size_t>(dist_size())), offsets(counts.size());
+  MPI_Allgather(&n, 1, MPI_INT, counts.data(), 1, MPI_INT, MPI_COMM_WORLD);
+  int total = 0;
+  for (std::size_t r = 0; r < counts.size(); ++r) {
+    offsets[r] = total;
+    total += counts[r];
+  }
+  all.assign(static_cast<std::size_t>(total), 0);
+  MPI_Allgatherv(mine.data(), n, MPI_UNSIGNED_CHAR, all.data(), counts.data(), offsets.data(), MPI_UNSIGNED_CHAR,
+                 MPI_COMM_WORLD);
+#endif
+}
+
+void SENDEACH(const std::vector<std::vector<double>>& to, std::vector<std::vector<double>>& from) {
+  const std::size_t np = static_cast<std::size_t>(dist_size());
+  from.assign(np, {});
+#ifdef RIVERLES_MPI
+  if (started && np > 1) {
+    Clock clock(dist_times().gather, dist_times().gathers);
+    std::vector<int> scount(np), sdisp(np), rcount(np), rdisp(np);
+    std::vector<double> sbuf;
+    for (std::size_t r = 0; r < np; ++r) {
+      sdisp[r] = static_cast<int>(sbuf.size());
+      scount[r] = static_cast<int>(to[r].size());
+      sbuf.insert(sbuf.end(), to[r].begin(), to[r].end());
+    }
+    MPI_Alltoall(scount.data(), 1, MPI_INT, rcount.data(), 1, MPI_INT, MPI_COMM_WORLD);
+    int total = 0;
+    for (std::size_t r = 0; r < np; ++r) {
+      rdisp[r] = total;
+      total += rcount[r];
+    }
+    std::vector<double> rbuf(static_cast<std::size_t>(total));
+    MPI_Alltoallv(sbuf.data(), scount.data(), sdisp.data(), MPI_DOUBLE, rbuf.data(), rcount.data(), rdisp.data(),
+                  MPI_DOUBLE, MPI_COMM_WORLD);
+    for (std::size_t r = 0; r < np; ++r) from[r].assign(rbuf.begin() + rdisp[r], rbuf.begin() + rdisp[r] + rcount[r]);
+    return;
+  }
+#endif
+  from[0] = to[0];
+}
+
 int owner_of(int i, int j) {
   const Ownership& o = ownership();
   if (!o.on) return 0;

@@ -3,8 +3,10 @@
 #include <cmath>
 #include <cstdint>
 #include <cstdlib>
+#include <vector>
 
 #include "driver/fields.hpp"
+#include "immersed/farsample.hpp"
 #include "immersed/immerse.hpp"
 #include "common/distributed.hpp"
 #include "common/parallel.hpp"
@@ -63,6 +65,15 @@ void strain_row(const StrainViews& a, int j, int k, int i0, int i1, double dx, d
   }
 }
 
+// nut at a forcing cell over several processes: stored once its image
+// point's sample is at hand.
+void visc_far(int i, int j, int k) {
+  far_begin_point();
+  double value = nut(i, j, k);
+  IMMERSEVISC(i, j, k, value);
+  if (!far_defer(3, i, j, k)) nut(i, j, k) = value;
+}
+
 }  // namespace
 
 void SMAGORINSKY() {
@@ -81,6 +92,11 @@ void SMAGORINSKY() {
   // layers of the faces its block touches; a periodic face across a cut
   // copies from the other end.
   const Ownership& o = ownership();
+  const bool far = far_on();
+  if (far) {
+    FARFLAGS();
+    far_new_call();
+  }
   const int ci0 = own_lo_i(1), ci1 = own_hi_i(imax), cj0 = own_lo_j(1), cj1 = own_hi_j(jmax);
   const int gi0 = own_lo_i(0), gi1 = own_hi_i(imax + 1), gj0 = own_lo_j(0), gj1 = own_hi_j(jmax + 1);
   const bool cutx = o.on && o.split_x, cuty = o.on && o.split_y;
@@ -118,8 +134,28 @@ void SMAGORINSKY() {
       for (int j = cj0; j <= cj1; ++j) {
         const int* F = flagc.row(j, k);
         for (int i = ci0; i <= ci1; ++i)
-          if (F[i] == 0) IMMERSEVISC(i, j, k, nut(i, j, k));
+          if (F[i] == 0) {
+            if (far)
+              visc_far(i, j, k);
+            else
+              IMMERSEVISC(i, j, k, nut(i, j, k));
+          }
       }
+    // Image points whose nut another process holds: their owners sample
+    // them, in rounds, before the ghost layers.
+    if (far) {
+#pragma omp barrier
+#pragma omp master
+      {
+        std::vector<FarPoint> again;
+        while (FARROUND(again)) {
+          far_repeat(true);
+          for (const FarPoint& p : again) visc_far(p.i, p.j, p.k);
+          far_repeat(false);
+        }
+      }
+#pragma omp barrier
+    }
 
     // Stage 3: ghost layers, x then y then z; each pass sees the ghosts of
     // the ones before, which fills edges and corners.

@@ -251,7 +251,14 @@ void FLAGDETER() {
   }
 }
 
+namespace {
+long classifications = 0;
+}  // namespace
+
+long classify_generation() { return classifications; }
+
 void CLASSIFY() {
+  ++classifications;
   const int I = imax, J = jmax, K = kmax;
   const double z0 = zmin, h = dz;
   const std::int64_t bsj = bed.sj();

@@ -10,6 +10,9 @@ void FLAGDETER();
 
 // The classification itself, whatever was classified before.
 void CLASSIFY();
+// How many classifications have run in this process: a table built from
+// the flags is current while the count is the one it was built at.
+long classify_generation();
 
 // Reuse of the classification: on, FLAGDETER classifies only when the bed,
 // the grid or a boundary word differs from its last classification (the

@@ -12,6 +12,7 @@
 #include "common/console.hpp"
 #include "common/distributed.hpp"
 #include "driver/fields.hpp"
+#include "immersed/farsample.hpp"
 #include "immersed/viscbed.hpp"
 #include "immersed/wallaw.hpp"
 
@@ -163,7 +164,7 @@ void BEDPATCHPOINT(double x1, double x2, double y1, double y2, double z1, double
   if (limit && change > 0.0001) {
     const std::string line = "Warning : The immersed boundary is not converged yet " + free_real(change);
     if (warning_sink) warning_sink->push_back(line);
-    say(line);
+    if (!far_repeating()) say(line);
     X = (x1 + x2) / 2.0;
     Y = (y1 + y2) / 2.0;
     Z = (b + e * Y) * X + a + c * Y;
@@ -334,7 +335,8 @@ template <typename Search>
 FootPoint kept(CachedFoot* e, Search search) {
   if (!e) return search();
   if (e->ready) {
-    for (const std::string& line : e->warnings) say(line);
+    if (!far_repeating())
+      for (const std::string& line : e->warnings) say(line);
     return e->f;
   }
   warning_sink = &e->warnings;

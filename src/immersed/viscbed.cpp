@@ -1,8 +1,10 @@
 #include "immersed/viscbed.hpp"
 
+#include <algorithm>
 #include <cmath>
 
 #include "driver/fields.hpp"
+#include "immersed/farsample.hpp"
 #include "immersed/wallaw.hpp"
 
 namespace rl {
@@ -14,17 +16,54 @@ inline double lin(double a, double b, double s, double s0, double s1, double h) 
   return a * ((s1 - s) / h) + b * ((s - s0) / h);
 }
 
-// All eight centres fluid; a centre outside flagc is unclean.
+// All eight centres fluid; a centre outside flagc is unclean.  Over
+// several processes the flags are those of the whole box.
 bool centres_clean(const CellOfPoint& c) {
   const int is[2] = {c.iq, c.iq + c.si}, js[2] = {c.jq, c.jq + c.sj}, ks[2] = {c.kq, c.kq + c.sk};
+  const bool far = far_on();
   for (int m = 0; m < 2; ++m)
     for (int l = 0; l < 2; ++l)
       for (int n = 0; n < 2; ++n) {
         const int i = is[n], j = js[l], k = ks[m];
-        if (i < 0 || i > imax + 1 || j < 0 || j > jmax + 1 || k < 0 || k > kmax + 1 || flagc(i, j, k) != 1)
-          return false;
+        if (i < 0 || i > imax + 1 || j < 0 || j > jmax + 1 || k < 0 || k > kmax + 1) return false;
+        if (far ? !far_fluid(kFluidC, i, j, k) : flagc(i, j, k) != 1) return false;
       }
   return true;
+}
+
+// The cloud of nut around q starts at (Ih - 2, Jh - 2).
+void cloud_start(double qx, double qy, int& i0, int& j0) {
+  i0 = cell_index((qx - xmin) / dx + 0.5) - 2;
+  j0 = cell_index((qy - ymin) / dy + 0.5) - 2;
+}
+
+// nut at q as the laws take it: from this process's arrays, or from the
+// owner of the image point where the centres lie beyond them.
+double nut_tri(const CellOfPoint& c, double qx, double qy, double qz) {
+  if (far_on()) {
+    const int i2 = c.iq + c.si, j2 = c.jq + c.sj;
+    if (std::min(c.iq, i2) < nut.lo(0) || std::max(c.iq, i2) > nut.hi(0) || std::min(c.jq, j2) < nut.lo(1) ||
+        std::max(c.jq, j2) > nut.hi(1)) {
+      double out[3];
+      far_sample({kFarNutTri, c.iq, c.jq, c.kq, c.si, c.sj, c.sk, qx, qy, qz}, out);
+      return out[0];
+    }
+  }
+  return nut_tri_here(c, qx, qy, qz);
+}
+
+double nut_cloud(double qx, double qy, double qz) {
+  if (far_on()) {
+    int i0, j0;
+    cloud_start(qx, qy, i0, j0);
+    if (!cloud_held_here(nut, i0, j0, 0, imax + 1, 0, jmax + 1)) {
+      const CellOfPoint c = locate_point(qx, qy, qz);
+      double out[3];
+      far_sample({kFarNutCloud, c.iq, c.jq, c.kq, c.si, c.sj, c.sk, qx, qy, qz}, out);
+      return out[0];
+    }
+  }
+  return nut_cloud_here(qx, qy, qz);
 }
 
 }  // namespace
@@ -47,18 +86,7 @@ void VISCTRI(double px, double py, double pz, double fx, double fy, double fz, d
     return;
   }
 
-  // Along x, then y, then z, with the signed spacings.
-  const int i2 = c.iq + c.si, j2 = c.jq + c.sj, k2 = c.kq + c.sk;
-  const double hx = c.si * dx, hy = c.sj * dy, hz = c.sk * dz;
-  const double x2 = c.xc + hx, y2 = c.yc + hy, z2 = c.zc + hz;
-  const double a11 = lin(nut(c.iq, c.jq, c.kq), nut(i2, c.jq, c.kq), qx, c.xc, x2, hx);
-  const double a21 = lin(nut(c.iq, j2, c.kq), nut(i2, j2, c.kq), qx, c.xc, x2, hx);
-  const double a12 = lin(nut(c.iq, c.jq, k2), nut(i2, c.jq, k2), qx, c.xc, x2, hx);
-  const double a22 = lin(nut(c.iq, j2, k2), nut(i2, j2, k2), qx, c.xc, x2, hx);
-  const double b1 = lin(a11, a21, qy, c.yc, y2, hy);
-  const double b2 = lin(a12, a22, qy, c.yc, y2, hy);
-  const double N = lin(b1, b2, qz, c.zc, z2, hz);
-
+  const double N = nut_tri(c, qx, qy, qz);
   const double off = std::sqrt(ddx * ddx + ddy * ddy + ddz * ddz);
   result = N * dist / (dist + off);
 }
@@ -71,13 +99,31 @@ void VISCIDW(double px, double py, double pz, double fx, double fy, double fz, d
     return;
   }
   const double qx = px + ddx, qy = py + ddy, qz = pz + ddz;
+  const double S = nut_cloud(qx, qy, qz);
+  const double ex = qx - px, ey = qy - py, ez = qz - pz;
+  result = S * dist / (dist + std::sqrt(ex * ex + ey * ey + ez * ez));
+}
+
+double nut_tri_here(const CellOfPoint& c, double qx, double qy, double qz) {
+  // Along x, then y, then z, with the signed spacings.
+  const int i2 = c.iq + c.si, j2 = c.jq + c.sj, k2 = c.kq + c.sk;
+  const double hx = c.si * dx, hy = c.sj * dy, hz = c.sk * dz;
+  const double x2 = c.xc + hx, y2 = c.yc + hy, z2 = c.zc + hz;
+  const double a11 = lin(nut(c.iq, c.jq, c.kq), nut(i2, c.jq, c.kq), qx, c.xc, x2, hx);
+  const double a21 = lin(nut(c.iq, j2, c.kq), nut(i2, j2, c.kq), qx, c.xc, x2, hx);
+  const double a12 = lin(nut(c.iq, c.jq, k2), nut(i2, c.jq, k2), qx, c.xc, x2, hx);
+  const double a22 = lin(nut(c.iq, j2, k2), nut(i2, j2, k2), qx, c.xc, x2, hx);
+  const double b1 = lin(a11, a21, qy, c.yc, y2, hy);
+  const double b2 = lin(a12, a22, qy, c.yc, y2, hy);
+  return lin(b1, b2, qz, c.zc, z2, hz);
+}
+
+double nut_cloud_here(double qx, double qy, double qz) {
   const int Ih = cell_index((qx - xmin) / dx + 0.5);
   const int Jh = cell_index((qy - ymin) / dy + 0.5);
   const int Kh = cell_index((qz - zmin) / dz + 0.5);
-  const double S = idw_sample(nut, flagc, Ih - 2, Jh - 2, Kh - 2, 0, imax + 1, 0, jmax + 1, 0, kmax + 1, 0.5, 0.5,
-                              0.5, qx, qy, qz);
-  const double ex = qx - px, ey = qy - py, ez = qz - pz;
-  result = S * dist / (dist + std::sqrt(ex * ex + ey * ey + ez * ez));
+  return idw_sample(nut, flagc, Ih - 2, Jh - 2, Kh - 2, 0, imax + 1, 0, jmax + 1, 0, kmax + 1, 0.5, 0.5, 0.5, qx, qy,
+                    qz);
 }
 
 }  // namespace rl

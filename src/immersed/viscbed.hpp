@@ -7,6 +7,8 @@
 // bed.  They read nut and flagc only at fluid centres.
 #pragma once
 
+#include "immersed/wallaw.hpp"
+
 namespace rl {
 
 // Trilinear sample from the eight cell centres around q; q marches outward
@@ -15,5 +17,10 @@ void VISCTRI(double px, double py, double pz, double fx, double fy, double fz, d
 
 // Inverse-distance sample from the fluid centres of a 6x6x6 cloud around q.
 void VISCIDW(double px, double py, double pz, double fx, double fy, double fz, double& result);
+
+// The samples of nut at q from this process's own arrays: trilinear from the
+// eight centres of cell c, or by inverse distance from the cloud around q.
+double nut_tri_here(const CellOfPoint& c, double qx, double qy, double qz);
+double nut_cloud_here(double qx, double qy, double qz);
 
 }  // namespace rl

@@ -8,6 +8,7 @@
 #include <tuple>
 
 #include "driver/fields.hpp"
+#include "immersed/farsample.hpp"
 
 namespace rl {
 
@@ -33,10 +34,21 @@ bool fluid_at(const Array3<int>& f, int i, int j, int k) {
          f(i, j, k) == 1;
 }
 
+// Over several processes the flags are those of the whole box, so that a
+// march takes the same steps whichever process runs it.
 bool stencil_clean(const CellOfPoint& c) {
   const int ia[2] = {c.iq - 1, c.iq}, ib[2] = {c.iq, c.iq + c.si};
   const int ja[2] = {c.jq - 1, c.jq}, jb[2] = {c.jq, c.jq + c.sj};
   const int ka[2] = {c.kq - 1, c.kq}, kb[2] = {c.kq, c.kq + c.sk};
+  if (far_on()) {
+    for (int m = 0; m < 2; ++m)
+      for (int l = 0; l < 2; ++l)
+        for (int n = 0; n < 2; ++n)
+          if (!far_fluid(kFluidU, ia[n], jb[l], kb[m]) || !far_fluid(kFluidV, ib[n], ja[l], kb[m]) ||
+              !far_fluid(kFluidW, ib[n], jb[l], ka[m]))
+            return false;
+    return true;
+  }
   for (int m = 0; m < 2; ++m)
     for (int l = 0; l < 2; ++l)
       for (int n = 0; n < 2; ++n) {
@@ -47,10 +59,35 @@ bool stencil_clean(const CellOfPoint& c) {
   return true;
 }
 
+// Whether this process's array holds columns i0..i1 (of any two given in
+// either order) and rows j0..j1.
+inline bool holds_columns(const Array3<double>& f, int ia, int ib, int ja, int jb) {
+  return std::min(ia, ib) >= f.lo(0) && std::max(ia, ib) <= f.hi(0) && std::min(ja, jb) >= f.lo(1) &&
+         std::max(ja, jb) <= f.hi(1);
+}
+
+// Whether this process holds the whole trilinear stencil of cell c.
+bool tri_held(const CellOfPoint& c) {
+  return holds_columns(u, c.iq - 1, c.iq, c.jq, c.jq + c.sj) && holds_columns(v, c.iq, c.iq + c.si, c.jq - 1, c.jq) &&
+         holds_columns(w, c.iq, c.iq + c.si, c.jq, c.jq + c.sj);
+}
+
+// Whether this process holds every position of a cloud from i0, j0 (six
+// wide) that lies within the limits ilo..ihi, jlo..jhi.
+bool cloud_held(const Array3<double>& f, int i0, int j0, int ilo, int ihi, int jlo, int jhi) {
+  const int a = std::max(i0, ilo), b = std::min(i0 + 5, ihi), c = std::max(j0, jlo), d = std::min(j0 + 5, jhi);
+  return a > b || c > d || (a >= f.lo(0) && b <= f.hi(0) && c >= f.lo(1) && d <= f.hi(1));
+}
+
+// A sample that another process computes: the image point's cell, from q.
+FarRequest far_request(int kind, const CellOfPoint& c, double qx, double qy, double qz) {
+  return {kind, c.iq, c.jq, c.kq, c.si, c.sj, c.sk, qx, qy, qz};
+}
+
 // Trilinear sample of (u,v,w) at q from its stencil.  u is interpolated along
 // x, then y, then z; v along y, x, z; w along z, x, y.  Along a component's
 // own direction its two positions lie half a cell either side of the centre.
-void sample_trilinear(const CellOfPoint& c, double qx, double qy, double qz, double& ux, double& uy, double& uz) {
+void trilinear_here(const CellOfPoint& c, double qx, double qy, double qz, double& ux, double& uy, double& uz) {
   const int iq = c.iq, jq = c.jq, kq = c.kq;
   const int i2 = iq + c.si, j2 = jq + c.sj, k2 = kq + c.sk;
   const double hx = c.si * dx, hy = c.sj * dy, hz = c.sk * dz;
@@ -89,13 +126,45 @@ void sample_trilinear(const CellOfPoint& c, double qx, double qy, double qz, dou
 
 // Inverse-distance sample of the three components at q, each from its own
 // cloud of six positions per direction around q.
-void sample_cloud(double qx, double qy, double qz, double& ux, double& uy, double& uz) {
+void cloud_here(double qx, double qy, double qz, double& ux, double& uy, double& uz) {
   const double ox = (qx - xmin) / dx, oy = (qy - ymin) / dy, oz = (qz - zmin) / dz;
   const int I = cell_index(ox), J = cell_index(oy), K = cell_index(oz);
   const int Ih = cell_index(ox + 0.5), Jh = cell_index(oy + 0.5), Kh = cell_index(oz + 0.5);
   ux = idw_sample(u, flagu, I - 2, Jh - 2, Kh - 2, 0, imax, 0, jmax + 1, 0, kmax + 1, 0.0, 0.5, 0.5, qx, qy, qz);
   uy = idw_sample(v, flagv, Ih - 2, J - 2, Kh - 2, 0, imax + 1, 0, jmax, 0, kmax + 1, 0.5, 0.0, 0.5, qx, qy, qz);
   uz = idw_sample(w, flagw, Ih - 2, Jh - 2, K - 2, 0, imax + 1, 0, jmax + 1, 0, kmax, 0.5, 0.5, 0.0, qx, qy, qz);
+}
+
+// The samples as the wall laws take them: from this process's arrays, or,
+// over several processes where the stencil or cloud reaches beyond them,
+// from the process that owns the image point.
+void sample_trilinear(const CellOfPoint& c, double qx, double qy, double qz, double& ux, double& uy, double& uz) {
+  if (far_on() && !tri_held(c)) {
+    double out[3];
+    far_sample(far_request(kFarTri, c, qx, qy, qz), out);
+    ux = out[0];
+    uy = out[1];
+    uz = out[2];
+    return;
+  }
+  trilinear_here(c, qx, qy, qz, ux, uy, uz);
+}
+
+void sample_cloud(double qx, double qy, double qz, double& ux, double& uy, double& uz) {
+  if (far_on()) {
+    const double ox = (qx - xmin) / dx, oy = (qy - ymin) / dy;
+    const int I = cell_index(ox), J = cell_index(oy), Ih = cell_index(ox + 0.5), Jh = cell_index(oy + 0.5);
+    if (!cloud_held(u, I - 2, Jh - 2, 0, imax, 0, jmax + 1) || !cloud_held(v, Ih - 2, J - 2, 0, imax + 1, 0, jmax) ||
+        !cloud_held(w, Ih - 2, Jh - 2, 0, imax + 1, 0, jmax + 1)) {
+      double out[3];
+      far_sample(far_request(kFarCloud, locate_point(qx, qy, qz), qx, qy, qz), out);
+      ux = out[0];
+      uy = out[1];
+      uz = out[2];
+      return;
+    }
+  }
+  cloud_here(qx, qy, qz, ux, uy, uz);
 }
 
 // Tangential part of U against the unit normal n: T = U - (n.U) n, Ut = |T|.
@@ -360,6 +429,16 @@ void wall_cloud(bool smooth, double px, double py, double pz, double fx, double 
 }
 
 }  // namespace
+
+void tri_sample_here(const CellOfPoint& c, double qx, double qy, double qz, double out[3]) {
+  trilinear_here(c, qx, qy, qz, out[0], out[1], out[2]);
+}
+
+void cloud_sample_here(double qx, double qy, double qz, double out[3]) { cloud_here(qx, qy, qz, out[0], out[1], out[2]); }
+
+bool cloud_held_here(const Array3<double>& f, int i0, int j0, int ilo, int ihi, int jlo, int jhi) {
+  return cloud_held(f, i0, j0, ilo, ihi, jlo, jhi);
+}
 
 void BEDPATCHNORMAL(double x1, double x2, double y1, double y2, double z1, double z2, double z3, double z4,
                     double x, double y, double& nx, double& ny, double& nz, double& a, double& b, double& c,

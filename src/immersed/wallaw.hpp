@@ -105,6 +105,16 @@ TriGeometry tri_geometry(double px, double py, double pz, double fx, double fy, 
 void tri_apply(bool smooth, const TriGeometry& g, double& upx, double& upy, double& upz, double& grad,
                double& ustar, double& tx, double& ty, double& tz);
 
+// The samples of the velocities at q from this process's own arrays: the
+// trilinear one from the stencil of cell c, the inverse-distance one from the
+// clouds; out holds the three components.  (What another process asks of the
+// owner of an image point.)
+void tri_sample_here(const CellOfPoint& c, double qx, double qy, double qz, double out[3]);
+void cloud_sample_here(double qx, double qy, double qz, double out[3]);
+// Whether this process holds every position of a cloud from i0, j0 (six
+// wide) of f that lies within the limits ilo..ihi, jlo..jhi.
+bool cloud_held_here(const Array3<double>& f, int i0, int j0, int ilo, int ihi, int jlo, int jhi);
+
 // Inverse-distance sample of `field` at q from the positions of the cloud
 // i0..i0+5, j0..j0+5, k0..k0+5 that lie within the index limits and whose
 // flag is exactly 1.  A position (i,j,k) lies at x = xmin + (i - hx)*dx etc.,
