@@ -3,6 +3,7 @@
 #include <cgnslib.h>
 #include <gtest/gtest.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <cmath>
@@ -122,6 +123,26 @@ RunResult run_solver(const std::string& dir, const std::vector<std::string>& arg
   return r;
 }
 
+RunResult run_then_cancel(const std::string& dir, int steps) {
+  std::filesystem::remove(dir + "/status");
+  const std::string cmd = "cd '" + dir + "' && (OMP_NUM_THREADS=1 '" RIVERLES_EXE
+                          "' case.cgn < /dev/null > console.log 2> errors.log; echo $? > status.part; "
+                          "mv status.part status) &";
+  RunResult r;
+  if (std::system(cmd.c_str()) != 0) return r;
+  for (int n = 0; n < 600 && count_lines_starting(slurp(dir + "/console.log"), "Step Number") < steps &&
+                  !std::filesystem::exists(dir + "/status");
+       ++n)
+    ::usleep(20000);
+  std::ofstream(dir + "/case.cgn.cancel") << "stop\n";
+  for (int n = 0; n < 1500 && !std::filesystem::exists(dir + "/status"); ++n) ::usleep(20000);
+  const std::string status = slurp(dir + "/status");
+  r.status = status.empty() ? -1 : std::stoi(status);
+  r.out = slurp(dir + "/console.log");
+  r.err = slurp(dir + "/errors.log");
+  return r;
+}
+
 std::string run_file_in_process(const std::string& casefile, int* status) {
   std::string arg0 = "riverles", arg1 = casefile;
   char* argv[] = {arg0.data(), arg1.data(), nullptr};
@@ -217,6 +238,30 @@ int readable_results(const std::string& casefile) {
       ok = ok && cg_field_read(fn, 1, 1, sol, f, CGNS_ENUMV(RealDouble), lo, hi, a.data()) == CG_OK;
   cg_close(fn);
   return ok ? n : -1;
+}
+
+}  // namespace rltest
+
+namespace rltest {
+
+std::vector<double> grid_heights(const std::string& casefile, long* nodes) {
+  std::vector<double> z;
+  if (nodes) *nodes = 0;
+  int fn = 0;
+  if (cg_open(casefile.c_str(), CG_MODE_READ, &fn) != CG_OK) return z;
+  char name[33];
+  cgsize_t size[9];
+  int nzones = 0;
+  if (cg_nzones(fn, 1, &nzones) == CG_OK && nzones == 1 && cg_zone_read(fn, 1, 1, name, size) == CG_OK) {
+    const cgsize_t lo[3] = {1, 1, 1}, hi[3] = {size[0], size[1], size[2]};
+    z.resize(static_cast<std::size_t>(size[0] * size[1] * size[2]));
+    if (cg_coord_read(fn, 1, 1, "CoordinateZ", CGNS_ENUMV(RealDouble), lo, hi, z.data()) != CG_OK)
+      z.clear();
+    else if (nodes)
+      *nodes = static_cast<long>(size[0] * size[1] * size[2]);
+  }
+  cg_close(fn);
+  return z;
 }
 
 }  // namespace rltest

@@ -39,6 +39,11 @@ struct RunResult {
 // input from /dev/null (console.log and errors.log are left there) and OMP_NUM_THREADS as given.
 RunResult run_solver(const std::string& dir, const std::vector<std::string>& args, int threads = 1);
 
+// Runs riverles on dir/case.cgn as run_solver does, but in the background:
+// once its console shows `steps` status blocks the host's cancel request
+// (case.cgn.cancel) is made, and the run is waited for.
+RunResult run_then_cancel(const std::string& dir, int steps);
+
 // Runs the solver inside this process on a case file; the field store keeps
 // the final state for the test to look at.  Returns the console output.
 std::string run_file_in_process(const std::string& casefile, int* status = nullptr);
@@ -60,5 +65,10 @@ int stored_results(const std::string& casefile);
 // it and read every declared result's arrays; -1 if a declared result does
 // not read back, -2 if the library cannot open the file.
 int readable_results(const std::string& casefile);
+
+// The z coordinates of the 3-D grid of the case's results zone, read with
+// the CGNS library (empty when there is no zone or it does not read), and
+// the zone's node count.
+std::vector<double> grid_heights(const std::string& casefile, long* nodes = nullptr);
 
 }  // namespace rltest

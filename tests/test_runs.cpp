@@ -143,19 +143,45 @@ TEST(Runs, CancelEndsTheRunAfterThatPassOutputs) {
   s.set("timetypeItm", 2).set("endtimeItm", 1.0).set("OTimeItm", 0.25);
   const std::string dir = rltest::temp_dir("cancel");
   s.write(dir + "/case.cgn");
-  std::ofstream(dir + "/case.cgn.cancel") << "stop\n";
-  auto r = run_solver(dir, {"case.cgn"});
+  auto r = rltest::run_then_cancel(dir, 1);
   EXPECT_EQ(r.status, 0);
-  EXPECT_EQ(count_lines_starting(r.out, "Step Number"), 1);
+  EXPECT_GE(count_lines_starting(r.out, "Step Number"), 1);
   EXPECT_NE(r.out.find("Time Step          = 0\n"), std::string::npos);
   EXPECT_EQ(stored_results(dir + "/case.cgn"), 1);
 
-  // The pass that sees the cancel still writes the outputs due in it.
-  s.set("timetypeItm", 1).set("timestepItm", 0.5).set("endtimeItm", 2.0).set("OTimeItm", 0.5);
+  // The pass that sees the cancel still writes the outputs due in it: a
+  // result every step, one more than the steps.
+  s.set("timetypeItm", 1).set("timestepItm", 0.5).set("endtimeItm", 1e6).set("OTimeItm", 0.5);
   s.write(dir + "/case.cgn");
-  r = run_solver(dir, {"case.cgn"});
-  EXPECT_EQ(count_lines_starting(r.out, "Step Number"), 1);
-  EXPECT_EQ(stored_results(dir + "/case.cgn"), 2);
+  r = rltest::run_then_cancel(dir, 2);
+  EXPECT_EQ(r.status, 0);
+  const int steps = count_lines_starting(r.out, "Step Number");
+  EXPECT_GE(steps, 2);
+  EXPECT_EQ(stored_results(dir + "/case.cgn"), steps + 1);
+}
+
+// A run that stops in its start-up after the 3-D grid was written (here a
+// saved state that does not read) leaves the case with the results zone and
+// its whole grid, and no result.
+TEST(Runs, StopBeforeTheFirstResultLeavesTheGrid) {
+  CaseSpec s;
+  s.set("HotstartItm", 1).set("StartfileItm", std::string("short.dat")).set("zminItm", -0.5).set("zmaxItm", 0.5);
+  const std::string dir = rltest::temp_dir("stop-grid");
+  s.write(dir + "/case.cgn");
+  std::ofstream(dir + "/short.dat") << "3 0.25\n";
+  const auto r = run_solver(dir, {"case.cgn"});
+  EXPECT_EQ(r.status, 1);
+  EXPECT_EQ(last_line(r.out), "ERROR : Failed to read the saved results ...");
+  long nodes = 0;
+  const std::vector<double> z = rltest::grid_heights(dir + "/case.cgn", &nodes);
+  const int nk = 1 + (1 << s.keys.at("kmaxItm").ivalue);
+  ASSERT_EQ(nodes, 1L * s.ni * s.nj * nk);
+  // Flat layers from zmin to zmax, k slowest.
+  const long plane = 1L * s.ni * s.nj;
+  EXPECT_DOUBLE_EQ(z.front(), -0.5);
+  EXPECT_DOUBLE_EQ(z[static_cast<std::size_t>(plane)], -0.5 + 1.0 / (nk - 1));
+  EXPECT_DOUBLE_EQ(z.back(), 0.5);
+  EXPECT_EQ(stored_results(dir + "/case.cgn"), 0);
 }
 
 TEST(Runs, RerunReplacesResultsWithoutGrowingTheFile) {

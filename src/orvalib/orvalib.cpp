@@ -813,8 +813,9 @@ void CG_ORVA_END_GRIDCOORD3D_F(int& ier) {
   if (!closed) return;
   const std::string file = side_file(kGridFile);
   Durability::get().push([file] { return sync_path(file); }, false);
-  // The zone, linking it, in the next version of the case: it becomes the
-  // case with the first result.
+  // The zone, linking it, made part of the case at once: a run that stops
+  // before its first result (a saved state that cannot be read, a solver
+  // key missing) leaves a case that shows the grid it wrote.
   if (begin_edit()) return;
   double rb, zone;
   if (node("/ResultBase", rb)) return;
@@ -823,6 +824,7 @@ void CG_ORVA_END_GRIDCOORD3D_F(int& ier) {
   if (put(st.cgio, rb, "Zone1", "Zone_t", "I4", 2, zdims, size, &zone)) return;
   if (put_string(zone, "ZoneType", "ZoneType_t", "Structured")) return;
   if (put_link(zone, "GridCoordinates", kGridFile, "GridCoordinates")) return;
+  if (commit()) return;
   st.ni3 = st.grid_ni;
   st.nj3 = st.grid_nj;
   st.nk3 = st.grid_nk;

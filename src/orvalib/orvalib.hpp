@@ -52,7 +52,8 @@ void CG_ORVA_READ_REAL_F(const std::string& key, double& value, int& ier);
 // The value comes back blank padded to 200 characters.
 void CG_ORVA_READ_STRING_F(const std::string& key, std::string& value, int& ier);
 
-// Stores the 3-D node grid on which results lie (arrays i fastest).
+// Stores the 3-D node grid on which results lie (arrays i fastest); the case
+// shows the zone and its grid from then on, before any result.
 void CG_ORVA_WRITEGRIDCOORD3D_F(int isize, int jsize, int ksize, const double* x, const double* y,
                                 const double* z, int& ier);
 
