@@ -160,6 +160,24 @@ TEST(Runs, CancelEndsTheRunAfterThatPassOutputs) {
   EXPECT_EQ(stored_results(dir + "/case.cgn"), steps + 1);
 }
 
+// A cancel request left beside the case by an earlier run is not this run's:
+// it is removed with a note, and the run goes to its end with every result
+// (it ended the run after its first step, replacing the case's results).
+TEST(Runs, StaleCancelRequestIsRemovedAndTheRunGoesOn) {
+  CaseSpec s;
+  s.set("timestepItm", 0.0625).set("OTimeItm", 0.125).set("endtimeItm", 0.5);
+  const std::string dir = rltest::temp_dir("stale-cancel");
+  s.write(dir + "/case.cgn");
+  std::ofstream(dir + "/case.cgn.cancel") << "stop\n";
+  const auto r = run_solver(dir, {"case.cgn"});
+  EXPECT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(count_lines_starting(r.out, "Step Number"), 8);
+  EXPECT_EQ(stored_results(dir + "/case.cgn"), 5);
+  EXPECT_FALSE(std::filesystem::exists(dir + "/case.cgn.cancel"));
+  EXPECT_NE(r.err.find("removed case.cgn.cancel, a cancel request left from an earlier run"), std::string::npos)
+      << r.err;
+}
+
 // A run that stops in its start-up after the 3-D grid was written (here a
 // saved state that does not read) leaves the case with the results zone and
 // its whole grid, and no result.

@@ -535,6 +535,18 @@ int CLAIM_CASE(const std::string& path_, std::string& message) {
   // compaction of the case itself, which is complete when the case is gone
   // (a kill between the removal of the case and the renaming of the copy).
   std::filesystem::remove(path + ".lock", ec);
+  // A cancel request asks a run at work to stop; one present before this run
+  // starts was left from an earlier run (the host asks this run only once it
+  // runs) and would end this one after its first step, replacing the case's
+  // results with that step's.
+  const std::string cancel = path + ".cancel";
+  if (std::filesystem::exists(cancel, ec)) {
+    std::filesystem::remove(cancel, ec);
+    std::fprintf(stderr,
+                 "riverles: removed %s, a cancel request left from an earlier run; this run goes on (create the "
+                 "file again to stop it)\n",
+                 cancel.c_str());
+  }
   std::filesystem::remove(path + ".next", ec);
   std::filesystem::remove(path + ".next.temp", ec);
   if (std::filesystem::exists(temp, ec)) {

@@ -86,7 +86,8 @@ bool HAS_KEY(const std::string& key);
 
 // Takes the run lock of the case (an flock on "<case>.run", released by the
 // system when the process ends) and clears what earlier runs left: a stale
-// "<case>.lock", a "<case>.next" never made the case, and "<case>.temp" of
+// "<case>.lock", a "<case>.cancel" (with a note on standard error), a
+// "<case>.next" never made the case, and "<case>.temp" of
 // an interrupted compaction (removed, or
 // renamed to the case if the case itself is gone).  Returns 1 with a message
 // when another run holds the case; 0 otherwise (also when neither the case
