@@ -5,6 +5,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <csignal>
+
 #include <atomic>
 #include <cmath>
 #include <filesystem>
@@ -123,19 +125,27 @@ RunResult run_solver(const std::string& dir, const std::vector<std::string>& arg
   return r;
 }
 
-RunResult run_then_cancel(const std::string& dir, int steps) {
+RunResult run_then_cancel(const std::string& dir, const std::string& sign) {
   std::filesystem::remove(dir + "/status");
+  std::filesystem::remove(dir + "/pid");
   const std::string cmd = "cd '" + dir + "' && (OMP_NUM_THREADS=1 '" RIVERLES_EXE
-                          "' case.cgn < /dev/null > console.log 2> errors.log; echo $? > status.part; "
-                          "mv status.part status) &";
+                          "' case.cgn < /dev/null > console.log 2> errors.log & echo $! > pid; wait $!; "
+                          "echo $? > status.part; mv status.part status) &";
   RunResult r;
   if (std::system(cmd.c_str()) != 0) return r;
-  for (int n = 0; n < 600 && count_lines_starting(slurp(dir + "/console.log"), "Step Number") < steps &&
-                  !std::filesystem::exists(dir + "/status");
-       ++n)
-    ::usleep(20000);
+  // The request comes only once the run is at work (one made before would
+  // be stale and removed); a checked build starts slowly, and the console,
+  // a file, is written in blocks: the sign is a file the run writes.
+  const auto done = [&] { return std::filesystem::exists(dir + "/status"); };
+  for (int n = 0; n < 6000 && !std::filesystem::exists(dir + "/" + sign) && !done(); ++n) ::usleep(20000);
   std::ofstream(dir + "/case.cgn.cancel") << "stop\n";
-  for (int n = 0; n < 1500 && !std::filesystem::exists(dir + "/status"); ++n) ::usleep(20000);
+  for (int n = 0; n < 6000 && !done(); ++n) ::usleep(20000);
+  if (!done()) {
+    // A run that did not stop is not left behind.
+    const std::string pid = slurp(dir + "/pid");
+    if (!pid.empty()) ::kill(std::stoi(pid), SIGKILL);
+    return r;
+  }
   const std::string status = slurp(dir + "/status");
   r.status = status.empty() ? -1 : std::stoi(status);
   r.out = slurp(dir + "/console.log");

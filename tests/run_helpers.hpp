@@ -40,9 +40,10 @@ struct RunResult {
 RunResult run_solver(const std::string& dir, const std::vector<std::string>& args, int threads = 1);
 
 // Runs riverles on dir/case.cgn as run_solver does, but in the background:
-// once its console shows `steps` status blocks the host's cancel request
-// (case.cgn.cancel) is made, and the run is waited for.
-RunResult run_then_cancel(const std::string& dir, int steps);
+// once the run has written the file `sign` (relative to dir) the host's
+// cancel request (case.cgn.cancel) is made, and the run is waited for (and
+// killed if it does not end).
+RunResult run_then_cancel(const std::string& dir, const std::string& sign);
 
 // Runs the solver inside this process on a case file; the field store keeps
 // the final state for the test to look at.  Returns the console output.

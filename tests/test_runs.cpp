@@ -143,7 +143,7 @@ TEST(Runs, CancelEndsTheRunAfterThatPassOutputs) {
   s.set("timetypeItm", 2).set("endtimeItm", 1.0).set("OTimeItm", 0.25);
   const std::string dir = rltest::temp_dir("cancel");
   s.write(dir + "/case.cgn");
-  auto r = rltest::run_then_cancel(dir, 1);
+  auto r = rltest::run_then_cancel(dir, "case.cgn.results/Grid.cgns");
   EXPECT_EQ(r.status, 0);
   EXPECT_GE(count_lines_starting(r.out, "Step Number"), 1);
   EXPECT_NE(r.out.find("Time Step          = 0\n"), std::string::npos);
@@ -153,7 +153,7 @@ TEST(Runs, CancelEndsTheRunAfterThatPassOutputs) {
   // result every step, one more than the steps.
   s.set("timetypeItm", 1).set("timestepItm", 0.5).set("endtimeItm", 1e6).set("OTimeItm", 0.5);
   s.write(dir + "/case.cgn");
-  r = rltest::run_then_cancel(dir, 2);
+  r = rltest::run_then_cancel(dir, "case.cgn.results/FlowSolution3.cgns");
   EXPECT_EQ(r.status, 0);
   const int steps = count_lines_starting(r.out, "Step Number");
   EXPECT_GE(steps, 2);
