@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <limits>
+#include <type_traits>
 
 namespace rl {
 
@@ -49,6 +50,17 @@ struct Clock {
     return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
   }
 };
+
+// The offsets of consecutive parts of the given counts; returns their total.
+[[maybe_unused]] int offsets_of(const std::vector<int>& counts, std::vector<int>& offsets) {
+  offsets.assign(counts.size(), 0);
+  int total = 0;
+  for (std::size_t r = 0; r < counts.size(); ++r) {
+    offsets[r] = total;
+    total += counts[r];
+  }
+  return total;
+}
 
 // Equal contiguous shares of 1..n among m blocks, the first n % m one more.
 void shares(int n, int m, std::vector<int>& lo, std::vector<int>& hi) {
@@ -558,41 +570,40 @@ void dist_allgather(const double* mine, int n, std::vector<double>& all) {
 #endif
 }
 
-void GATHERINTS(const std::vector<int>& mine, std::vector<int>& all) {
+namespace {
+
+// Every process's values, one after the other in rank order, on the first
+// process or (everyone) on all; with one process, its own.
+template <typename T>
+void gather_parts(const std::vector<T>& mine, std::vector<T>& all, bool everyone) {
   all = mine;
 #ifdef RIVERLES_MPI
   if (!started || dist_size() < 2) return;
   Clock clock(dist_times().gather, dist_times().gathers);
+  const MPI_Datatype type = std::is_same_v<T, int> ? MPI_INT : MPI_UNSIGNED_CHAR;
   const int n = static_cast<int>(mine.size());
-  std::vector<int> counts(static_cast<std::size_t>(dist_size())), offsets(counts.size());
-  MPI_Gather(&n, 1, MPI_INT, counts.data(), 1, MPI_INT, 0, MPI_COMM_WORLD);
-  int total = 0;
-  for (std::size_t r = 0; r < counts.size(); ++r) {
-    offsets[r] = total;
-    total += counts[r];
-  }
-  all.assign(dist_rank() == 0 ? static_cast<std::size_t>(total) : 0, 0);
-  MPI_Gatherv(mine.data(), n, MPI_INT, all.data(), counts.data(), offsets.data(), MPI_INT, 0, MPI_COMM_WORLD);
+  std::vector<int> counts(static_cast<std::size_t>(dist_size())), offsets;
+  if (everyone)
+    MPI_Allgather(&n, 1, MPI_INT, counts.data(), 1, MPI_INT, MPI_COMM_WORLD);
+  else
+    MPI_Gather(&n, 1, MPI_INT, counts.data(), 1, MPI_INT, 0, MPI_COMM_WORLD);
+  const int total = offsets_of(counts, offsets);
+  all.assign(everyone || dist_rank() == 0 ? static_cast<std::size_t>(total) : 0, T{});
+  if (everyone)
+    MPI_Allgatherv(mine.data(), n, type, all.data(), counts.data(), offsets.data(), type, MPI_COMM_WORLD);
+  else
+    MPI_Gatherv(mine.data(), n, type, all.data(), counts.data(), offsets.data(), type, 0, MPI_COMM_WORLD);
+#else
+  (void)everyone;
 #endif
 }
 
+}  // namespace
+
+void GATHERINTS(const std::vector<int>& mine, std::vector<int>& all) { gather_parts(mine, all, false); }
+
 void ALLGATHERBYTES(const std::vector<unsigned char>& mine, std::vector<unsigned char>& all) {
-  all = mine;
-#ifdef RIVERLES_MPI
-  if (!started || dist_size() < 2) return;
-  Clock clock(dist_times().gather, dist_times().gathers);
-  const int n = static_cast<int>(mine.size());
-  std::vector<int> counts(static_cast<std::size_t>(dist_size())), offsets(counts.size());
-  MPI_Allgather(&n, 1, MPI_INT, counts.data(), 1, MPI_INT, MPI_COMM_WORLD);
-  int total = 0;
-  for (std::size_t r = 0; r < counts.size(); ++r) {
-    offsets[r] = total;
-    total += counts[r];
-  }
-  all.assign(static_cast<std::size_t>(total), 0);
-  MPI_Allgatherv(mine.data(), n, MPI_UNSIGNED_CHAR, all.data(), counts.data(), offsets.data(), MPI_UNSIGNED_CHAR,
-                 MPI_COMM_WORLD);
-#endif
+  gather_parts(mine, all, true);
 }
 
 void SENDEACH(const std::vector<std::vector<double>>& to, std::vector<std::vector<double>>& from) {
@@ -601,7 +612,7 @@ void SENDEACH(const std::vector<std::vector<double>>& to, std::vector<std::vecto
 #ifdef RIVERLES_MPI
   if (started && np > 1) {
     Clock clock(dist_times().gather, dist_times().gathers);
-    std::vector<int> scount(np), sdisp(np), rcount(np), rdisp(np);
+    std::vector<int> scount(np), sdisp(np), rcount(np), rdisp;
     std::vector<double> sbuf;
     for (std::size_t r = 0; r < np; ++r) {
       sdisp[r] = static_cast<int>(sbuf.size());
@@ -609,11 +620,7 @@ void SENDEACH(const std::vector<std::vector<double>>& to, std::vector<std::vecto
       sbuf.insert(sbuf.end(), to[r].begin(), to[r].end());
     }
     MPI_Alltoall(scount.data(), 1, MPI_INT, rcount.data(), 1, MPI_INT, MPI_COMM_WORLD);
-    int total = 0;
-    for (std::size_t r = 0; r < np; ++r) {
-      rdisp[r] = total;
-      total += rcount[r];
-    }
+    const int total = offsets_of(rcount, rdisp);
     std::vector<double> rbuf(static_cast<std::size_t>(total));
     MPI_Alltoallv(sbuf.data(), scount.data(), sdisp.data(), MPI_DOUBLE, rbuf.data(), rcount.data(), rdisp.data(),
                   MPI_DOUBLE, MPI_COMM_WORLD);
