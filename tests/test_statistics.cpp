@@ -1,5 +1,5 @@
-// Time-averaged statistics: the accumulators against two-pass averages of a
-// synthetic series, the friction velocity of a log-law flow, and (in
+// Time-averaged statistics: the accumulators against two-pass time-weighted
+// averages of a synthetic series with steps of varying length, the friction velocity of a log-law flow, and (in
 // test_restart.cpp) a restart that continues the averages exactly.
 #include <gtest/gtest.h>
 
@@ -28,22 +28,29 @@ rl::Array3<double>* field(int f) {
   return a[f];
 }
 
-// Two-pass mean and covariance over steps first..last of two sequences.
+// The time step of step t: it varies nineteen-fold, and it follows the
+// series (the same frequency), so that averages per step
+// and averages over time differ by far more than the tolerances below.
+double step_of(int t) { return 1e-3 * (1.0 + 0.9 * std::sin(0.37 * t + 1.0)); }
+
+// Two-pass time-weighted mean and covariance over steps first..last of two
+// sequences, each step weighted by its time step.
 struct Moments {
   long double mean_a = 0, mean_b = 0, cov = 0;
 };
 template <typename A, typename B>
 Moments moments(A a, B b, int first, int last) {
   Moments m;
-  const int n = last - first + 1;
+  long double time = 0;
   for (int t = first; t <= last; ++t) {
-    m.mean_a += a(t);
-    m.mean_b += b(t);
+    m.mean_a += step_of(t) * a(t);
+    m.mean_b += step_of(t) * b(t);
+    time += step_of(t);
   }
-  m.mean_a /= n;
-  m.mean_b /= n;
-  for (int t = first; t <= last; ++t) m.cov += (a(t) - m.mean_a) * (b(t) - m.mean_b);
-  m.cov /= n;
+  m.mean_a /= time;
+  m.mean_b /= time;
+  for (int t = first; t <= last; ++t) m.cov += step_of(t) * (a(t) - m.mean_a) * (b(t) - m.mean_b);
+  m.cov /= time;
   return m;
 }
 
@@ -57,17 +64,27 @@ TEST(Statistics, AccumulatorsMatchTwoPassAverages) {
   ASSERT_EQ(status, 0);
   ASSERT_EQ(rl::statistics_count(), 0);
 
+  // Steps of varying length; averaging from the end of step `start` on.
   const int N = 300, start = 101;
-  rl::statistics_reset(start);
+  double time = 0.0, from = 0.0, averaged = 0.0;
+  for (int t = 1; t <= N; ++t) {
+    time += step_of(t);
+    if (t == start) from = time;
+    if (t >= start) averaged += step_of(t);
+  }
+  rl::statistics_reset(from);
+  rl::simtime = 0.0;
   for (int t = 1; t <= N; ++t) {
     for (int f = 0; f < 5; ++f) {
       rl::Array3<double>& a = *field(f);
       for (std::int64_t n = 0; n < a.size(); ++n) a.data()[n] = series(f, n, t);
     }
-    rl::simtime = t;
+    rl::dt = step_of(t);
+    rl::simtime += rl::dt;
     rl::STATISTICS();
   }
   ASSERT_EQ(rl::statistics_count(), N - start + 1);
+  EXPECT_NEAR(rl::statistics_weight(), averaged, 1e-12 * averaged);
 
   const std::size_t nodes = static_cast<std::size_t>(rl::imax + 1) * (rl::jmax + 1) * (rl::kmax + 1);
   std::vector<double> got(nodes);

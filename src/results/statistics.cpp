@@ -29,7 +29,8 @@ struct Stats {
   bool on = false;
   double start = 0.0, interval = 0.0;
   long long count = 0;
-  double first = 0.0;  // time of the first sample
+  double first = 0.0;   // time of the first sample
+  double weight = 0.0;  // the time averaged over: the sum of the samples' time steps
   // Means at the fields' own positions.
   Array3<double> mu, mv, mw, mp, mn;
   // Sums of squared deviations of u, v, w at their faces.
@@ -70,10 +71,13 @@ std::vector<Array3<double>*> arrays3() {
 }
 std::vector<Array2<double>*> arrays2() { return {&S.ustar, &S.tau, &S.mustar, &S.mtau}; }
 
-inline void welford(double x, double& mean, double& m2, double r) {
+// A sample x of weight w (its time step) into a running mean and sum of
+// weighted squared deviations (West's form of Welford's update); r is w over
+// the weights so far, this one included.
+inline void welford(double x, double& mean, double& m2, double r, double w) {
   const double d = x - mean;
   mean += d * r;
-  m2 += d * (x - mean);
+  m2 += w * d * (x - mean);
 }
 
 // Node value (i, j, k) of an accumulator: the mean of the positions around
@@ -92,7 +96,7 @@ double node_value(const Array3<double>& a, At at, int i, int j, int k) {
 
 // The node values of an output over the nodes of box b (one plane k).
 void nodes_of(const Output& o, const Box& b, std::vector<double>& out) {
-  const double scale = o.deviations ? 1.0 / static_cast<double>(S.count) : 1.0;
+  const double scale = o.deviations ? 1.0 / S.weight : 1.0;
   out.resize(static_cast<std::size_t>(b.count()));
   std::size_t n = 0;
   for (int k = b.k0; k <= b.k1; ++k)
@@ -143,7 +147,10 @@ std::string restart_name_of(const std::string& startfile) {
   return (s.size() > 4 && s.ends_with(".dat") ? s.substr(0, s.size() - 4) : s) + ".stats";
 }
 
-constexpr char kMagic[8] = {'R', 'L', 'S', 'T', 'A', 'T', 'S', '1'};
+// The accumulators of time-weighted averages; '1' marked those of averages
+// per step, which cannot be continued with time weights.
+constexpr char kMagic[8] = {'R', 'L', 'S', 'T', 'A', 'T', 'S', '2'};
+constexpr char kStepMagic[8] = {'R', 'L', 'S', 'T', 'A', 'T', 'S', '1'};
 
 // Reads the accumulators kept beside a saved state; false (nothing changed)
 // when there are none or they do not fit this grid.  The first process
@@ -157,13 +164,26 @@ bool load(const std::string& name) {
   char magic[8];
   int dims[3];
   long long count = 0;
-  double first_time = 0.0;
-  int ok = 1;
-  if (first)
+  double first_time = 0.0, weight = 0.0;
+  int ok = 1, per_step = 0;
+  if (first) {
     ok = std::fread(magic, 1, 8, f) == 8 && std::memcmp(magic, kMagic, 8) == 0 &&
          std::fread(dims, sizeof dims, 1, f) == 1 && dims[0] == imax && dims[1] == jmax && dims[2] == kmax &&
          std::fread(&count, sizeof count, 1, f) == 1 && std::fread(&first_time, sizeof first_time, 1, f) == 1 &&
-         count >= 0;
+         std::fread(&weight, sizeof weight, 1, f) == 1 && count >= 0 && weight >= 0.0;
+    per_step = std::memcmp(magic, kStepMagic, 8) == 0;
+  }
+  dist_bcast(&per_step, 1);
+  if (per_step) {
+    if (first) {
+      std::fclose(f);
+      std::fprintf(stderr,
+                   "riverles: warning: %s holds averages per step (an older riverles); the statistics, "
+                   "time-weighted now, start anew\n",
+                   name.c_str());
+    }
+    return false;
+  }
   dist_bcast(&ok, 1);
   const Box whole{0, imax + 1, 0, jmax + 1, 0, 0};
   std::vector<double> plane(static_cast<std::size_t>(whole.count())), mine;
@@ -196,11 +216,13 @@ bool load(const std::string& name) {
   }
   dist_bcast(&count, 1);
   dist_bcast(&first_time, 1);
+  dist_bcast(&weight, 1);
   S.count = count;
   S.first = first_time;
+  S.weight = weight;
   if (first)
-    std::fprintf(stderr, "riverles: statistics continue from %s (%lld samples since t = %.10g)\n", name.c_str(),
-                 count, first_time);
+    std::fprintf(stderr, "riverles: statistics continue from %s (%lld samples over %.10g of time since t = %.10g)\n",
+                 name.c_str(), count, weight, first_time);
   return true;
 }
 
@@ -225,6 +247,7 @@ void STATSTART(double otime, const std::string& startfile) {
 bool statistics_on() { return S.on; }
 double statistics_interval() { return S.interval; }
 long long statistics_count() { return S.count; }
+double statistics_weight() { return S.weight; }
 
 void statistics_reset(double start) {
   for (Array3<double>* a : arrays3()) a->fill(0.0);
@@ -232,13 +255,18 @@ void statistics_reset(double start) {
   S.on = true;
   S.start = start;
   S.count = 0;
+  S.weight = 0.0;
 }
 
 void STATISTICS() {
-  if (!S.on || simtime < S.start) return;
+  // Each step's state stands for the time of that step: a step of no time
+  // (a time step of 0) adds nothing.
+  if (!S.on || simtime < S.start || !(dt > 0.0)) return;
   S.count += 1;
   if (S.count == 1) S.first = simtime;
-  const double r = 1.0 / static_cast<double>(S.count);
+  const double wt = dt;
+  S.weight += wt;
+  const double r = wt / S.weight;
   const int i0 = own_lo_i(0), i1 = own_hi_i(imax + 1), j0 = own_lo_j(0), j1 = own_hi_j(jmax + 1), K = kmax;
 
 #pragma omp parallel for default(shared) schedule(static) if (worth_sharing(cells_of(imax, jmax, kmax)))
@@ -254,9 +282,9 @@ void STATISTICS() {
       // Every position on its own (no array overlaps another): one lane each.
 #pragma omp simd
       for (int i = i0; i <= i1; ++i) {
-        welford(ur[i], mu[i], suu[i], r);
-        welford(vr[i], mv[i], svv[i], r);
-        welford(wr[i], mw[i], sww[i], r);
+        welford(ur[i], mu[i], suu[i], r, wt);
+        welford(vr[i], mv[i], svv[i], r, wt);
+        welford(wr[i], mw[i], sww[i], r, wt);
         mp[i] += (pr[i] - mp[i]) * r;
         mn[i] += (nr[i] - mn[i]) * r;
         // Co-moments at the centre: each deviation from the old mean of one
@@ -266,9 +294,9 @@ void STATISTICS() {
         cu[i] += du * r;
         cv[i] += dv * r;
         cw[i] += dw * r;
-        suv[i] += du * (vc - cv[i]);
-        suw[i] += du * (wc - cw[i]);
-        svw[i] += dv * (wc - cw[i]);
+        suv[i] += wt * du * (vc - cv[i]);
+        suw[i] += wt * du * (wc - cw[i]);
+        svw[i] += wt * dv * (wc - cw[i]);
       }
     }
 
@@ -346,9 +374,11 @@ void WRITESTATS(const std::string& outpath, const std::string& outfile) {
                      CG_OK;
     }
   if (ok) {
-    char text[160];
-    std::snprintf(text, sizeof text, "%lld samples, every step from t = %.10g to t = %.10g", S.count, S.first,
-                  simtime);
+    char text[240];
+    std::snprintf(text, sizeof text,
+                  "time-weighted: %lld steps, each weighted by its time step, %.10g of time in all, the steps "
+                  "ending from t = %.10g to t = %.10g",
+                  S.count, S.weight, S.first, simtime);
     ok = series(B, Z, "Statistics") && cg_goto(fn, B, "end") == CG_OK && cg_descriptor_write("Averaging", text) == CG_OK;
   }
   // The bed on the plan grid, lifted to its elevation.
@@ -399,7 +429,8 @@ void SAVESTATS(const std::string& outpath, const std::string& outfile) {
   if (ok) {
     const int dims[3] = {imax, jmax, kmax};
     ok = std::fwrite(kMagic, 1, 8, f) == 8 && std::fwrite(dims, sizeof dims, 1, f) == 1 &&
-         std::fwrite(&S.count, sizeof S.count, 1, f) == 1 && std::fwrite(&S.first, sizeof S.first, 1, f) == 1;
+         std::fwrite(&S.count, sizeof S.count, 1, f) == 1 && std::fwrite(&S.first, sizeof S.first, 1, f) == 1 &&
+         std::fwrite(&S.weight, sizeof S.weight, 1, f) == 1;
   }
   std::vector<double> mine, plane;
   for (Array3<double>* a : arrays3())

@@ -6,12 +6,13 @@
 //                       (default OTimeItm)
 //
 // Every step from the start time on, each field is accumulated where it
-// lives: the means of u, v, w at their faces, of p and the eddy viscosity at
+// lives, weighted by the step's time step (averages over time, not over
+// steps: where the step varies, short steps must not weigh more): the means of u, v, w at their faces, of p and the eddy viscosity at
 // the cell centres; the variances u'u', v'v', w'w' at the faces; the shear
 // stresses u'v', u'w', v'w' at the cell centres, from the velocities
-// interpolated there (the mean of the two faces).  The sums are Welford's
-// running means and sums of squared deviations, so a long average loses no
-// digits to cancellation.  Only the resolved part: the stresses carried by
+// interpolated there (the mean of the two faces).  The sums are running
+// means and sums of weighted squared deviations (Welford's update in West's
+// weighted form), so a long average loses no digits to cancellation.  Only the resolved part: the stresses carried by
 // the eddy viscosity (the subgrid part) are not included.
 //
 // The bed: the friction velocity u* of each column from the wall law at its
@@ -52,8 +53,9 @@ void SAVESTATS(const std::string& outpath, const std::string& outfile);
 // Forgets the samples and averages again from `start` (the accumulators
 // must exist: a run with StatisticsItm 1 made them).
 void statistics_reset(double start);
-// Number of samples so far.
+// Number of samples (steps) so far, and the time they stand for.
 long long statistics_count();
+double statistics_weight();
 // The averages on the nodes, by output name (MeanVelocityX, ..., ReynoldsStressVW,
 // MeanEddyViscosity): fills `out` on 0..imax, 0..jmax, 0..kmax, i fastest.
 void statistics_nodes(const std::string& name, double* out);
