@@ -54,21 +54,24 @@ TEST(Monitors, LogLinesMatchTheConsole) {
   const auto times = console_values(r.out, "Time               ="), dts = console_values(r.out, "Time Step");
   const auto divs = console_values(r.out, "Maximum divergence"), cycles = console_values(r.out, "Number of Poisson");
   ASSERT_EQ(rows.size(), times.size() + 1);
-  ASSERT_EQ(rows[0].size(), 13u);
+  ASSERT_EQ(rows[0].size(), 14u);
   EXPECT_EQ(rows[0][3], "discharge");
+  EXPECT_EQ(rows[0][6], "slope");
   for (std::size_t n = 1; n < rows.size(); ++n) {
-    ASSERT_EQ(rows[n].size(), 13u);
+    ASSERT_EQ(rows[n].size(), 14u);
     EXPECT_EQ(std::stoi(rows[n][0]), static_cast<int>(n));
     EXPECT_NEAR(std::stod(rows[n][1]), times[n - 1], 1e-9 * times[n - 1]);
     EXPECT_NEAR(std::stod(rows[n][2]), dts[n - 1], 1e-9 * dts[n - 1]);
-    EXPECT_NEAR(std::stod(rows[n][10]), divs[n - 1], 1e-9 * divs[n - 1] + 1e-300);
-    EXPECT_EQ(std::stod(rows[n][11]), cycles[n - 1]);
+    EXPECT_NEAR(std::stod(rows[n][11]), divs[n - 1], 1e-9 * divs[n - 1] + 1e-300);
+    EXPECT_EQ(std::stod(rows[n][12]), cycles[n - 1]);
     EXPECT_EQ(std::stod(rows[n][4]), 0.008);
+    // The equivalent slope is the driving acceleration over gravity.
+    EXPECT_NEAR(std::stod(rows[n][6]), std::stod(rows[n][5]) / 9.81, 1e-9 * std::fabs(std::stod(rows[n][5])) + 1e-300);
     // The next step's dt brings the largest CFL number of this step's
     // velocities to the target 0.3 (the viscous part of the rate is a few
     // thousandths of the convective one here).
     if (n + 1 < rows.size()) {
-      EXPECT_NEAR(std::stod(rows[n][9]) * dts[n] / dts[n - 1], 0.3, 0.003) << "step " << n;
+      EXPECT_NEAR(std::stod(rows[n][10]) * dts[n] / dts[n - 1], 0.3, 0.003) << "step " << n;
     }
   }
   // Started at 0.1 everywhere in a channel 0.2 deep and 0.4 wide: the
@@ -100,7 +103,7 @@ TEST(Monitors, BlowUpIsWarnedAndStopped) {
   auto rows = read_csv(dir + "/run_monitor.csv");
   int first_nan = 0;
   for (std::size_t n = 1; n < rows.size() && !first_nan; ++n)
-    if (rows[n][6] == "nan" || rows[n][6] == "-nan") first_nan = static_cast<int>(n);
+    if (rows[n][7] == "nan" || rows[n][7] == "-nan") first_nan = static_cast<int>(n);
   ASSERT_GT(first_nan, 1);
   EXPECT_NE(r.err.find("non-finite u at step " + std::to_string(first_nan) + ", first at (i, j, k) = ("),
             std::string::npos)

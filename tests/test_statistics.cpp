@@ -80,11 +80,14 @@ TEST(Statistics, AccumulatorsMatchTwoPassAverages) {
       for (std::int64_t n = 0; n < a.size(); ++n) a.data()[n] = series(f, n, t);
     }
     rl::dt = step_of(t);
+    rl::forcex = 0.01 * step_of(t);  // as a controller's, larger in the longer steps
     rl::simtime += rl::dt;
     rl::STATISTICS();
   }
   ASSERT_EQ(rl::statistics_count(), N - start + 1);
   EXPECT_NEAR(rl::statistics_weight(), averaged, 1e-12 * averaged);
+  const Moments force = moments([](int t) { return 0.01 * step_of(t); }, [](int) { return 0.0; }, start, N);
+  EXPECT_NEAR(rl::statistics_force(), force.mean_a, 1e-12 * force.mean_a);
 
   const std::size_t nodes = static_cast<std::size_t>(rl::imax + 1) * (rl::jmax + 1) * (rl::kmax + 1);
   std::vector<double> got(nodes);

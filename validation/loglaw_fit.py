@@ -8,7 +8,8 @@
 # over every node at each height (x and y periodic, the repeated last node
 # of each direction left out).  The friction velocity comes from the momentum
 # balance of the channel, u*^2 = <force_x> DEPTH (the driving acceleration of
-# the monitor log averaged over the same time), independent of the wall law.
+# the monitor log averaged over the same time, each step weighted by its
+# time step), independent of the wall law.
 # Fitted over the log layer (from two cells above the bed to 0.3 DEPTH):
 #   u/u* = (1/kappa) ln(z/ks) + B         (kappa and B both free)
 #   u/u* = (1/0.41)  ln(z/ks) + B_0.41    (kappa fixed)
@@ -37,7 +38,8 @@ def main():
 
     with open(monitor) as f:
         rows = [r for r in csv.DictReader(f) if float(r["time"]) >= tstart]
-    force = sum(float(r["force_x"]) for r in rows) / len(rows)
+    # Over time, as the statistics: each step weighted by its time step.
+    force = sum(float(r["force_x"]) * float(r["dt"]) for r in rows) / sum(float(r["dt"]) for r in rows)
     ustar = math.sqrt(force * depth)
 
     reader = pv.CGNSSeriesReader(FileNames=[stats])

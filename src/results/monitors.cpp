@@ -313,7 +313,7 @@ void MONITORSTART(const std::string& outpath, const std::string& outfile, bool c
     mon.bulk = area > 0.0 ? std::fabs(discharge) / area : 0.0;
     if (first())
       mon.logfile = open_csv(base + "_monitor.csv", continuing,
-                             "step,time,dt,discharge,discharge_target,force_x,max_u,max_v,max_w,max_cfl,"
+                             "step,time,dt,discharge,discharge_target,force_x,slope,max_u,max_v,max_w,max_cfl,"
                              "max_divergence,poisson_cycles,wall_seconds");
   }
   if (!probefile.empty()) {
@@ -338,8 +338,12 @@ void MONITOR(int npoisson) {
     const Scan s = scan();
     const double q = mon.log ? INFLOW(&u) : 0.0;  // over several processes every one takes part
     if (mon.logfile) {
-      std::fprintf(mon.logfile, "%d,%.10g,%.10g,%.10g,%.10g,%.10g,%.10g,%.10g,%.10g,%.10g,%.10g,%d,%.6f\n", nstep,
-                   simtime, dt, q, discharge, forcex, s.umax, s.vmax, s.wmax, s.cfl, divmax, npoisson, wall);
+      // The slope whose gravity would drive the flow as the controller does:
+      // what an engineer sets against a surveyed water-surface slope.
+      const double slope = forcex / gravity;
+      std::fprintf(mon.logfile, "%d,%.10g,%.10g,%.10g,%.10g,%.10g,%.10g,%.10g,%.10g,%.10g,%.10g,%.10g,%d,%.6f\n",
+                   nstep, simtime, dt, q, discharge, forcex, slope, s.umax, s.vmax, s.wmax, s.cfl, divmax, npoisson,
+                   wall);
       std::fflush(mon.logfile);
     }
     health(s);

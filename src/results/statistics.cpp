@@ -31,6 +31,7 @@ struct Stats {
   long long count = 0;
   double first = 0.0;   // time of the first sample
   double weight = 0.0;  // the time averaged over: the sum of the samples' time steps
+  double force = 0.0;   // time mean of the streamwise driving acceleration
   // Means at the fields' own positions.
   Array3<double> mu, mv, mw, mp, mn;
   // Sums of squared deviations of u, v, w at their faces.
@@ -164,13 +165,14 @@ bool load(const std::string& name) {
   char magic[8];
   int dims[3];
   long long count = 0;
-  double first_time = 0.0, weight = 0.0;
+  double first_time = 0.0, weight = 0.0, force = 0.0;
   int ok = 1, per_step = 0;
   if (first) {
     ok = std::fread(magic, 1, 8, f) == 8 && std::memcmp(magic, kMagic, 8) == 0 &&
          std::fread(dims, sizeof dims, 1, f) == 1 && dims[0] == imax && dims[1] == jmax && dims[2] == kmax &&
          std::fread(&count, sizeof count, 1, f) == 1 && std::fread(&first_time, sizeof first_time, 1, f) == 1 &&
-         std::fread(&weight, sizeof weight, 1, f) == 1 && count >= 0 && weight >= 0.0;
+         std::fread(&weight, sizeof weight, 1, f) == 1 && std::fread(&force, sizeof force, 1, f) == 1 &&
+         count >= 0 && weight >= 0.0;
     per_step = std::memcmp(magic, kStepMagic, 8) == 0;
   }
   dist_bcast(&per_step, 1);
@@ -217,9 +219,11 @@ bool load(const std::string& name) {
   dist_bcast(&count, 1);
   dist_bcast(&first_time, 1);
   dist_bcast(&weight, 1);
+  dist_bcast(&force, 1);
   S.count = count;
   S.first = first_time;
   S.weight = weight;
+  S.force = force;
   if (first)
     std::fprintf(stderr, "riverles: statistics continue from %s (%lld samples over %.10g of time since t = %.10g)\n",
                  name.c_str(), count, weight, first_time);
@@ -248,6 +252,7 @@ bool statistics_on() { return S.on; }
 double statistics_interval() { return S.interval; }
 long long statistics_count() { return S.count; }
 double statistics_weight() { return S.weight; }
+double statistics_force() { return S.force; }
 
 void statistics_reset(double start) {
   for (Array3<double>* a : arrays3()) a->fill(0.0);
@@ -256,6 +261,7 @@ void statistics_reset(double start) {
   S.start = start;
   S.count = 0;
   S.weight = 0.0;
+  S.force = 0.0;
 }
 
 void STATISTICS() {
@@ -267,6 +273,7 @@ void STATISTICS() {
   const double wt = dt;
   S.weight += wt;
   const double r = wt / S.weight;
+  S.force += (forcex - S.force) * r;
   const int i0 = own_lo_i(0), i1 = own_hi_i(imax + 1), j0 = own_lo_j(0), j1 = own_hi_j(jmax + 1), K = kmax;
 
 #pragma omp parallel for default(shared) schedule(static) if (worth_sharing(cells_of(imax, jmax, kmax)))
@@ -379,7 +386,15 @@ void WRITESTATS(const std::string& outpath, const std::string& outfile) {
                   "time-weighted: %lld steps, each weighted by its time step, %.10g of time in all, the steps "
                   "ending from t = %.10g to t = %.10g",
                   S.count, S.weight, S.first, simtime);
-    ok = series(B, Z, "Statistics") && cg_goto(fn, B, "end") == CG_OK && cg_descriptor_write("Averaging", text) == CG_OK;
+    // The reach as a whole: the time mean of the driving acceleration, and
+    // the slope whose gravity would drive the same flow.
+    const cgsize_t one = 1;
+    const double slope = S.force / gravity;
+    ok = series(B, Z, "Statistics") && cg_goto(fn, B, "end") == CG_OK &&
+         cg_descriptor_write("Averaging", text) == CG_OK && cg_user_data_write("Reach") == CG_OK &&
+         cg_goto(fn, B, "Reach", 0, "end") == CG_OK &&
+         cg_array_write("MeanDrivingForceX", CGNS_ENUMV(RealDouble), 1, &one, &S.force) == CG_OK &&
+         cg_array_write("EquivalentSlope", CGNS_ENUMV(RealDouble), 1, &one, &slope) == CG_OK;
   }
   // The bed on the plan grid, lifted to its elevation.
   const std::pair<const char*, Array2<double>*> bedfields[4] = {{"BedShearStress", &S.tau},
@@ -430,7 +445,7 @@ void SAVESTATS(const std::string& outpath, const std::string& outfile) {
     const int dims[3] = {imax, jmax, kmax};
     ok = std::fwrite(kMagic, 1, 8, f) == 8 && std::fwrite(dims, sizeof dims, 1, f) == 1 &&
          std::fwrite(&S.count, sizeof S.count, 1, f) == 1 && std::fwrite(&S.first, sizeof S.first, 1, f) == 1 &&
-         std::fwrite(&S.weight, sizeof S.weight, 1, f) == 1;
+         std::fwrite(&S.weight, sizeof S.weight, 1, f) == 1 && std::fwrite(&S.force, sizeof S.force, 1, f) == 1;
   }
   std::vector<double> mine, plane;
   for (Array3<double>* a : arrays3())

@@ -15,6 +15,9 @@
 // weighted form), so a long average loses no digits to cancellation.  Only the resolved part: the stresses carried by
 // the eddy viscosity (the subgrid part) are not included.
 //
+// The reach: the time mean of the streamwise driving acceleration and its
+// equivalent slope (the mean over gravity).
+//
 // The bed: the friction velocity u* of each column from the wall law at its
 // lowest forcing point of w, and the bed shear stress dens*u*^2, each
 // instantaneous and averaged.
@@ -56,6 +59,8 @@ void statistics_reset(double start);
 // Number of samples (steps) so far, and the time they stand for.
 long long statistics_count();
 double statistics_weight();
+// The time mean of the driving acceleration forcex over the samples.
+double statistics_force();
 // The averages on the nodes, by output name (MeanVelocityX, ..., ReynoldsStressVW,
 // MeanEddyViscosity): fills `out` on 0..imax, 0..jmax, 0..kmax, i fastest.
 void statistics_nodes(const std::string& name, double* out);

@@ -101,7 +101,7 @@ done
 # column (a probe's u, v, w, p together over all probes; wall seconds,
 # Poisson cycles and the divergence follow the relaxation order and are left
 # out); accumulators beside a saved state by array (the first sample's time
-# and the time averaged over to 1e-6).
+# and the time averaged over and the mean driving force to 1e-6).
 close_files() {  # FILE1 FILE2 (relative to the work folder)
   python3 - "$work/$1" "$work/$2" 2>&1 <<'PY'
 import csv, struct, sys
@@ -117,8 +117,8 @@ def quantities(path):
         b = open(path, "rb").read()
         I, J, K = struct.unpack("3i", b[8:20])
         n3, n2 = (I + 2) * (J + 2) * (K + 2), (I + 2) * (J + 2)
-        v = struct.unpack("%dd" % ((len(b) - 44) // 8), b[44:])
-        out, at = [struct.unpack("d", b[28:36]), struct.unpack("d", b[36:44])], 0
+        v = struct.unpack("%dd" % ((len(b) - 52) // 8), b[52:])
+        out, at = [struct.unpack("d", b[n:n + 8]) for n in (28, 36, 44)], 0
         for n in [n3] * 14 + [n2] * 4:
             out.append(v[at:at + n]); at += n
         return (b[:28], len(v) - at), out
