@@ -602,11 +602,11 @@ void gather_parts(const std::vector<T>& mine, std::vector<T>& all, bool everyone
 
 void GATHERINTS(const std::vector<int>& mine, std::vector<int>& all) { gather_parts(mine, all, false); }
 
-void ALLGATHERBYTES(const std::vector<unsigned char>& mine, std::vector<unsigned char>& all) {
+void allgather_bytes(const std::vector<unsigned char>& mine, std::vector<unsigned char>& all) {
   gather_parts(mine, all, true);
 }
 
-void SENDEACH(const std::vector<std::vector<double>>& to, std::vector<std::vector<double>>& from) {
+void send_each(const std::vector<std::vector<double>>& to, std::vector<std::vector<double>>& from) {
   const std::size_t np = static_cast<std::size_t>(dist_size());
   from.assign(np, {});
 #ifdef RIVERLES_MPI

@@ -288,11 +288,11 @@ void GATHERINTS(const std::vector<int>& mine, std::vector<int>& all);
 int owner_of(int i, int j);
 // Every process's bytes, one after the other in rank order, on every
 // process (with one process, its own).
-void ALLGATHERBYTES(const std::vector<unsigned char>& mine, std::vector<unsigned char>& all);
+void allgather_bytes(const std::vector<unsigned char>& mine, std::vector<unsigned char>& all);
 // Every process sends to[r] to process r and gets from[r] from process r
 // (to[own rank] comes back in from[own rank]); to holds one list per
 // process.  Every process calls it together; with one process it copies.
-void SENDEACH(const std::vector<std::vector<double>>& to, std::vector<std::vector<double>>& from);
+void send_each(const std::vector<std::vector<double>>& to, std::vector<std::vector<double>>& from);
 // The first process's values of n numbers, given to every process.
 void dist_bcast(double* x, int n);
 void dist_bcast(int* x, int n);

@@ -94,7 +94,7 @@ void SMAGORINSKY() {
   const Ownership& o = ownership();
   const bool far = far_on();
   if (far) {
-    FARFLAGS();
+    far_flags();
     far_new_call();
   }
   const int ci0 = own_lo_i(1), ci1 = own_hi_i(imax), cj0 = own_lo_j(1), cj1 = own_hi_j(jmax);
@@ -148,7 +148,7 @@ void SMAGORINSKY() {
 #pragma omp master
       {
         std::vector<FarPoint> again;
-        while (FARROUND(again)) {
+        while (far_round(again)) {
           far_repeat(true);
           for (const FarPoint& p : again) visc_far(p.i, p.j, p.k);
           far_repeat(false);

@@ -115,7 +115,7 @@ void answer(const FarRequest& r, double out[3]) {
 
 bool far_on() { return ownership().on; }
 
-void FARFLAGS() {
+void far_flags() {
   const Ownership& o = ownership();
   if (table.generation == classify_generation() && table.ni == imax && table.nj == jmax && table.nk == kmax &&
       table.blk_ilo == o.blk.ilo && table.blk_jlo == o.blk.jlo)
@@ -143,7 +143,7 @@ void FARFLAGS() {
         mine.push_back(b);
       }
   std::vector<unsigned char> all;
-  ALLGATHERBYTES(mine, all);
+  allgather_bytes(mine, all);
 
   table.bits.assign(static_cast<std::size_t>(imax + 3) * static_cast<std::size_t>(jmax + 3) *
                         static_cast<std::size_t>(kmax + 3),
@@ -196,7 +196,7 @@ bool far_defer(int pass, int i, int j, int k) {
   return true;
 }
 
-bool FARROUND(std::vector<FarPoint>& again) {
+bool far_round(std::vector<FarPoint>& again) {
   again.clear();
   for (auto& w : waiting) {
     again.insert(again.end(), w.begin(), w.end());
@@ -216,7 +216,7 @@ bool FARROUND(std::vector<FarPoint>& again) {
       }
     list.clear();
   }
-  SENDEACH(to, from);
+  send_each(to, from);
 
   // The answers to the other processes' requests, in their order.
   std::vector<std::vector<double>> replies(from.size()), back;
@@ -226,7 +226,7 @@ bool FARROUND(std::vector<FarPoint>& again) {
       answer(unpacked(&from[r][m]), out);
       replies[r].insert(replies[r].end(), out, out + 3);
     }
-  SENDEACH(replies, back);
+  send_each(replies, back);
 
   for (std::size_t r = 0; r < to.size(); ++r)
     for (std::size_t m = 0, n = 0; m + kRequestSize <= to[r].size(); m += kRequestSize, n += 3) {

@@ -34,7 +34,7 @@ enum FluidBit : unsigned char { kFluidU = 1, kFluidV = 2, kFluidW = 4, kFluidC =
 // Makes the table of fluid positions of the whole box current: gathered
 // from every process when the classification has changed since the last
 // call.  Every process calls it together.
-void FARFLAGS();
+void far_flags();
 // Whether position (i, j, k) of the kind is fluid, from the table; false
 // outside that kind's array on the whole box.
 bool far_fluid(unsigned char bit, int i, int j, int k);
@@ -74,6 +74,6 @@ struct FarPoint {
 // owners of their image points, answered and sent back; the points that
 // waited come back in `again` (this process's).  False when no process had
 // a point waiting.  Every process calls it together, from one thread.
-bool FARROUND(std::vector<FarPoint>& again);
+bool far_round(std::vector<FarPoint>& again);
 
 }  // namespace rl

@@ -48,7 +48,7 @@ void IMMERSING() {
   HALOS({&u, &v, &w}, kHalo);
   const bool far = far_on();
   if (far) {
-    FARFLAGS();
+    far_flags();
     far_new_call();
   }
   Array3<double>* fields[3] = {&u, &v, &w};
@@ -96,7 +96,7 @@ void IMMERSING() {
   }
   if (far) {
     std::vector<FarPoint> again;
-    while (FARROUND(again)) {
+    while (far_round(again)) {
       far_repeat(true);
       for (const FarPoint& p : again) force_far(p.pass, p.i, p.j, p.k, *fields[p.pass]);
       far_repeat(false);
