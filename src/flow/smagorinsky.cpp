@@ -3,7 +3,6 @@
 #include <cmath>
 #include <cstdint>
 #include <cstdlib>
-#include <vector>
 
 #include "driver/fields.hpp"
 #include "immersed/farsample.hpp"
@@ -68,10 +67,7 @@ void strain_row(const StrainViews& a, int j, int k, int i0, int i1, double dx, d
 // nut at a forcing cell over several processes: stored once its image
 // point's sample is at hand.
 void visc_far(int i, int j, int k) {
-  far_begin_point();
-  double value = nut(i, j, k);
-  IMMERSEVISC(i, j, k, value);
-  if (!far_defer(3, i, j, k)) nut(i, j, k) = value;
+  far_point(0, i, j, k, nut(i, j, k), [=](double& value) { IMMERSEVISC(i, j, k, value); });
 }
 
 }  // namespace
@@ -93,10 +89,7 @@ void SMAGORINSKY() {
   // copies from the other end.
   const Ownership& o = ownership();
   const bool far = far_on();
-  if (far) {
-    far_flags();
-    far_new_call();
-  }
+  if (far) far_start();
   const int ci0 = own_lo_i(1), ci1 = own_hi_i(imax), cj0 = own_lo_j(1), cj1 = own_hi_j(jmax);
   const int gi0 = own_lo_i(0), gi1 = own_hi_i(imax + 1), gj0 = own_lo_j(0), gj1 = own_hi_j(jmax + 1);
   const bool cutx = o.on && o.split_x, cuty = o.on && o.split_y;
@@ -146,14 +139,7 @@ void SMAGORINSKY() {
     if (far) {
 #pragma omp barrier
 #pragma omp master
-      {
-        std::vector<FarPoint> again;
-        while (far_round(again)) {
-          far_repeat(true);
-          for (const FarPoint& p : again) visc_far(p.i, p.j, p.k);
-          far_repeat(false);
-        }
-      }
+      far_rounds([](const FarPoint& p) { visc_far(p.i, p.j, p.k); });
 #pragma omp barrier
     }
 

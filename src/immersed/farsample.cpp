@@ -7,6 +7,8 @@
 #include <cstdint>
 #include <cstring>
 #include <map>
+#include <set>
+#include <vector>
 
 #include "common/distributed.hpp"
 #include "driver/fields.hpp"
@@ -111,10 +113,9 @@ void answer(const FarRequest& r, double out[3]) {
   }
 }
 
-}  // namespace
-
-bool far_on() { return ownership().on; }
-
+// Makes the table of fluid positions of the whole box current: gathered
+// from every process when the classification has changed since the last
+// call.  Every process calls it together.
 void far_flags() {
   const Ownership& o = ownership();
   if (table.generation == classify_generation() && table.ni == imax && table.nj == jmax && table.nk == kmax &&
@@ -157,45 +158,9 @@ void far_flags() {
   }
 }
 
-bool far_fluid(unsigned char bit, int i, int j, int k) {
-  if (i < -1 || i > imax + 1 || j < -1 || j > jmax + 1 || k < -1 || k > kmax + 1) return false;
-  return (table.bits[table.at(i, j, k)] & bit) != 0;
-}
-
-bool far_sample(const FarRequest& r, double out[3]) {
-  const auto a = answers.find(key_of(r));
-  if (a != answers.end()) {
-    out[0] = a->second[0];
-    out[1] = a->second[1];
-    out[2] = a->second[2];
-    return true;
-  }
-  // Outside a forcing that holds rounds (no list for this thread) the
-  // sample stays zero.
-  if (thread_slot() < asked.size()) asked[thread_slot()].push_back(r);
-  point_waits = true;
-  out[0] = out[1] = out[2] = 0.0;
-  return false;
-}
-
-void far_new_call() {
-  answers.clear();
-  size_thread_lists();
-  for (auto& a : asked) a.clear();
-  for (auto& w : waiting) w.clear();
-}
-
-void far_begin_point() { point_waits = false; }
-
-void far_repeat(bool on) { repeating = on; }
-bool far_repeating() { return repeating; }
-
-bool far_defer(int pass, int i, int j, int k) {
-  if (!point_waits) return false;
-  if (thread_slot() < waiting.size()) waiting[thread_slot()].push_back({pass, i, j, k});
-  return true;
-}
-
+// One round: the waiting points of this process into `again`, and the
+// answers to every process's requests; false when no process has a point
+// waiting.
 bool far_round(std::vector<FarPoint>& again) {
   again.clear();
   for (auto& w : waiting) {
@@ -206,10 +171,10 @@ bool far_round(std::vector<FarPoint>& again) {
 
   // The requests to each owner, each once.
   std::vector<std::vector<double>> to(static_cast<std::size_t>(dist_size())), from;
-  std::map<Key, bool> sent;
+  std::set<Key> sent;
   for (auto& list : asked) {
     for (const FarRequest& r : list)
-      if (sent.emplace(key_of(r), true).second) {
+      if (sent.insert(key_of(r)).second) {
         const std::array<double, kRequestSize> p = packed(r);
         auto& dest = to[static_cast<std::size_t>(sample_owner(r))];
         dest.insert(dest.end(), p.begin(), p.end());
@@ -234,6 +199,58 @@ bool far_round(std::vector<FarPoint>& again) {
       answers[key_of(q)] = {back[r][n], back[r][n + 1], back[r][n + 2]};
     }
   return true;
+}
+
+}  // namespace
+
+bool far_on() { return ownership().on; }
+
+bool far_fluid(unsigned char bit, int i, int j, int k) {
+  if (i < -1 || i > imax + 1 || j < -1 || j > jmax + 1 || k < -1 || k > kmax + 1) return false;
+  return (table.bits[table.at(i, j, k)] & bit) != 0;
+}
+
+bool far_sample(const FarRequest& r, double out[3]) {
+  const auto a = answers.find(key_of(r));
+  if (a != answers.end()) {
+    out[0] = a->second[0];
+    out[1] = a->second[1];
+    out[2] = a->second[2];
+    return true;
+  }
+  // Outside a forcing that holds rounds (no list for this thread) the
+  // sample stays zero.
+  if (thread_slot() < asked.size()) asked[thread_slot()].push_back(r);
+  point_waits = true;
+  out[0] = out[1] = out[2] = 0.0;
+  return false;
+}
+
+void far_start() {
+  far_flags();
+  answers.clear();
+  size_thread_lists();
+  for (auto& a : asked) a.clear();
+  for (auto& w : waiting) w.clear();
+}
+
+void far_begin_point() { point_waits = false; }
+
+bool far_repeating() { return repeating; }
+
+bool far_defer(int pass, int i, int j, int k) {
+  if (!point_waits) return false;
+  if (thread_slot() < waiting.size()) waiting[thread_slot()].push_back({pass, i, j, k});
+  return true;
+}
+
+void far_rounds(const std::function<void(const FarPoint&)>& again) {
+  std::vector<FarPoint> points;
+  while (far_round(points)) {
+    repeating = true;
+    for (const FarPoint& p : points) again(p);
+    repeating = false;
+  }
 }
 
 }  // namespace rl

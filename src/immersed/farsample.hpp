@@ -21,7 +21,7 @@
 // the cut.  With one process, or a run not cut, none of this is used.
 #pragma once
 
-#include <vector>
+#include <functional>
 
 namespace rl {
 
@@ -31,10 +31,6 @@ bool far_on();
 // Kinds of position in the table of fluid positions.
 enum FluidBit : unsigned char { kFluidU = 1, kFluidV = 2, kFluidW = 4, kFluidC = 8 };
 
-// Makes the table of fluid positions of the whole box current: gathered
-// from every process when the classification has changed since the last
-// call.  Every process calls it together.
-void far_flags();
 // Whether position (i, j, k) of the kind is fluid, from the table; false
 // outside that kind's array on the whole box.
 bool far_fluid(unsigned char bit, int i, int j, int k);
@@ -52,28 +48,41 @@ struct FarRequest {
 // marked as waiting, out is zero and false returned.
 bool far_sample(const FarRequest& r, double out[3]);
 
-// Forgets the answers of the last forcing (the fields have changed since).
-void far_new_call();
-// Before forcing a point: clears this thread's waiting mark.
-void far_begin_point();
-// After forcing a point: whether it waited for a sample, in which case it
-// is kept (pass, i, j, k) for the next round and its value must not be
-// stored.
-bool far_defer(int pass, int i, int j, int k);
-
-// While the deferred points are forced again, the console lines of their
-// searches (printed in the first round) are not printed again.
-void far_repeat(bool on);
-bool far_repeating();
-
-// A deferred point.
+// A point deferred to the next round: which pass of the caller, and where.
 struct FarPoint {
   int pass, i, j, k;
 };
-// The round after a pass: the requests of all processes are sent to the
-// owners of their image points, answered and sent back; the points that
-// waited come back in `again` (this process's).  False when no process had
-// a point waiting.  Every process calls it together, from one thread.
-bool far_round(std::vector<FarPoint>& again);
+
+// Before a forcing pass over several processes: makes the table of fluid
+// positions current (gathered from every process when the classification
+// has changed since it was made) and forgets the answers of the last
+// forcing (the fields have changed since).  Every process calls it together.
+void far_start();
+
+// Building blocks of far_point.
+void far_begin_point();
+bool far_defer(int pass, int i, int j, int k);
+
+// The forcing of one point: `force(value)` computes the value from the
+// stored one; it is stored in `target` unless the point waited for a sample,
+// in which case it is kept (pass, i, j, k) for the next round.
+template <class Force>
+void far_point(int pass, int i, int j, int k, double& target, Force force) {
+  far_begin_point();
+  double value = target;
+  force(value);
+  if (!far_defer(pass, i, j, k)) target = value;
+}
+
+// The rounds after a pass: the requests of all processes are sent to the
+// owners of their image points, answered and sent back, and `again` forces
+// each of this process's waiting points anew (with far_point), until no
+// process has one left.  The console lines of the searches, printed in the
+// pass, are not printed again.  Every process calls it together, from one
+// thread.
+void far_rounds(const std::function<void(const FarPoint&)>& again);
+
+// Whether the points are being forced again (for the searches' console).
+bool far_repeating();
 
 }  // namespace rl

@@ -1,7 +1,5 @@
 #include "immersed/immersing.hpp"
 
-#include <vector>
-
 #include "common/distributed.hpp"
 #include "common/parallel.hpp"
 #include "driver/fields.hpp"
@@ -10,13 +8,6 @@
 
 namespace rl {
 
-// Direct forcing: every forcing point of flagu, flagv, flagw in the ranges
-// below gets the value of its wall law written into u, v or w.  The wall
-// laws read only fluid positions, so the order of the points is immaterial.
-// The w pass stops one plane below the top.  The forcing points lie in the
-// planes near the bed, so the planes are handed out one at a time to the
-// thread that is free (shared in equal blocks, one thread got nearly all of
-// them: two threads took 0.9-1.0 of the time of one, now 0.7-0.8).
 namespace {
 
 // The forcing of one position of pass 0 (u), 1 (v) or 2 (w).
@@ -32,14 +23,18 @@ void force(int pass, int i, int j, int k, double& value) {
 // Over several processes a point whose image point lies with another
 // process waits for its sample: its value is stored only once it has it.
 void force_far(int pass, int i, int j, int k, Array3<double>& f) {
-  far_begin_point();
-  double value = f(i, j, k);
-  force(pass, i, j, k, value);
-  if (!far_defer(pass, i, j, k)) f(i, j, k) = value;
+  far_point(pass, i, j, k, f(i, j, k), [=](double& value) { force(pass, i, j, k, value); });
 }
 
 }  // namespace
 
+// Direct forcing: every forcing point of flagu, flagv, flagw in the ranges
+// below gets the value of its wall law written into u, v or w.  The wall
+// laws read only fluid positions, so the order of the points is immaterial.
+// The w pass stops one plane below the top.  The forcing points lie in the
+// planes near the bed, so the planes are handed out one at a time to the
+// thread that is free (shared in equal blocks, one thread got nearly all of
+// them: two threads took 0.9-1.0 of the time of one, now 0.7-0.8).
 void IMMERSING() {
   // Over several processes: the forcing points of this process's block; the
   // wall laws sample the velocities up to 3 columns away, so the
@@ -47,11 +42,7 @@ void IMMERSING() {
   // points beyond them are sampled by their owners (rounds below).
   HALOS({&u, &v, &w}, kHalo);
   const bool far = far_on();
-  if (far) {
-    far_flags();
-    far_new_call();
-  }
-  Array3<double>* fields[3] = {&u, &v, &w};
+  if (far) far_start();
   const int i0 = own_lo_i(1), i1 = own_hi_i(imax), j0 = own_lo_j(1), j1 = own_hi_j(jmax);
 #pragma omp parallel if (worth_sharing(cells_of(imax, jmax, kmax)))
   {
@@ -95,12 +86,8 @@ void IMMERSING() {
       }
   }
   if (far) {
-    std::vector<FarPoint> again;
-    while (far_round(again)) {
-      far_repeat(true);
-      for (const FarPoint& p : again) force_far(p.pass, p.i, p.j, p.k, *fields[p.pass]);
-      far_repeat(false);
-    }
+    Array3<double>* fields[3] = {&u, &v, &w};
+    far_rounds([&](const FarPoint& p) { force_far(p.pass, p.i, p.j, p.k, *fields[p.pass]); });
   }
 }
 

@@ -1,6 +1,5 @@
 #include "immersed/viscbed.hpp"
 
-#include <algorithm>
 #include <cmath>
 
 #include "driver/fields.hpp"
@@ -41,9 +40,7 @@ void cloud_start(double qx, double qy, int& i0, int& j0) {
 // owner of the image point where the centres lie beyond them.
 double nut_tri(const CellOfPoint& c, double qx, double qy, double qz) {
   if (far_on()) {
-    const int i2 = c.iq + c.si, j2 = c.jq + c.sj;
-    if (std::min(c.iq, i2) < nut.lo(0) || std::max(c.iq, i2) > nut.hi(0) || std::min(c.jq, j2) < nut.lo(1) ||
-        std::max(c.jq, j2) > nut.hi(1)) {
+    if (!holds_columns(nut, c.iq, c.iq + c.si, c.jq, c.jq + c.sj)) {
       double out[3];
       far_sample({kFarNutTri, c.iq, c.jq, c.kq, c.si, c.sj, c.sk, qx, qy, qz}, out);
       return out[0];
@@ -56,7 +53,7 @@ double nut_cloud(double qx, double qy, double qz) {
   if (far_on()) {
     int i0, j0;
     cloud_start(qx, qy, i0, j0);
-    if (!cloud_held_here(nut, i0, j0, 0, imax + 1, 0, jmax + 1)) {
+    if (!cloud_held(nut, i0, j0, 0, imax + 1, 0, jmax + 1)) {
       const CellOfPoint c = locate_point(qx, qy, qz);
       double out[3];
       far_sample({kFarNutCloud, c.iq, c.jq, c.kq, c.si, c.sj, c.sk, qx, qy, qz}, out);

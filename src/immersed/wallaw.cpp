@@ -59,24 +59,10 @@ bool stencil_clean(const CellOfPoint& c) {
   return true;
 }
 
-// Whether this process's array holds columns i0..i1 (of any two given in
-// either order) and rows j0..j1.
-inline bool holds_columns(const Array3<double>& f, int ia, int ib, int ja, int jb) {
-  return std::min(ia, ib) >= f.lo(0) && std::max(ia, ib) <= f.hi(0) && std::min(ja, jb) >= f.lo(1) &&
-         std::max(ja, jb) <= f.hi(1);
-}
-
 // Whether this process holds the whole trilinear stencil of cell c.
 bool tri_held(const CellOfPoint& c) {
   return holds_columns(u, c.iq - 1, c.iq, c.jq, c.jq + c.sj) && holds_columns(v, c.iq, c.iq + c.si, c.jq - 1, c.jq) &&
          holds_columns(w, c.iq, c.iq + c.si, c.jq, c.jq + c.sj);
-}
-
-// Whether this process holds every position of a cloud from i0, j0 (six
-// wide) that lies within the limits ilo..ihi, jlo..jhi.
-bool cloud_held(const Array3<double>& f, int i0, int j0, int ilo, int ihi, int jlo, int jhi) {
-  const int a = std::max(i0, ilo), b = std::min(i0 + 5, ihi), c = std::max(j0, jlo), d = std::min(j0 + 5, jhi);
-  return a > b || c > d || (a >= f.lo(0) && b <= f.hi(0) && c >= f.lo(1) && d <= f.hi(1));
 }
 
 // A sample that another process computes: the image point's cell, from q.
@@ -436,8 +422,14 @@ void tri_sample_here(const CellOfPoint& c, double qx, double qy, double qz, doub
 
 void cloud_sample_here(double qx, double qy, double qz, double out[3]) { cloud_here(qx, qy, qz, out[0], out[1], out[2]); }
 
-bool cloud_held_here(const Array3<double>& f, int i0, int j0, int ilo, int ihi, int jlo, int jhi) {
-  return cloud_held(f, i0, j0, ilo, ihi, jlo, jhi);
+bool holds_columns(const Array3<double>& f, int ia, int ib, int ja, int jb) {
+  return std::min(ia, ib) >= f.lo(0) && std::max(ia, ib) <= f.hi(0) && std::min(ja, jb) >= f.lo(1) &&
+         std::max(ja, jb) <= f.hi(1);
+}
+
+bool cloud_held(const Array3<double>& f, int i0, int j0, int ilo, int ihi, int jlo, int jhi) {
+  const int a = std::max(i0, ilo), b = std::min(i0 + 5, ihi), c = std::max(j0, jlo), d = std::min(j0 + 5, jhi);
+  return a > b || c > d || (a >= f.lo(0) && b <= f.hi(0) && c >= f.lo(1) && d <= f.hi(1));
 }
 
 void BEDPATCHNORMAL(double x1, double x2, double y1, double y2, double z1, double z2, double z3, double z4,

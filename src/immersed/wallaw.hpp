@@ -111,9 +111,12 @@ void tri_apply(bool smooth, const TriGeometry& g, double& upx, double& upy, doub
 // owner of an image point.)
 void tri_sample_here(const CellOfPoint& c, double qx, double qy, double qz, double out[3]);
 void cloud_sample_here(double qx, double qy, double qz, double out[3]);
+// Whether this process's array f holds columns ia..ib and rows ja..jb (each
+// pair in either order).
+bool holds_columns(const Array3<double>& f, int ia, int ib, int ja, int jb);
 // Whether this process holds every position of a cloud from i0, j0 (six
 // wide) of f that lies within the limits ilo..ihi, jlo..jhi.
-bool cloud_held_here(const Array3<double>& f, int i0, int j0, int ilo, int ihi, int jlo, int jhi);
+bool cloud_held(const Array3<double>& f, int i0, int j0, int ilo, int ihi, int jlo, int jhi);
 
 // Inverse-distance sample of `field` at q from the positions of the cloud
 // i0..i0+5, j0..j0+5, k0..k0+5 that lie within the index limits and whose

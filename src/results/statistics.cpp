@@ -162,7 +162,7 @@ bool load(const std::string& name) {
   int there = f != nullptr;
   dist_bcast(&there, 1);
   if (!there) return false;
-  char magic[8];
+  char magic[8] = {};
   int dims[3];
   long long count = 0;
   double first_time = 0.0, weight = 0.0, force = 0.0;
