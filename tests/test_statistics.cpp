@@ -3,6 +3,8 @@
 // test_restart.cpp) a restart that continues the averages exactly.
 #include <gtest/gtest.h>
 
+#include <omp.h>
+
 #include <cmath>
 #include <vector>
 
@@ -177,5 +179,32 @@ TEST(Statistics, FrictionVelocityOfALogLawFlow) {
           EXPECT_NEAR(us(i, j), ustar, 0.03 * ustar) << i << " " << j;
         else
           EXPECT_NEAR(us(i, j), 1.33 * ustar, 0.03 * ustar) << i << " " << j;
+  }
+}
+
+// The bed's stress from the momentum it takes: in a flume run to a steady
+// mean (rough bed, side walls, the solid at rest as riverles-case writes it),
+// the plan mean of MeanBedShearStressX is what the driving force puts into
+// the water, within 2 %, on one thread and on two.  A stress of the wrong sign or
+// scale (dz, dt, dens, a face counted twice or not at all, the side walls'
+// law left out) misses by far more; the wall law's estimate misses by a
+// factor of 4 here.
+TEST(Statistics, BedStressBalancesTheDrivingForce) {
+  for (int threads : {1, 2}) {
+    const int saved = omp_get_max_threads();
+    omp_set_num_threads(threads);
+    int status = -1;
+    rltest::run_description("flat-channel.txt",
+                            "endtimeItm 12.0\nStatsStartItm 4.0\ndtStatsItm 4.0\nBedItm 2\nRoughItm 5.0\n"
+                            "MonitorItm 0\nSolidRestItm 1",
+                            "stats-balance", &status);
+    omp_set_num_threads(saved);
+    ASSERT_EQ(status, 0);
+    const double balance = rl::statistics_balance_stress();
+    const double bed = rl::statistics_bed_mean("MeanBedShearStressX");
+    EXPECT_GT(balance, 0.5) << threads;
+    EXPECT_NEAR(bed, balance, 0.02 * balance) << threads << " threads";
+    EXPECT_GT(rl::statistics_bed_mean("MeanBedShearStress"), bed) << threads;
+    EXPECT_GT(std::abs(rl::statistics_bed_mean("MeanWallLawShearStress") - balance), 0.5 * balance) << threads;
   }
 }

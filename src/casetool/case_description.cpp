@@ -343,6 +343,7 @@ const std::vector<KeyDefault>& key_defaults() {
       {"StatisticsItm", Kind::Integer, "1"},
       {"StatsStartItm", Kind::Real, "0.5"},
       {"dtStatsItm", Kind::Real, "0.5"},
+      {"SolidRestItm", Kind::Integer, "1"},
   };
   return keys;
 }

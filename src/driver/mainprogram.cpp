@@ -182,6 +182,7 @@ void startup(MainState& m) {
   if ((m.hotout == 1 || m.tecplot == 1) && first_process()) make_output_folder(m.outpath);
 
   FLAGDETER();
+  rest_solid_start(optional_integer("SolidRestItm", 0) == 1);
 
   rough = 1.0;
   ibed = read_integer("BedItm");
@@ -274,7 +275,10 @@ int ADVANCE() {
   timed("ZVELOCITY", ZVELOCITY);
   timed("wall pass", wall_pass);
   timed("IMMERSING", IMMERSING);
-  if (DTCLEAN > dt) timed("ZEROFLAGGED", ZEROFLAGGED);
+  if (solid_at_rest())
+    timed("ZEROFLAGGED", [] { rest_solid(true); });
+  else if (DTCLEAN > dt)
+    timed("ZEROFLAGGED", ZEROFLAGGED);
   timed("boundaries", boundaries);
   const int npoisson = timed("POISSONP", POISSONP);
   timed("CORRECTION", CORRECTION);
@@ -282,6 +286,7 @@ int ADVANCE() {
   timed("DIVERGENCE", DIVERGENCE);
   timed("wall pass", wall_pass);
   timed("IMMERSING", IMMERSING);
+  if (solid_at_rest()) timed("ZEROFLAGGED", [] { rest_solid(false); });
   timed("boundaries", boundaries);
   timed("SMAGORINSKY", SMAGORINSKY);
   timed("FLAGDETER", FLAGDETER);

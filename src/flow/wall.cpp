@@ -5,6 +5,7 @@
 #include "common/distributed.hpp"
 #include "common/parallel.hpp"
 #include "driver/fields.hpp"
+#include "immersed/bedstress.hpp"
 
 namespace rl {
 
@@ -30,11 +31,13 @@ struct SideWallLaw {
 
 // Rows r (read) and s (written) of one side wall: pass 1 sets u of row s,
 // pass 2 sets w of row s from the component `c` of row r, taken with the mean
-// of u at the w position.  Over several processes, the blocks at the wall do
+// of u at the w position.  The u each row loses goes into the bed's ledger
+// (the wall's stress counts with the bed of its column).  Over several processes, the blocks at the wall do
 // their columns, reading the neighbours' of the last exchange.
 void wall_rows(int r, int s, const Array3<double>& c) {
   const SideWallLaw law;
   const int i0 = own_lo_i(1), i1 = own_hi_i(imax);
+  const bool ledger = bed_ledger_on();
 #pragma omp parallel if (worth_sharing(cells_of(imax, jmax, kmax)))
   {
 #pragma omp for schedule(static)
@@ -42,7 +45,9 @@ void wall_rows(int r, int s, const Array3<double>& c) {
       for (int i = i0; i <= i1; ++i) {
         const double wm = (w(i, r, k) + w(i + 1, r, k) + w(i, r, k - 1) + w(i + 1, r, k - 1)) * 0.25;
         const double vel = std::sqrt(u(i, r, k) * u(i, r, k) + wm * wm);
+        const double before = u(i, s, k);
         u(i, s, k) = law(u(i, r, k), vel);
+        if (ledger) bed_take(0, i, s, before - u(i, s, k));
       }
 
 #pragma omp for schedule(static)

@@ -65,13 +65,16 @@ bool far_defer(int pass, int i, int j, int k);
 
 // The forcing of one point: `force(value)` computes the value from the
 // stored one; it is stored in `target` unless the point waited for a sample,
-// in which case it is kept (pass, i, j, k) for the next round.
+// in which case it is kept (pass, i, j, k) for the next round.  Returns
+// whether the value was stored.
 template <class Force>
-void far_point(int pass, int i, int j, int k, double& target, Force force) {
+bool far_point(int pass, int i, int j, int k, double& target, Force force) {
   far_begin_point();
   double value = target;
   force(value);
-  if (!far_defer(pass, i, j, k)) target = value;
+  if (far_defer(pass, i, j, k)) return false;
+  target = value;
+  return true;
 }
 
 // The rounds after a pass: the requests of all processes are sent to the

@@ -3,6 +3,7 @@
 #include "common/distributed.hpp"
 #include "common/parallel.hpp"
 #include "driver/fields.hpp"
+#include "immersed/bedstress.hpp"
 #include "immersed/farsample.hpp"
 #include "immersed/immerse.hpp"
 
@@ -20,10 +21,21 @@ void force(int pass, int i, int j, int k, double& value) {
     IMMERSEW(i, j, k, value);
 }
 
+// The forcing of one position, the velocity it removed noted in the bed's
+// ledger (u and v).
+void force_noted(int pass, int i, int j, int k, Array3<double>& f) {
+  double& target = f(i, j, k);
+  const double before = target;
+  force(pass, i, j, k, target);
+  if (pass < 2) bed_take(pass, i, j, before - target);
+}
+
 // Over several processes a point whose image point lies with another
 // process waits for its sample: its value is stored only once it has it.
-void force_far(int pass, int i, int j, int k, Array3<double>& f) {
-  far_point(pass, i, j, k, f(i, j, k), [=](double& value) { force(pass, i, j, k, value); });
+void force_far(int pass, int i, int j, int k, Array3<double>& f, bool ledger) {
+  const double before = f(i, j, k);
+  const bool stored = far_point(pass, i, j, k, f(i, j, k), [=](double& value) { force(pass, i, j, k, value); });
+  if (stored && ledger && pass < 2) bed_take(pass, i, j, before - f(i, j, k));
 }
 
 }  // namespace
@@ -31,7 +43,8 @@ void force_far(int pass, int i, int j, int k, Array3<double>& f) {
 // Direct forcing: every forcing point of flagu, flagv, flagw in the ranges
 // below gets the value of its wall law written into u, v or w.  The wall
 // laws read only fluid positions, so the order of the points is immaterial.
-// The w pass stops one plane below the top.  The forcing points lie in the
+// The w pass stops one plane below the top.  When the bed's ledger is kept,
+// the velocity each forcing of u and v removed is noted in it.  The forcing points lie in the
 // planes near the bed, so the planes are handed out one at a time to the
 // thread that is free (shared in equal blocks, one thread got nearly all of
 // them: two threads took 0.9-1.0 of the time of one, now 0.7-0.8).
@@ -41,7 +54,7 @@ void IMMERSING() {
   // neighbours' current values come into the halos first, and the image
   // points beyond them are sampled by their owners (rounds below).
   HALOS({&u, &v, &w}, kHalo);
-  const bool far = far_on();
+  const bool far = far_on(), ledger = bed_ledger_on();
   if (far) far_start();
   const int i0 = own_lo_i(1), i1 = own_hi_i(imax), j0 = own_lo_j(1), j1 = own_hi_j(jmax);
 #pragma omp parallel if (worth_sharing(cells_of(imax, jmax, kmax)))
@@ -53,7 +66,9 @@ void IMMERSING() {
         for (int i = i0; i <= i1; ++i)
           if (f[i] == 0) {
             if (far)
-              force_far(0, i, j, k, u);
+              force_far(0, i, j, k, u, ledger);
+            else if (ledger)
+              force_noted(0, i, j, k, u);
             else
               IMMERSEU(i, j, k, u(i, j, k));
           }
@@ -66,7 +81,9 @@ void IMMERSING() {
         for (int i = i0; i <= i1; ++i)
           if (f[i] == 0) {
             if (far)
-              force_far(1, i, j, k, v);
+              force_far(1, i, j, k, v, ledger);
+            else if (ledger)
+              force_noted(1, i, j, k, v);
             else
               IMMERSEV(i, j, k, v(i, j, k));
           }
@@ -79,7 +96,7 @@ void IMMERSING() {
         for (int i = i0; i <= i1; ++i)
           if (f[i] == 0) {
             if (far)
-              force_far(2, i, j, k, w);
+              force_far(2, i, j, k, w, false);
             else
               IMMERSEW(i, j, k, w(i, j, k));
           }
@@ -87,7 +104,7 @@ void IMMERSING() {
   }
   if (far) {
     Array3<double>* fields[3] = {&u, &v, &w};
-    far_rounds([&](const FarPoint& p) { force_far(p.pass, p.i, p.j, p.k, *fields[p.pass]); });
+    far_rounds([&](const FarPoint& p) { force_far(p.pass, p.i, p.j, p.k, *fields[p.pass], ledger); });
   }
 }
 

@@ -2,6 +2,7 @@
 
 #include "common/distributed.hpp"
 #include "driver/fields.hpp"
+#include "immersed/bedstress.hpp"
 
 namespace rl {
 
@@ -66,6 +67,46 @@ void ZEROFLAGGED() {
       }
     }
   }
+}
+
+namespace {
+bool at_rest = false;
+double force_before = 0.0;  // forcex of the previous step
+bool first_rest = true;
+}  // namespace
+
+void rest_solid_start(bool on) {
+  at_rest = on;
+  first_rest = true;
+}
+bool solid_at_rest() { return at_rest; }
+
+void rest_solid(bool predicted) {
+  if (bed_ledger_on()) {
+    // The velocity about to be cleared from this process's own u and v
+    // positions in the solid: momentum the water lost into it.  After the
+    // predictor the driving force's own share is taken off (the predictor
+    // adds it everywhere, the solid included, with the weights of its
+    // Adams-Bashforth step).
+    if (first_rest) force_before = forcex;
+    const double body = predicted ? (3.0 * forcex - force_before) * 0.5 * dt : 0.0;
+    for (int k = 1; k <= kmax; ++k)
+      for (int j = own_lo_j(1); j <= own_hi_j(jmax); ++j) {
+        const double* ur = u.row(j, k);
+        const double* vr = v.row(j, k);
+        const int* fu = flagu.row(j, k);
+        const int* fv = flagv.row(j, k);
+        for (int i = own_lo_i(1); i <= own_hi_i(imax); ++i) {
+          if (fu[i] == -1) bed_take(0, i, j, ur[i] - body);
+          if (fv[i] == -1) bed_take(1, i, j, vr[i]);
+        }
+      }
+  }
+  if (predicted) {
+    force_before = forcex;
+    first_rest = false;
+  }
+  ZEROFLAGGED();
 }
 
 }  // namespace rl

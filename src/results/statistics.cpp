@@ -14,6 +14,7 @@
 #include "driver/domain.hpp"
 #include "driver/fields.hpp"
 #include "driver/mainprogram.hpp"
+#include "immersed/bedstress.hpp"
 #include "immersed/immerse.hpp"
 #include "results/saved.hpp"
 #include "common/parallel.hpp"
@@ -38,8 +39,11 @@ struct Stats {
   Array3<double> suu, svv, sww;
   // Means of the velocities interpolated to the cell centres, and their co-moments.
   Array3<double> cu, cv, cw, suv, suw, svw;
-  // The bed, per column: instantaneous and mean friction velocity and shear stress.
+  // The bed, per column: the wall law's friction velocity and shear stress,
+  // instantaneous and mean; the stress from the momentum the bed took
+  // (x, y, magnitude), instantaneous and mean.
   Array2<double> ustar, tau, mustar, mtau;
+  Array2<double> btx, bty, btm, mbtx, mbty, mbtm;
 };
 
 Stats S;
@@ -70,7 +74,32 @@ std::vector<Output> outputs() {
 std::vector<Array3<double>*> arrays3() {
   return {&S.mu, &S.mv, &S.mw, &S.mp, &S.mn, &S.suu, &S.svv, &S.sww, &S.cu, &S.cv, &S.cw, &S.suv, &S.suw, &S.svw};
 }
-std::vector<Array2<double>*> arrays2() { return {&S.ustar, &S.tau, &S.mustar, &S.mtau}; }
+std::vector<Array2<double>*> arrays2() {
+  return {&S.ustar, &S.tau, &S.mustar, &S.mtau, &S.btx, &S.bty, &S.btm, &S.mbtx, &S.mbty, &S.mbtm};
+}
+
+// The bed's fields of the statistics file, by name.
+std::vector<std::pair<const char*, Array2<double>*>> bed_outputs() {
+  return {{"BedShearStressX", &S.btx},        {"BedShearStressY", &S.bty},
+          {"BedShearStress", &S.btm},         {"MeanBedShearStressX", &S.mbtx},
+          {"MeanBedShearStressY", &S.mbty},   {"MeanBedShearStress", &S.mbtm},
+          {"WallLawShearStress", &S.tau},     {"MeanWallLawShearStress", &S.mtau},
+          {"FrictionVelocity", &S.ustar},     {"MeanFrictionVelocity", &S.mustar}};
+}
+
+// The water the driving force moves: the faces of u not in the solid (fluid
+// and forcing points), each a cell's volume.  Over several processes the
+// sum of every process's own faces.
+double water_volume() {
+  double n = 0.0;
+  for (int k = 1; k <= kmax; ++k)
+    for (int j = own_lo_j(1); j <= own_hi_j(jmax); ++j) {
+      const int* f = flagu.row(j, k);
+      for (int i = own_lo_i(1); i <= own_hi_i(imax); ++i) n += f[i] != -1 ? 1.0 : 0.0;
+    }
+  if (ownership().on) n = dist_sum(n);
+  return n * dx * dy * dz;
+}
 
 // A sample x of weight w (its time step) into a running mean and sum of
 // weighted squared deviations (West's form of Welford's update); r is w over
@@ -143,15 +172,33 @@ void plan_nodes(const std::vector<double>& c, std::vector<double>& out) {
     }
 }
 
+// The mean over the plan's columns of a column array gathered whole.
+double plan_mean(const std::vector<double>& c) {
+  double sum = 0.0;
+  for (int j = 1; j <= jmax; ++j)
+    for (int i = 1; i <= imax; ++i)
+      sum += c[static_cast<std::size_t>(j) * static_cast<std::size_t>(imax + 2) + static_cast<std::size_t>(i)];
+  return sum / (static_cast<double>(imax) * jmax);
+}
+
+// The stress the bed must take on average over the plan in a steady reach:
+// what the time-mean driving force puts into the water, dens * force * water
+// volume, over the plan area.
+double balance_stress() {
+  return dens * S.force * water_volume() / (static_cast<double>(imax) * jmax * dx * dy);
+}
+
 std::string restart_name_of(const std::string& startfile) {
   const std::string s = strip_blanks(startfile);
   return (s.size() > 4 && s.ends_with(".dat") ? s.substr(0, s.size() - 4) : s) + ".stats";
 }
 
-// The accumulators of time-weighted averages; '1' marked those of averages
-// per step, which cannot be continued with time weights.
-constexpr char kMagic[8] = {'R', 'L', 'S', 'T', 'A', 'T', 'S', '2'};
+// The accumulators of time-weighted averages with the bed's momentum
+// stresses; '1' marked those of averages per step, '2' those without the
+// momentum stresses, neither of which can be continued.
+constexpr char kMagic[8] = {'R', 'L', 'S', 'T', 'A', 'T', 'S', '3'};
 constexpr char kStepMagic[8] = {'R', 'L', 'S', 'T', 'A', 'T', 'S', '1'};
+constexpr char kNoMomentumMagic[8] = {'R', 'L', 'S', 'T', 'A', 'T', 'S', '2'};
 
 // Reads the accumulators kept beside a saved state; false (nothing changed)
 // when there are none or they do not fit this grid.  The first process
@@ -173,16 +220,16 @@ bool load(const std::string& name) {
          std::fread(&count, sizeof count, 1, f) == 1 && std::fread(&first_time, sizeof first_time, 1, f) == 1 &&
          std::fread(&weight, sizeof weight, 1, f) == 1 && std::fread(&force, sizeof force, 1, f) == 1 &&
          count >= 0 && weight >= 0.0;
-    per_step = std::memcmp(magic, kStepMagic, 8) == 0;
+    per_step = std::memcmp(magic, kStepMagic, 8) == 0 ? 1 : std::memcmp(magic, kNoMomentumMagic, 8) == 0 ? 2 : 0;
   }
   dist_bcast(&per_step, 1);
   if (per_step) {
     if (first) {
       std::fclose(f);
-      std::fprintf(stderr,
-                   "riverles: warning: %s holds averages per step (an older riverles); the statistics, "
-                   "time-weighted now, start anew\n",
-                   name.c_str());
+      std::fprintf(stderr, "riverles: warning: %s holds %s (an older riverles); the statistics start anew\n",
+                   name.c_str(),
+                   per_step == 1 ? "averages per step, not time-weighted ones"
+                                 : "no bed shear stress from the momentum the bed takes");
     }
     return false;
   }
@@ -245,6 +292,7 @@ void STATSTART(double otime, const std::string& startfile) {
       ERRORSTOP(2);
   for (Array2<double>* a : arrays2())
     if (!a->allocate("bed statistics", 0, I + 1, 0, J + 1)) ERRORSTOP(2);
+  bed_ledger_start(true);
   if (!strip_blanks(startfile).empty()) load(restart_name_of(startfile));
 }
 
@@ -267,7 +315,11 @@ void statistics_reset(double start) {
 void STATISTICS() {
   // Each step's state stands for the time of that step: a step of no time
   // (a time step of 0) adds nothing.
-  if (!S.on || simtime < S.start || !(dt > 0.0)) return;
+  if (!S.on) return;
+  if (simtime < S.start || !(dt > 0.0)) {
+    bed_ledger_clear();
+    return;
+  }
   S.count += 1;
   if (S.count == 1) S.first = simtime;
   const double wt = dt;
@@ -308,14 +360,34 @@ void STATISTICS() {
     }
 
   BEDFRICTION(S.ustar);
+  bed_stress_of_step(S.btx, S.bty);
   for (int j = own_lo_j(1); j <= own_hi_j(jmax); ++j)
     for (int i = own_lo_i(1); i <= own_hi_i(imax); ++i) {
       const double us = S.ustar(i, j);
       S.tau(i, j) = dens * us * us;
       S.mustar(i, j) += (us - S.mustar(i, j)) * r;
       S.mtau(i, j) += (S.tau(i, j) - S.mtau(i, j)) * r;
+      const double tx = S.btx(i, j), ty = S.bty(i, j);
+      S.btm(i, j) = std::sqrt(tx * tx + ty * ty);
+      S.mbtx(i, j) += (tx - S.mbtx(i, j)) * r;
+      S.mbty(i, j) += (ty - S.mbty(i, j)) * r;
+      S.mbtm(i, j) += (S.btm(i, j) - S.mbtm(i, j)) * r;
     }
 }
+
+double statistics_bed_mean(const std::string& name) {
+  std::vector<double> whole;
+  for (const auto& [n, a] : bed_outputs())
+    if (name == n) {
+      gather_columns(*a, whole);
+      double m = dist_rank() == 0 ? plan_mean(whole) : 0.0;
+      if (ownership().on) m = dist_sum(m);
+      return m;
+    }
+  return 0.0;
+}
+
+double statistics_balance_stress() { return balance_stress(); }
 
 void statistics_nodes(const std::string& name, double* out) {
   std::vector<double> v;
@@ -397,12 +469,18 @@ void WRITESTATS(const std::string& outpath, const std::string& outfile) {
          cg_array_write("EquivalentSlope", CGNS_ENUMV(RealDouble), 1, &one, &slope) == CG_OK;
   }
   // The bed on the plan grid, lifted to its elevation.
-  const std::pair<const char*, Array2<double>*> bedfields[4] = {{"BedShearStress", &S.tau},
-                                                                 {"FrictionVelocity", &S.ustar},
-                                                                 {"MeanBedShearStress", &S.mtau},
-                                                                 {"MeanFrictionVelocity", &S.mustar}};
-  std::vector<std::vector<double>> columns(4);
-  for (int m = 0; m < 4; ++m) gather_columns(*bedfields[m].second, columns[static_cast<std::size_t>(m)]);
+  const auto bedfields = bed_outputs();
+  const std::size_t nb = bedfields.size();
+  std::vector<std::vector<double>> columns(nb);
+  for (std::size_t m = 0; m < nb; ++m) gather_columns(*bedfields[m].second, columns[m]);
+  // The bed's mean stress against the momentum balance of the reach.
+  const double balance = balance_stress(), bedmean = first ? plan_mean(columns[3]) : 0.0;
+  if (ok) {
+    const cgsize_t one = 1;
+    ok = cg_goto(fn, B, "Reach", 0, "end") == CG_OK &&
+         cg_array_write("PlanMeanBedShearStressX", CGNS_ENUMV(RealDouble), 1, &one, &bedmean) == CG_OK &&
+         cg_array_write("MomentumBalanceShearStress", CGNS_ENUMV(RealDouble), 1, &one, &balance) == CG_OK;
+  }
   if (ok) {
     const cgsize_t size[6] = {ni, nj, ni - 1, nj - 1, 0, 0};
     std::vector<double> x, y, z;
@@ -416,8 +494,8 @@ void WRITESTATS(const std::string& outpath, const std::string& outfile) {
          cg_coord_write(fn, B, Z, CGNS_ENUMV(RealDouble), "CoordinateY", y.data(), &G) == CG_OK &&
          cg_coord_write(fn, B, Z, CGNS_ENUMV(RealDouble), "CoordinateZ", z.data(), &G) == CG_OK &&
          cg_sol_write(fn, B, Z, "BedStatistics", CGNS_ENUMV(Vertex), &sol) == CG_OK;
-    for (int m = 0; m < 4 && ok; ++m) {
-      plan_nodes(columns[static_cast<std::size_t>(m)], buf);
+    for (std::size_t m = 0; m < nb && ok; ++m) {
+      plan_nodes(columns[m], buf);
       ok = cg_field_write(fn, B, Z, sol, CGNS_ENUMV(RealDouble), bedfields[m].first, buf.data(), &fld) == CG_OK;
     }
     ok = ok && series(B, Z, "BedStatistics");

@@ -18,9 +18,14 @@
 // The reach: the time mean of the streamwise driving acceleration and its
 // equivalent slope (the mean over gravity).
 //
-// The bed: the friction velocity u* of each column from the wall law at its
-// lowest forcing point of w, and the bed shear stress dens*u*^2, each
-// instantaneous and averaged.
+// The bed, per column: the stress of the flow on the bed from the momentum
+// the bed took in the step (the forcing of u and v at the bed and the side
+// walls' law, immersed/bedstress.hpp), as a vector and its magnitude; beside
+// it the wall law's own estimate, the friction velocity u* at the column's
+// lowest forcing point of w and dens*u*^2.  Each instantaneous and averaged
+// (the mean magnitude is the mean of the magnitudes).  The file records
+// the plan mean of the mean streamwise stress beside what the momentum
+// balance asks of it (dens x mean driving force x water volume / plan area).
 //
 // Files (docs/case-file.md): a statistics file <outpath>/<outfile>_stats_NNNNNN.cgns
 // at every dtStatsItm (NNNNNN = time / dtStatsItm), the averages so far on
@@ -61,6 +66,11 @@ long long statistics_count();
 double statistics_weight();
 // The time mean of the driving acceleration forcex over the samples.
 double statistics_force();
+// The plan mean over the columns of a bed output (MeanBedShearStressX, ...);
+// every process calls it together.
+double statistics_bed_mean(const std::string& name);
+// dens x mean driving force x water volume / plan area.
+double statistics_balance_stress();
 // The averages on the nodes, by output name (MeanVelocityX, ..., ReynoldsStressVW,
 // MeanEddyViscosity): fills `out` on 0..imax, 0..jmax, 0..kmax, i fastest.
 void statistics_nodes(const std::string& name, double* out);

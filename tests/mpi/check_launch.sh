@@ -119,7 +119,7 @@ def quantities(path):
         n3, n2 = (I + 2) * (J + 2) * (K + 2), (I + 2) * (J + 2)
         v = struct.unpack("%dd" % ((len(b) - 52) // 8), b[52:])
         out, at = [struct.unpack("d", b[n:n + 8]) for n in (28, 36, 44)], 0
-        for n in [n3] * 14 + [n2] * 4:
+        for n in [n3] * 14 + [n2] * 10:
             out.append(v[at:at + n]); at += n
         return (b[:28], len(v) - at), out
     segs, width = [], None
