@@ -134,7 +134,7 @@ std::string first_difference(const std::string& a, const std::string& b) {
 // switches on by default.
 void make_case(const std::string& dir, const RefCase& c, const char* extra) {
   const std::string src = RIVERLES_SOURCE_DIR;
-  std::ofstream(dir + "/case.txt") << slurp(src + "/examples/" + c.example) << "\noutpathItm .\nSolidRestItm 0\n"
+  std::ofstream(dir + "/case.txt") << slurp(src + "/examples/" + c.example) << "\noutpathItm .\nSolidRestItm 0\nWallViscosityItm 0\n"
                                    << extra;
   const std::string cmd = "'" RIVERLES_CASE_EXE "' '" + dir + "/case.txt' '" + dir + "/case.cgn'";
   ASSERT_EQ(std::system(cmd.c_str()), 0);

@@ -344,6 +344,7 @@ const std::vector<KeyDefault>& key_defaults() {
       {"StatsStartItm", Kind::Real, "0.5"},
       {"dtStatsItm", Kind::Real, "0.5"},
       {"SolidRestItm", Kind::Integer, "1"},
+      {"WallViscosityItm", Kind::Integer, "2"},
   };
   return keys;
 }

@@ -32,6 +32,7 @@
 #include "immersed/immerse.hpp"
 #include "immersed/immersing.hpp"
 #include "immersed/stepend.hpp"
+#include "immersed/viscbed.hpp"
 #include "immersed/wallaw.hpp"
 #include "orvalib/orvalib.hpp"
 #include "pressure/boundary.hpp"
@@ -195,6 +196,7 @@ void startup(MainState& m) {
 
   smagorinsky = read_real("smagorinskyItm");
   iibm = read_integer("iIBMItm");
+  wall_viscosity_start(optional_integer("WallViscosityItm", 0));
   if (read_integer("iCycleItm") == 1)
     igamma = 1;
   else

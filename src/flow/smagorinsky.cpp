@@ -7,6 +7,7 @@
 #include "driver/fields.hpp"
 #include "immersed/farsample.hpp"
 #include "immersed/immerse.hpp"
+#include "immersed/viscbed.hpp"
 #include "common/distributed.hpp"
 #include "common/parallel.hpp"
 
@@ -141,6 +142,13 @@ void SMAGORINSKY() {
 #pragma omp master
       far_rounds([](const FarPoint& p) { visc_far(p.i, p.j, p.k); });
 #pragma omp barrier
+    }
+
+    // The log layer's viscosity at the bed, where the case asks for it.
+    if (wall_viscosity_layers() > 0) {
+#pragma omp barrier
+#pragma omp for schedule(static)
+      for (int j = cj0; j <= cj1; ++j) wall_viscosity_row(j, ci0, ci1);
     }
 
     // Stage 3: ghost layers, x then y then z; each pass sees the ghosts of

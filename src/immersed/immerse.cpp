@@ -406,14 +406,16 @@ void IMMERSEW(int i, int j, int k, double& value) {
 void BEDFRICTION(Array2<double>& ustar) {
   // Over several processes, the columns of this process's block.
   for (int j = own_lo_j(1); j <= own_hi_j(jmax); ++j)
-    for (int i = own_lo_i(1); i <= own_hi_i(imax); ++i) {
-      ustar(i, j) = 0.0;
-      for (int k = 1; k <= kmax; ++k) {
-        if (flagw(i, j, k) != 0) continue;
-        if (const CachedFoot* e = entry_of(KW, flagw, i, j, k)) ustar(i, j) = e->ustar;
-        break;
-      }
-    }
+    for (int i = own_lo_i(1); i <= own_hi_i(imax); ++i) ustar(i, j) = column_friction_velocity(i, j);
+}
+
+double column_friction_velocity(int i, int j) {
+  for (int k = 1; k <= kmax; ++k) {
+    if (flagw(i, j, k) != 0) continue;
+    const CachedFoot* e = entry_of(KW, flagw, i, j, k);
+    return e ? e->ustar : 0.0;
+  }
+  return 0.0;
 }
 
 void IMMERSEVISC(int i, int j, int k, double& value) {

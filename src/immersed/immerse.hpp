@@ -31,6 +31,8 @@ void FOOTCACHE(bool on);
 // foot points are not kept.
 // reads: flagw, what the last forcing kept; writes: ustar
 void BEDFRICTION(Array2<double>& ustar);
+// The friction velocity of column (i, j) as BEDFRICTION gives it.
+double column_friction_velocity(int i, int j);
 
 // Eddy viscosity at the cell centre (i,j,k) next to the bed.
 // reads: bed, nut and flagc (fluid positions), iibm; writes: value

@@ -1,9 +1,12 @@
 #include "immersed/viscbed.hpp"
 
+#include <algorithm>
+
 #include <cmath>
 
 #include "driver/fields.hpp"
 #include "immersed/farsample.hpp"
+#include "immersed/immerse.hpp"
 #include "immersed/wallaw.hpp"
 
 namespace rl {
@@ -121,6 +124,35 @@ double nut_cloud_here(double qx, double qy, double qz) {
   const int Kh = cell_index((qz - zmin) / dz + 0.5);
   return idw_sample(nut, flagc, Ih - 2, Jh - 2, Kh - 2, 0, imax + 1, 0, jmax + 1, 0, kmax + 1, 0.5, 0.5, 0.5, qx, qy,
                     qz);
+}
+
+namespace {
+int log_layers = 0;
+}  // namespace
+
+void wall_viscosity_start(int layers) { log_layers = layers > 0 ? layers : 0; }
+int wall_viscosity_layers() { return log_layers; }
+
+void wall_viscosity_row(int j, int i0, int i1) {
+  if (log_layers == 0 || j < 1 || j > jmax) return;
+  const int K = kmax;
+  for (int i = std::max(i0, 1); i <= std::min(i1, imax); ++i) {
+    const double us = column_friction_velocity(i, j);
+    if (!(us > 0.0)) continue;
+    // The highest forcing cell of the column; the cells up to n above it.
+    int top = 0;
+    for (int k = 1; k <= K; ++k)
+      if (flagc(i, j, k) == 0) top = k;
+    if (top == 0) continue;
+    const int last = std::min(K, top + log_layers);
+    for (int k = 1; k <= last; ++k) {
+      const int f = flagc(i, j, k);
+      if (f == -1 || (f == 1 && k < top)) continue;
+      const double d = zmin + (static_cast<double>(k) - 0.5) * dz - bed(i, j);
+      const double mixing = 0.41 * us * (d > 0.0 ? d : 0.0);
+      if (mixing > nut(i, j, k)) nut(i, j, k) = mixing;
+    }
+  }
 }
 
 }  // namespace rl

@@ -23,4 +23,21 @@ void VISCIDW(double px, double py, double pz, double fx, double fy, double fz, d
 double nut_tri_here(const CellOfPoint& c, double qx, double qy, double qz);
 double nut_cloud_here(double qx, double qy, double qz);
 
+// The log layer's eddy viscosity at the bed (the optional key
+// WallViscosityItm n, n >= 1).  The wall law forces the velocity at the
+// forcing points, but the stress it implies reaches the flow only through
+// the viscosities between the forcing points and the cells above, and the
+// Smagorinsky value there (scaled down to zero at the bed, above) is far
+// below what a log layer carries: the flow slips over the bed, too fast near
+// it and too little friction for a given discharge.  With the key, the
+// forcing cells of each column and the first n fluid cells above them get at
+// least kappa * u* * d, the mixing-length viscosity of the log layer (d the
+// height of the centre over the column's bed, u* the wall law's friction
+// velocity of the column), with which a log profile carries exactly u*^2.
+void wall_viscosity_start(int layers);
+int wall_viscosity_layers();
+// Raises nut in the columns i0..i1 of row j (the box's own columns only).
+// reads: nut, flagc, flagw, bed, the wall law's kept friction velocities; writes: nut
+void wall_viscosity_row(int j, int i0, int i1);
+
 }  // namespace rl
