@@ -232,3 +232,34 @@ TEST_F(CaseTool, RealDataMistakesAreCaught) {
   int ier;
   orva::CG_CLOSE_F(1, ier);
 }
+
+// The model's corrections are written into every case: the solid at rest,
+// and the layers of the log layer's viscosity from the grid (0.075 of the
+// mean water depth over the layer height, at least one); a value the
+// description gives is kept.
+TEST_F(CaseTool, CorrectionsAreWrittenWithLayersFromTheGrid) {
+  struct Row {
+    const char* lines;
+    int layers;
+  };
+  // A depth of 0.1 in a box of 0.12 over layers of 0.12/32 (2), 0.12/8
+  // (0.5, at least 1) and 0.12/256 (16); the description's own value.
+  const Row rows[] = {{"bed flat 0.0\nzminItm -0.02\nzmaxItm 0.1\nkmaxItm 5\n", 2},
+                      {"bed flat 0.0\nzminItm -0.02\nzmaxItm 0.1\nkmaxItm 3\n", 1},
+                      {"bed flat 0.0\nzminItm -0.02\nzmaxItm 0.1\nkmaxItm 8\n", 16},
+                      {"bed flat 0.0\nzminItm -0.02\nzmaxItm 0.1\nkmaxItm 5\nWallViscosityItm 0\n", 0}};
+  for (const Row& r : rows) {
+    const std::string desc = write_file("c.txt", std::string("nodes 9 5\nextent 0.8 0.4\n") + r.lines);
+    ASSERT_EQ(run(desc), 0) << message;
+    open_case();
+    int ier = 1, layers = -1, rest = -1;
+    orva::CG_ORVA_READ_INTEGER_F("WallViscosityItm", layers, ier);
+    EXPECT_EQ(ier, 0);
+    orva::CG_ORVA_READ_INTEGER_F("SolidRestItm", rest, ier);
+    EXPECT_EQ(ier, 0);
+    orva::CG_CLOSE_F(1, ier);
+    EXPECT_EQ(layers, r.layers) << r.lines;
+    EXPECT_EQ(rest, 1);
+    EXPECT_EQ(message.find("WallViscosityItm") != std::string::npos, r.layers != 0) << message;
+  }
+}

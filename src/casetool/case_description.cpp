@@ -583,4 +583,36 @@ std::vector<std::string> check_case(const Description& d, const std::string& des
   return warnings;
 }
 
+std::vector<std::string> recommend_keys(Description& d, const std::vector<double>& z) {
+  std::vector<std::string> notes;
+  double zmin, zmax, kexp;
+  int l;
+  if (d.keyline.count("WallViscosityItm") || !key_value(d, "zminItm", zmin, l) || !key_value(d, "zmaxItm", zmax, l) ||
+      !key_value(d, "kmaxItm", kexp, l) || kexp < 0 || kexp > 30 || !(zmax > zmin))
+    return notes;
+  double depth = 0.0;
+  std::size_t wet = 0;
+  for (double e : z)
+    if (e < zmax) {
+      depth += zmax - e;
+      ++wet;
+    }
+  if (wet == 0) return notes;
+  depth /= static_cast<double>(wet);
+  const double dz = (zmax - zmin) / std::ldexp(1.0, static_cast<int>(kexp));
+  // Measured on the rough channel: one layer at 13 cells over the depth and
+  // two at 27 put the mean profile on the log law (B 8.1 and 8.6 for 8.5).
+  const int layers = std::max(1, static_cast<int>(std::lround(0.075 * depth / dz)));
+  for (orva::Condition& c : d.conditions)
+    if (c.key == "WallViscosityItm") {
+      c.ivalue = layers;
+      std::ostringstream m;
+      m << "riverles-case: WallViscosityItm " << layers << ": the log layer's eddy viscosity over the first " << layers
+        << (layers == 1 ? " cell" : " cells") << " above the bed (0.075 of the mean depth " << depth
+        << " over layers of " << dz << ")";
+      notes.push_back(m.str());
+    }
+  return notes;
+}
+
 }  // namespace rlcase

@@ -57,4 +57,10 @@ void build_grid(const Description& d, const std::string& descpath, std::vector<d
 std::vector<std::string> check_case(const Description& d, const std::string& descpath, const std::vector<double>& x,
                                     const std::vector<double>& y, const std::vector<double>& z);
 
+// Sets the keys whose recommended value depends on the grid and the bed,
+// where the description leaves them at their default: WallViscosityItm, the
+// layers of the log layer's viscosity, as many as lie within 0.075 of the
+// mean water depth (at least 1).  Returns a note for each key set.
+std::vector<std::string> recommend_keys(Description& d, const std::vector<double>& z);
+
 }  // namespace rlcase

@@ -21,10 +21,11 @@ int main(int argc, char** argv) {
   const std::string desc = argv[1];
   const std::string casefile = argv[2];
   try {
-    const rlcase::Description d = rlcase::parse_description(desc);
+    rlcase::Description d = rlcase::parse_description(desc);
     std::vector<double> x, y, z;
     rlcase::build_grid(d, desc, x, y, z);
     for (const std::string& w : rlcase::check_case(d, desc, x, y, z)) std::fprintf(stderr, "%s\n", w.c_str());
+    for (const std::string& n : rlcase::recommend_keys(d, z)) std::fprintf(stderr, "%s\n", n.c_str());
     std::string error;
     if (orva::write_case(casefile, d.ni, d.nj, x, y, z, d.conditions, error) != 0) {
       std::fprintf(stderr, "riverles-case: %s: %s\n", casefile.c_str(), error.c_str());

@@ -389,6 +389,12 @@ double statistics_bed_mean(const std::string& name) {
 
 double statistics_balance_stress() { return balance_stress(); }
 
+double statistics_bed_column(const std::string& name, int i, int j) {
+  for (const auto& [n, a] : bed_outputs())
+    if (name == n) return (*a)(i, j);
+  return 0.0;
+}
+
 void statistics_nodes(const std::string& name, double* out) {
   std::vector<double> v;
   for (const Output& o : outputs())

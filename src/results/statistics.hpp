@@ -69,6 +69,8 @@ double statistics_force();
 // The plan mean over the columns of a bed output (MeanBedShearStressX, ...);
 // every process calls it together.
 double statistics_bed_mean(const std::string& name);
+// The value of a bed output at column (i, j) of this process.
+double statistics_bed_column(const std::string& name, int i, int j);
 // dens x mean driving force x water volume / plan area.
 double statistics_balance_stress();
 // The averages on the nodes, by output name (MeanVelocityX, ..., ReynoldsStressVW,
