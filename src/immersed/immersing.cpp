@@ -38,15 +38,37 @@ void force_far(int pass, int i, int j, int k, Array3<double>& f, bool ledger) {
   if (stored && ledger && pass < 2) bed_take(pass, i, j, before - f(i, j, k));
 }
 
+// One pass of the forcing, planes 1..ktop, inside the caller's parallel
+// region: the planes handed out one at a time (dynamic).  `law` forces one
+// position in place.
+template <void (*law)(int, int, int, double&)>
+void force_pass(int pass, const Array3<int>& flag, Array3<double>& f, int ktop, bool far, bool ledger, int i0, int i1,
+                int j0, int j1) {
+#pragma omp for schedule(dynamic)
+  for (int k = 1; k <= ktop; ++k)
+    for (int j = j0; j <= j1; ++j) {
+      const int* fl = flag.row(j, k);
+      for (int i = i0; i <= i1; ++i)
+        if (fl[i] == 0) {
+          if (far)
+            force_far(pass, i, j, k, f, ledger);
+          else if (ledger)
+            force_noted(pass, i, j, k, f);
+          else
+            law(i, j, k, f(i, j, k));
+        }
+    }
+}
+
 }  // namespace
 
 // Direct forcing: every forcing point of flagu, flagv, flagw in the ranges
 // below gets the value of its wall law written into u, v or w.  The wall
 // laws read only fluid positions, so the order of the points is immaterial.
 // The w pass stops one plane below the top.  When the bed's ledger is kept,
-// the velocity each forcing of u and v removed is noted in it.  The forcing points lie in the
-// planes near the bed, so the planes are handed out one at a time to the
-// thread that is free (shared in equal blocks, one thread got nearly all of
+// the velocity each forcing of u and v removed is noted in it.  The forcing
+// points lie in the planes near the bed, so the planes are handed out one at
+// a time to the thread that is free (shared in equal blocks, one thread got nearly all of
 // them: two threads took 0.9-1.0 of the time of one, now 0.7-0.8).
 void IMMERSING() {
   // Over several processes: the forcing points of this process's block; the
@@ -59,48 +81,9 @@ void IMMERSING() {
   const int i0 = own_lo_i(1), i1 = own_hi_i(imax), j0 = own_lo_j(1), j1 = own_hi_j(jmax);
 #pragma omp parallel if (worth_sharing(cells_of(imax, jmax, kmax)))
   {
-#pragma omp for schedule(dynamic)
-    for (int k = 1; k <= kmax; ++k)
-      for (int j = j0; j <= j1; ++j) {
-        const int* f = flagu.row(j, k);
-        for (int i = i0; i <= i1; ++i)
-          if (f[i] == 0) {
-            if (far)
-              force_far(0, i, j, k, u, ledger);
-            else if (ledger)
-              force_noted(0, i, j, k, u);
-            else
-              IMMERSEU(i, j, k, u(i, j, k));
-          }
-      }
-
-#pragma omp for schedule(dynamic)
-    for (int k = 1; k <= kmax; ++k)
-      for (int j = j0; j <= j1; ++j) {
-        const int* f = flagv.row(j, k);
-        for (int i = i0; i <= i1; ++i)
-          if (f[i] == 0) {
-            if (far)
-              force_far(1, i, j, k, v, ledger);
-            else if (ledger)
-              force_noted(1, i, j, k, v);
-            else
-              IMMERSEV(i, j, k, v(i, j, k));
-          }
-      }
-
-#pragma omp for schedule(dynamic)
-    for (int k = 1; k <= kmax - 1; ++k)
-      for (int j = j0; j <= j1; ++j) {
-        const int* f = flagw.row(j, k);
-        for (int i = i0; i <= i1; ++i)
-          if (f[i] == 0) {
-            if (far)
-              force_far(2, i, j, k, w, false);
-            else
-              IMMERSEW(i, j, k, w(i, j, k));
-          }
-      }
+    force_pass<IMMERSEU>(0, flagu, u, kmax, far, ledger, i0, i1, j0, j1);
+    force_pass<IMMERSEV>(1, flagv, v, kmax, far, ledger, i0, i1, j0, j1);
+    force_pass<IMMERSEW>(2, flagw, w, kmax - 1, far, false, i0, i1, j0, j1);
   }
   if (far) {
     Array3<double>* fields[3] = {&u, &v, &w};
