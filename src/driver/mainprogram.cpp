@@ -197,6 +197,7 @@ void startup(MainState& m) {
   smagorinsky = read_real("smagorinskyItm");
   iibm = read_integer("iIBMItm");
   wall_viscosity_start(optional_integer("WallViscosityItm", 0));
+  if (m.hotstart == 1) resume_wall_friction(m.startfile);
   if (read_integer("iCycleItm") == 1)
     igamma = 1;
   else
@@ -232,6 +233,7 @@ bool time_step(MainState& m) {
   if (m.hotout == 1 && output_due(simtime, m.timeold, m.dthotout)) {
     WRITESAVED(nstep, simtime, m.outpath, m.outfile);
     SAVESTATS(m.outpath, m.outfile);
+    save_wall_friction(m.outpath, m.outfile);
   }
   if (statistics_on() && output_due(simtime, m.timeold, statistics_interval())) WRITESTATS(m.outpath, m.outfile);
   if (m.tecplot == 1 && output_due(simtime, m.timeold, m.dttecplot)) {

@@ -409,13 +409,22 @@ void BEDFRICTION(Array2<double>& ustar) {
     for (int i = own_lo_i(1); i <= own_hi_i(imax); ++i) ustar(i, j) = column_friction_velocity(i, j);
 }
 
-double column_friction_velocity(int i, int j) {
+bool kept_friction_velocity(int i, int j, double& ustar) {
+  ustar = 0.0;
   for (int k = 1; k <= kmax; ++k) {
     if (flagw(i, j, k) != 0) continue;
     const CachedFoot* e = entry_of(KW, flagw, i, j, k);
-    return e ? e->ustar : 0.0;
+    if (!e || !e->ready) return false;  // not forced since the feet are kept
+    ustar = e->ustar;
+    return true;
   }
-  return 0.0;
+  return true;
+}
+
+double column_friction_velocity(int i, int j) {
+  double us;
+  kept_friction_velocity(i, j, us);
+  return us;
 }
 
 void IMMERSEVISC(int i, int j, int k, double& value) {

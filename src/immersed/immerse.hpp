@@ -33,6 +33,9 @@ void FOOTCACHE(bool on);
 void BEDFRICTION(Array2<double>& ustar);
 // The friction velocity of column (i, j) as BEDFRICTION gives it.
 double column_friction_velocity(int i, int j);
+// The same, false (and 0) where the column's lowest forcing point of w has
+// not been forced since the foot points are kept.
+bool kept_friction_velocity(int i, int j, double& ustar);
 
 // Eddy viscosity at the cell centre (i,j,k) next to the bed.
 // reads: bed, nut and flagc (fluid positions), iibm; writes: value

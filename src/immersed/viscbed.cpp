@@ -1,10 +1,17 @@
 #include "immersed/viscbed.hpp"
 
 #include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <vector>
 
 #include <cmath>
 
+#include "common/distributed.hpp"
+#include "common/files.hpp"
 #include "driver/fields.hpp"
+#include "results/saved.hpp"
 #include "immersed/farsample.hpp"
 #include "immersed/immerse.hpp"
 #include "immersed/wallaw.hpp"
@@ -128,16 +135,79 @@ double nut_cloud_here(double qx, double qy, double qz) {
 
 namespace {
 int log_layers = 0;
+// The friction velocities of a saved state, columns 1..imax x 1..jmax, i
+// fastest; empty when the run does not continue one.
+std::vector<double> resumed;
+
+constexpr char kWallMagic[8] = {'R', 'L', 'W', 'A', 'L', 'L', 'U', '1'};
+
+std::string wall_name(const std::string& dat) {
+  return (dat.size() > 4 && dat.ends_with(".dat") ? dat.substr(0, dat.size() - 4) : dat) + ".wallus";
+}
 }  // namespace
 
-void wall_viscosity_start(int layers) { log_layers = layers > 0 ? layers : 0; }
+void wall_viscosity_start(int layers) {
+  log_layers = layers > 0 ? layers : 0;
+  resumed.clear();
+}
+
+void save_wall_friction(const std::string& outpath, const std::string& outfile) {
+  if (log_layers == 0) return;
+  const Box mine{own_lo_i(1), own_hi_i(imax), own_lo_j(1), own_hi_j(jmax), 0, 0};
+  std::vector<double> vals, whole;
+  for (int j = mine.j0; j <= mine.j1; ++j)
+    for (int i = mine.i0; i <= mine.i1; ++i) vals.push_back(column_friction_velocity(i, j));
+  GATHERTOFIRST(mine, vals, 1, Box{1, imax, 1, jmax, 0, 0}, whole);
+  if (dist_rank() != 0) return;
+  const std::string name = wall_name(saved_file_name(outpath, outfile)), part = name + ".part";
+  std::FILE* f = std::fopen(part.c_str(), "wb");
+  const int dims[2] = {imax, jmax};
+  bool ok = f && std::fwrite(kWallMagic, 1, 8, f) == 8 && std::fwrite(dims, sizeof dims, 1, f) == 1 &&
+            std::fwrite(whole.data(), sizeof(double), whole.size(), f) == whole.size();
+  if (f) ok = std::fclose(f) == 0 && ok;
+  std::error_code ec;
+  if (ok) std::filesystem::rename(part, name, ec);
+  if (!ok || ec) {
+    std::filesystem::remove(part, ec);
+    std::fprintf(stderr, "riverles: warning: cannot write %s\n", name.c_str());
+  }
+}
+
+void resume_wall_friction(const std::string& startfile) {
+  if (log_layers == 0) return;
+  const std::string name = wall_name(strip_blanks(startfile));
+  std::vector<double> cols(static_cast<std::size_t>(imax) * static_cast<std::size_t>(jmax));
+  int ok = 0;
+  if (dist_rank() == 0) {
+    std::FILE* f = std::fopen(name.c_str(), "rb");
+    char magic[8];
+    int dims[2];
+    ok = f && std::fread(magic, 1, 8, f) == 8 && std::memcmp(magic, kWallMagic, 8) == 0 &&
+         std::fread(dims, sizeof dims, 1, f) == 1 && dims[0] == imax && dims[1] == jmax &&
+         std::fread(cols.data(), sizeof(double), cols.size(), f) == cols.size();
+    if (f) std::fclose(f);
+    if (!ok)
+      std::fprintf(stderr,
+                   "riverles: note: no friction velocities of the saved state (%s): the first step's eddy "
+                   "viscosity at the bed waits for the first forcing\n",
+                   name.c_str());
+  }
+  dist_bcast(&ok, 1);
+  if (!ok) return;
+  dist_bcast(cols.data(), static_cast<int>(cols.size()));
+  resumed = std::move(cols);
+}
 int wall_viscosity_layers() { return log_layers; }
 
 void wall_viscosity_row(int j, int i0, int i1) {
   if (log_layers == 0 || j < 1 || j > jmax) return;
   const int K = kmax;
   for (int i = std::max(i0, 1); i <= std::min(i1, imax); ++i) {
-    const double us = column_friction_velocity(i, j);
+    // Before the first forcing of a run that continues a saved state, the
+    // friction velocities kept with it.
+    double us;
+    if (!kept_friction_velocity(i, j, us) && !resumed.empty())
+      us = resumed[static_cast<std::size_t>(j - 1) * static_cast<std::size_t>(imax) + static_cast<std::size_t>(i - 1)];
     if (!(us > 0.0)) continue;
     // The highest forcing cell of the column; the cells up to n above it.
     int top = 0;

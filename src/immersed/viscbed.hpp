@@ -7,6 +7,8 @@
 // bed.  They read nut and flagc only at fluid centres.
 #pragma once
 
+#include <string>
+
 #include "immersed/wallaw.hpp"
 
 namespace rl {
@@ -35,6 +37,13 @@ double nut_cloud_here(double qx, double qy, double qz);
 // height of the centre over the column's bed, u* the wall law's friction
 // velocity of the column), with which a log profile carries exactly u*^2.
 void wall_viscosity_start(int layers);
+// The friction velocities the floor reads are those the last forcing kept.
+// A saved state does not hold them, so they are written beside it
+// (<outfile>.wallus, one per column) and read back by a run that continues
+// it: its first step, before any forcing, uses them, as the uninterrupted
+// run would.  Nothing without the key; every process calls them together.
+void save_wall_friction(const std::string& outpath, const std::string& outfile);
+void resume_wall_friction(const std::string& startfile);
 int wall_viscosity_layers();
 // Raises nut in the columns i0..i1 of row j (the box's own columns only).
 // reads: nut, flagc, flagw, bed, the wall law's kept friction velocities; writes: nut
