@@ -3,8 +3,11 @@
 // then times, on its final state, the step (ADVANCE), the monitor pass
 // (MONITOR: the scan of every cell, a probe-free log line) and the
 // statistics pass (STATISTICS), each the median of N calls, in nanoseconds
-// per cell and call.  One CSV line per case:
-//   cells,threads,step_ns,monitor_ns,statistics_ns
+// per cell and call.  The bed's ledger apart: the step again with the ledger
+// off (the difference is what the forcings' records of the removed momentum
+// cost) and the pass that turns the ledger into the columns' stresses (part
+// of the statistics pass).  One CSV line per case:
+//   cells,threads,step_ns,monitor_ns,statistics_ns,step_without_ledger_ns,bed_pass_ns
 //   riverles_report_bench CASEFILE [N]
 #include <omp.h>
 
@@ -15,6 +18,7 @@
 
 #include "driver/fields.hpp"
 #include "driver/mainprogram.hpp"
+#include "immersed/bedstress.hpp"
 #include "immersed/flagdeter.hpp"
 #include "immersed/immerse.hpp"
 #include "results/monitors.hpp"
@@ -62,6 +66,16 @@ int main(int argc, char** argv) {
   stdout = quiet;
   const double monitor = median_ns_per_cell(n, [] { rl::MONITOR(2); });
   const double stats = median_ns_per_cell(n, [] { rl::STATISTICS(); });
-  std::printf("%d,%d,%.2f,%.2f,%.2f\n", rl::imax * rl::jmax * rl::kmax, omp_get_max_threads(), step, monitor, stats);
+  rl::Array2<double> tx, ty;
+  if (!tx.allocate("bench", 0, rl::imax + 1, 0, rl::jmax + 1) || !ty.allocate("bench", 0, rl::imax + 1, 0, rl::jmax + 1))
+    return 1;
+  const double bed_pass = median_ns_per_cell(n, [&] { rl::bed_stress_of_step(tx, ty); });
+  rl::bed_ledger_start(false);
+  stdout = std::fopen("/dev/null", "w");
+  const double bare = median_ns_per_cell(n, [] { rl::ADVANCE(); });
+  std::fclose(stdout);
+  stdout = quiet;
+  std::printf("%d,%d,%.2f,%.2f,%.2f,%.2f,%.2f\n", rl::imax * rl::jmax * rl::kmax, omp_get_max_threads(), step,
+              monitor, stats, bare, bed_pass);
   return 0;
 }

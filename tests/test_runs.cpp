@@ -160,6 +160,39 @@ TEST(Runs, CancelEndsTheRunAfterThatPassOutputs) {
   EXPECT_EQ(stored_results(dir + "/case.cgn"), steps + 1);
 }
 
+// With CancelOutputItm 1 the step that honours a cancel writes what it did
+// not write anyway: a result, the saved state and the statistics, numbered
+// after every earlier statistics file; the saved state is that step's.
+TEST(Runs, CancelWithTheKeyWritesTheFinalOutputs) {
+  CaseSpec s;
+  s.set("timetypeItm", 1).set("timestepItm", 0.01).set("endtimeItm", 1e6).set("OTimeItm", 1000.0);
+  s.set("HotoutItm", 1).set("dtHotoutItm", 1000.0);
+  s.set("StatisticsItm", 1).set("StatsStartItm", 0.0).set("dtStatsItm", 1000.0).set("CancelOutputItm", 1);
+  const std::string dir = rltest::temp_dir("cancel-final");
+  s.write(dir + "/case.cgn");
+  auto r = rltest::run_then_cancel(dir, "case.cgn.results/Grid.cgns");
+  EXPECT_EQ(r.status, 0);
+  const int steps = count_lines_starting(r.out, "Step Number");
+  ASSERT_GE(steps, 1);
+  EXPECT_EQ(stored_results(dir + "/case.cgn"), 2);
+  std::ifstream saved(dir + "/run.dat");
+  int step = -1;
+  saved >> step;
+  EXPECT_EQ(step, steps);
+  EXPECT_TRUE(std::filesystem::exists(dir + "/run_stats_000001.cgns"));
+  EXPECT_NE(r.err.find("cancelled at time"), std::string::npos) << r.err;
+
+  // Without the key, the design's cancel: nothing beyond what is due.
+  s.set("CancelOutputItm", 0);
+  const std::string bare = rltest::temp_dir("cancel-design");
+  s.write(bare + "/case.cgn");
+  r = rltest::run_then_cancel(bare, "case.cgn.results/Grid.cgns");
+  EXPECT_EQ(r.status, 0);
+  EXPECT_EQ(stored_results(bare + "/case.cgn"), 1);
+  EXPECT_FALSE(std::filesystem::exists(bare + "/run.dat"));
+  EXPECT_FALSE(std::filesystem::exists(bare + "/run_stats_000001.cgns"));
+}
+
 // A cancel request left beside the case by an earlier run is not this run's:
 // it is removed with a note, and the run goes to its end with every result
 // (it ended the run after its first step, replacing the case's results).

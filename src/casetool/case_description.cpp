@@ -343,6 +343,7 @@ const std::vector<KeyDefault>& key_defaults() {
       {"StatisticsItm", Kind::Integer, "1"},
       {"StatsStartItm", Kind::Real, "0.5"},
       {"dtStatsItm", Kind::Real, "0.5"},
+      {"CancelOutputItm", Kind::Integer, "1"},
       {"SolidRestItm", Kind::Integer, "1"},
       {"WallViscosityItm", Kind::Integer, "2"},
   };

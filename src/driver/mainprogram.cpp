@@ -55,6 +55,9 @@ struct MainState {
   int fileid = 0, ier = 0, timetype = 0, hotout = 0, tecplot = 0, hotstart = 0, timeinitial = 0, cancel = 0,
       npoisson = 0;
   double otime = 0, dthotout = 0, dttecplot = 0, timeold = 0;
+  // The step that honours a cancel also writes what is not yet written of
+  // a result, a saved state and the statistics.
+  bool final_on_cancel = false;
 };
 
 // Denormal operands and results count as zero for the whole run.
@@ -208,9 +211,29 @@ void startup(MainState& m) {
   eps = read_real("epsItm");
 
   // What the run reports beyond the console, by the case's optional keys.
+  m.final_on_cancel = optional_integer("CancelOutputItm", 0) == 1;
   MONITORSTART(m.outpath, m.outfile, m.hotstart == 1 && m.timeinitial == 1);
   STATSTART(m.otime, m.hotstart == 1 ? m.startfile : std::string());
   if (statistics_on() && first_process()) make_output_folder(m.outpath);
+}
+
+// The outputs of a run that was cancelled, where the step did not write
+// them: the flow as a result, the saved state (when saved states are on)
+// and the statistics, so that no simulated time is lost.
+void final_outputs(MainState& m, bool result, bool saved, bool stats) {
+  std::fprintf(stderr, "riverles: cancelled at time %.6g (step %d): writing the final %s\n", simtime, nstep,
+               m.hotout == 1 ? "result, saved state and statistics" : "result and statistics");
+  if (!result) {
+    VORTICITY();
+    NODEVALUES();
+    WRITERESULTS(m.casepath);
+  }
+  if (m.hotout == 1 && !saved) {
+    WRITESAVED(nstep, simtime, m.outpath, m.outfile);
+    SAVESTATS(m.outpath, m.outfile);
+    save_wall_friction(m.outpath, m.outfile);
+  }
+  if (statistics_on() && !stats) write_final_statistics(m.outpath, m.outfile);
 }
 
 // One pass of the time loop; returns false when the loop ends.
@@ -225,17 +248,24 @@ bool time_step(MainState& m) {
   MONITOR(m.npoisson);
   STATISTICS();
 
+  // What this step wrote, so that a cancel does not write it twice.
+  bool result = false, saved = false, stats = false;
   if (output_due(simtime, m.timeold, m.otime)) {
     VORTICITY();
     NODEVALUES();
     WRITERESULTS(m.casepath);
+    result = true;
   }
   if (m.hotout == 1 && output_due(simtime, m.timeold, m.dthotout)) {
     WRITESAVED(nstep, simtime, m.outpath, m.outfile);
     SAVESTATS(m.outpath, m.outfile);
     save_wall_friction(m.outpath, m.outfile);
+    saved = true;
   }
-  if (statistics_on() && output_due(simtime, m.timeold, statistics_interval())) WRITESTATS(m.outpath, m.outfile);
+  if (statistics_on() && output_due(simtime, m.timeold, statistics_interval())) {
+    WRITESTATS(m.outpath, m.outfile);
+    stats = true;
+  }
   if (m.tecplot == 1 && output_due(simtime, m.timeold, m.dttecplot)) {
     VORTICITY();
     WRITETECPLOT(m.outpath, m.outfile, trunc_i32(simtime / m.dttecplot));
@@ -245,6 +275,7 @@ bool time_step(MainState& m) {
   orva::ORVA_CHECK_CANCEL_F(m.cancel);
   // The first process's answer, for all.
   if (several()) m.cancel = static_cast<int>(dist_max(first_process() ? m.cancel : 0));
+  if (m.cancel == 1 && m.final_on_cancel) final_outputs(m, result, saved, stats);
   return m.cancel != 1;
 }
 

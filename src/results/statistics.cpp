@@ -404,13 +404,16 @@ void statistics_nodes(const std::string& name, double* out) {
     }
 }
 
-void WRITESTATS(const std::string& outpath, const std::string& outfile) {
+namespace {
+
+// The statistics file numbered n.
+void write_statistics(const std::string& outpath, const std::string& outfile, std::int32_t n) {
   if (!S.on || S.count == 0) return;
   // The first process writes the file; every process gives its nodes of
   // each output a plane k at a time.
   const bool first = dist_rank() == 0;
   char number[32];
-  std::snprintf(number, sizeof number, "_stats_%06d", trunc_i32(simtime / S.interval));
+  std::snprintf(number, sizeof number, "_stats_%06d", n);
   const std::string name = strip_blanks(outpath) + "/" + strip_blanks(outfile) + number + ".cgns";
   const std::string part = name + ".part";
   const int ni = imax + 1, nj = jmax + 1, nk = kmax + 1;
@@ -514,6 +517,17 @@ void WRITESTATS(const std::string& outpath, const std::string& outfile) {
     std::filesystem::remove(part, ec);
     std::fprintf(stderr, "riverles: warning: cannot write the statistics file %s; the run goes on\n", name.c_str());
   }
+}
+
+}  // namespace
+
+void WRITESTATS(const std::string& outpath, const std::string& outfile) {
+  write_statistics(outpath, outfile, trunc_i32(simtime / S.interval));
+}
+
+void write_final_statistics(const std::string& outpath, const std::string& outfile) {
+  const std::int32_t n = trunc_i32(simtime / S.interval);
+  write_statistics(outpath, outfile, n == INT32_MIN ? n : n + 1);
 }
 
 void SAVESTATS(const std::string& outpath, const std::string& outfile) {

@@ -54,6 +54,11 @@ void STATISTICS();
 // reads: the accumulators, xg3, yg3, zg3, elev, simtime
 void WRITESTATS(const std::string& outpath, const std::string& outfile);
 
+// Writes the statistics file of a run that stops between two statistics
+// times (a cancel), numbered as the next one would be: it comes after every
+// earlier file, and the run that continues replaces it with its own.
+void write_final_statistics(const std::string& outpath, const std::string& outfile);
+
 // Writes the accumulators beside the saved state.
 void SAVESTATS(const std::string& outpath, const std::string& outfile);
 
