@@ -183,3 +183,36 @@ TEST(Monitors, ProgressOnlyOnATerminal) {
   EXPECT_TRUE(tty.ends_with("left   \r\n")) << tty;
   EXPECT_EQ(rltest::slurp(dir + "/console.txt"), plain.out);
 }
+
+// A run that continues an older saved state (TimeInitialItm 1) cuts the
+// monitor and probe logs at that state's step before it appends: every
+// step appears once, and time runs forward.
+TEST(Monitors, ARestartFromAnOlderStateCutsTheLogs) {
+  CaseSpec s;
+  s.set("timetypeItm", 1).set("timestepItm", 0.02).set("endtimeItm", 0.1).set("InitialItm", 1).set("xInitItm", 0.1);
+  s.set("HotoutItm", 1).set("dtHotoutItm", 0.1).set("MonitorItm", 1).set("ProbeFileItm", std::string("points.txt"));
+  const std::string dir = rltest::temp_dir("log-cut");
+  std::ofstream(dir + "/points.txt") << "0.3 0.15 0.05\n";
+  s.write(dir + "/case.cgn");
+  ASSERT_EQ(rltest::run_solver(dir, {"case.cgn"}).status, 0);
+  std::filesystem::copy_file(dir + "/run.dat", dir + "/state5.dat");
+  // On to 0.2 from the state at step 5; then again from the same state.
+  s.set("endtimeItm", 0.2).set("HotstartItm", 1).set("StartfileItm", std::string("state5.dat"));
+  s.set("TimeInitialItm", 1);
+  s.write(dir + "/case.cgn");
+  ASSERT_EQ(rltest::run_solver(dir, {"case.cgn"}).status, 0);
+  s.write(dir + "/case.cgn");
+  auto r = rltest::run_solver(dir, {"case.cgn"});
+  ASSERT_EQ(r.status, 0) << r.err;
+  const int steps = count_lines_starting(r.out, "Step Number");
+  EXPECT_NE(r.err.find("run_monitor.csv: cut " + std::to_string(steps) + " line(s) after step 5"), std::string::npos)
+      << r.err;
+  for (const char* log : {"/run_monitor.csv", "/run_probes.csv"}) {
+    const auto rows = read_csv(dir + log);
+    ASSERT_EQ(rows.size(), static_cast<std::size_t>(5 + steps + 1)) << log;
+    for (std::size_t n = 1; n < rows.size(); ++n) {
+      EXPECT_EQ(rows[n][0], std::to_string(n)) << log;
+      if (n > 1) EXPECT_GT(std::stod(rows[n][1]), std::stod(rows[n - 1][1])) << log;
+    }
+  }
+}

@@ -7,8 +7,11 @@
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -85,7 +88,47 @@ bool first() { return dist_rank() == 0; }
   throw RunStopped{1};
 }
 
+// A log that a run continues from an older saved state holds the steps that
+// the earlier run made after that state: they are cut, so that the steps
+// run again are not in it twice and its time does not run backwards.
+void cut_log_after(const std::string& name, int step) {
+  std::ifstream in(name);
+  if (!in) return;
+  std::string header, line, kept;
+  if (!std::getline(in, header)) return;
+  kept = header + "\n";
+  int dropped = 0;
+  while (std::getline(in, line)) {
+    // The first column is the step; a line without one (a torn last line)
+    // goes too.
+    char* end = nullptr;
+    const long n = std::strtol(line.c_str(), &end, 10);
+    if (end != line.c_str() && *end == ',' && n <= step)
+      kept += line + "\n";
+    else
+      ++dropped;
+  }
+  in.close();
+  if (dropped == 0) return;
+  const std::string part = name + ".part";
+  {
+    std::ofstream out(part, std::ios::trunc);
+    out << kept;
+    if (!out.flush()) {
+      std::error_code ec;
+      std::filesystem::remove(part, ec);
+      stop_with("cannot rewrite \"" + name + "\" to cut it at step " + std::to_string(step));
+    }
+  }
+  std::error_code ec;
+  std::filesystem::rename(part, name, ec);
+  if (ec) stop_with("cannot rewrite \"" + name + "\": " + ec.message());
+  std::fprintf(stderr, "riverles: %s: cut %d line(s) after step %d, the step this run continues from\n",
+               name.c_str(), dropped, step);
+}
+
 std::FILE* open_csv(const std::string& name, bool append, const char* header) {
+  if (append) cut_log_after(name, nstep);
   const bool fresh = !append || std::ifstream(name).peek() == std::ifstream::traits_type::eof();
   std::FILE* f = std::fopen(name.c_str(), append ? "a" : "w");
   if (!f) stop_with("cannot open \"" + name + "\" for writing");
