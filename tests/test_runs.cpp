@@ -60,6 +60,8 @@ TEST(Runs, ConditionalKeyReads) {
     EXPECT_NE(run.r.status, 0) << key;
     EXPECT_EQ(last_line(run.r.out), kReadError) << key;
     EXPECT_EQ(count_lines_starting(run.r.out, "Step Number"), 0) << key;
+    // Standard error names the key.
+    EXPECT_NE(run.r.err.find(std::string("the case has no key ") + key), std::string::npos) << run.r.err;
   }
   {
     // Absent output names stop the run before the first result even with
@@ -85,6 +87,14 @@ TEST(Runs, ConditionalKeyReads) {
     auto run = run_case(s, "keys-sediment");
     EXPECT_EQ(last_line(run.r.out), kReadError);
   }
+  {
+    // A key of another type than the one read: said as such.
+    CaseSpec s;
+    s.set("kmaxItm", 2.5);
+    auto run = run_case(s, "keys-type");
+    EXPECT_EQ(last_line(run.r.out), kReadError);
+    EXPECT_NE(run.r.err.find("the case's key kmaxItm cannot be read as an integer"), std::string::npos) << run.r.err;
+  }
 }
 
 TEST(Runs, CommandLineAndOpenFailures) {
@@ -96,6 +106,18 @@ TEST(Runs, CommandLineAndOpenFailures) {
   }
   auto r = run_solver(dir, {"no-such-case.cgn"});
   EXPECT_NE(r.status, 0);
+  EXPECT_EQ(last_line(r.out), "*** Open error of CGNS file ***");
+  // Standard error says which path and why: missing, a folder, no case,
+  // read-only.
+  EXPECT_NE(r.err.find("cannot open the case \"no-such-case.cgn\" for reading and writing: no such file"),
+            std::string::npos)
+      << r.err;
+  std::filesystem::create_directory(dir + "/folder.cgn");
+  r = run_solver(dir, {"folder.cgn"});
+  EXPECT_NE(r.err.find("\"folder.cgn\" for reading and writing: it is a folder"), std::string::npos) << r.err;
+  std::ofstream(dir + "/text.cgn") << "not a case\n";
+  r = run_solver(dir, {"text.cgn"});
+  EXPECT_NE(r.err.find("\"text.cgn\" for reading and writing: not a CGNS case file"), std::string::npos) << r.err;
   EXPECT_EQ(last_line(r.out), "*** Open error of CGNS file ***");
 }
 

@@ -1,5 +1,7 @@
 #include "driver/conditions.hpp"
 
+#include <cstdio>
+
 #include "common/console.hpp"
 #include "common/files.hpp"
 #include "driver/fields.hpp"
@@ -8,12 +10,28 @@
 namespace rl {
 
 void stop_read_error() { stop_run("Error in reading the cgn file ..."); }
+
+namespace {
+
+// The design's read error, after a line on standard error naming the key
+// and whether it is missing or of another type.
+[[noreturn]] void stop_key_error(const char* key, const char* type) {
+  if (orva::HAS_KEY(key))
+    std::fprintf(stderr, "riverles: the case's key %s cannot be read as %s\n", key, type);
+  else
+    std::fprintf(stderr, "riverles: the case has no key %s (riverles-case writes every key; see docs/case-file.md)\n",
+                 key);
+  stop_read_error();
+  throw RunStopped{1};  // not reached: the stop throws
+}
+
+}  // namespace
 void stop_write_error() { stop_run("Error in writing to the cgn file ..."); }
 
 int read_integer(const char* key) {
   int value = 0, ier = 0;
   orva::CG_ORVA_READ_INTEGER_F(key, value, ier);
-  if (ier != 0) stop_read_error();
+  if (ier != 0) stop_key_error(key, "an integer");
   return value;
 }
 
@@ -21,7 +39,7 @@ double read_real(const char* key) {
   double value = 0.0;
   int ier = 0;
   orva::CG_ORVA_READ_REAL_F(key, value, ier);
-  if (ier != 0) stop_read_error();
+  if (ier != 0) stop_key_error(key, "a real number");
   return value;
 }
 
@@ -29,7 +47,7 @@ std::string read_string(const char* key) {
   std::string value;
   int ier = 0;
   orva::CG_ORVA_READ_STRING_F(key, value, ier);
-  if (ier != 0) stop_read_error();
+  if (ier != 0) stop_key_error(key, "a string");
   return value;
 }
 

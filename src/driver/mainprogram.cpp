@@ -4,8 +4,10 @@
 
 #include <omp.h>
 
+#include <cerrno>
 #include <cmath>
 #include <cstdio>
+#include <cstring>
 #include <filesystem>
 #include <new>
 #include <string>
@@ -84,13 +86,33 @@ void boundaries() { BOUNDARYUVW(); }
 bool first_process() { return dist_rank() == 0; }
 bool several() { return dist_size() > 1; }
 
+// Why the case would not open, on standard error: the path as given and
+// the system's reason, or that the file is there but is no case.
+void explain_open_error(const std::string& path) {
+  std::error_code ec;
+  std::string reason;
+  if (!std::filesystem::exists(path, ec))
+    reason = "no such file";
+  else if (std::filesystem::is_directory(path, ec))
+    reason = "it is a folder";
+  else if (std::FILE* f = std::fopen(path.c_str(), "r+b"))
+    std::fclose(f), reason = "not a CGNS case file (HDF5 based), or a damaged one";
+  else
+    reason = std::strerror(errno);
+  std::fprintf(stderr, "riverles: cannot open the case \"%s\" for reading and writing: %s\n", path.c_str(),
+               reason.c_str());
+}
+
 void startup(MainState& m) {
   // Every run draws its noise from the generator's default state.
   random_generator() = std::mt19937_64();
   int ier = 0;
   if (first_process()) {
     orva::CG_OPEN_F(m.casepath, orva::CG_MODE_MODIFY, m.fileid, ier);
-    if (ier != 0) stop_run("*** Open error of CGNS file ***");
+    if (ier != 0) {
+      explain_open_error(m.casepath);
+      stop_run("*** Open error of CGNS file ***");
+    }
 
     orva::CG_ORVA_INIT_F(m.fileid, ier);
     if (ier != 0) {

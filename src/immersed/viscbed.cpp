@@ -215,10 +215,14 @@ void wall_viscosity_row(int j, int i0, int i1) {
       if (flagc(i, j, k) == 0) top = k;
     if (top == 0) continue;
     const int last = std::min(K, top + log_layers);
+    // A smooth bed's law has its log layer from 30 wall units up; below,
+    // the viscous and buffer layers are the resolved flow's own.
+    const double smooth_from = ibed == 0 ? 30.0 * visc / us : 0.0;
     for (int k = 1; k <= last; ++k) {
       const int f = flagc(i, j, k);
       if (f == -1 || (f == 1 && k < top)) continue;
       const double d = zmin + (static_cast<double>(k) - 0.5) * dz - bed(i, j);
+      if (d < smooth_from) continue;
       const double mixing = 0.41 * us * (d > 0.0 ? d : 0.0);
       if (mixing > nut(i, j, k)) nut(i, j, k) = mixing;
     }

@@ -36,6 +36,10 @@ double nut_cloud_here(double qx, double qy, double qz);
 // least kappa * u* * d, the mixing-length viscosity of the log layer (d the
 // height of the centre over the column's bed, u* the wall law's friction
 // velocity of the column), with which a log profile carries exactly u*^2.
+// Over a smooth bed (BedItm 0) only from 30 wall units (d u* / visc) up,
+// where its law's log layer begins: a grid that resolves the viscous and
+// buffer layers keeps its own viscosity there (a floor in them damps the
+// wall's turbulence away).
 void wall_viscosity_start(int layers);
 // The friction velocities the floor reads are those the last forcing kept.
 // A saved state does not hold them, so they are written beside it

@@ -228,7 +228,9 @@ int open_with_retry(const std::string& path, int cgio_mode, int& handle) {
       return 0;
     }
     // Only a file that exists can be held by another process.
-    if (cgio_mode != CGIO_MODE_WRITE && !std::filesystem::exists(path)) return 1;
+    std::error_code ec;
+    if (cgio_mode != CGIO_MODE_WRITE && !std::filesystem::exists(path, ec)) return 1;
+    if (std::filesystem::is_directory(path, ec)) return 1;  // no wait makes a folder a file
     const double waited = std::chrono::duration<double>(clock::now() - start).count();
     const bool held = written_by_another(path);
     if (waited >= (held ? kHeldWaitSeconds : kOpenRetrySeconds)) return 1;
