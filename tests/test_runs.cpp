@@ -4,6 +4,9 @@
 
 #include <filesystem>
 #include <fstream>
+#include <sstream>
+#include <sys/wait.h>
+#include <cstdio>
 
 #include "run_helpers.hpp"
 
@@ -276,4 +279,33 @@ TEST(Runs, RerunReplacesResultsWithoutGrowingTheFile) {
   // The grid and the five results, nothing of the earlier runs.
   const auto side = std::filesystem::directory_iterator(run.file + ".results");
   EXPECT_EQ(std::distance(begin(side), end(side)), 6);
+}
+
+// The divergence pause: a console line "i j k" per cell above 0.01, each
+// with a wait for the operator; the first brings a note on standard error.
+// With SkipPausesItm 1 the run goes through with its input open and idle
+// (a FIFO opened for reading and writing: no line ever comes, no end).
+TEST(Runs, DivergencePausesAreExplainedAndCanBeSkipped) {
+  CaseSpec s;
+  s.set("iPerturbItm", 1).set("amplitudeItm", 50.0).set("timestepItm", 0.0001).set("endtimeItm", 0.0002);
+  s.set("kpoismaxItm", 1).set("SkipPausesItm", 1);
+  const std::string dir = rltest::temp_dir("pauses");
+  s.write(dir + "/case.cgn");
+  const std::string cmd = "cd '" + dir + "' && mkfifo input && timeout 120 '" RIVERLES_EXE
+                          "' case.cgn 0<> input > console.log 2> errors.log";
+  const int status = std::system(cmd.c_str());
+  ASSERT_TRUE(WIFEXITED(status));
+  EXPECT_EQ(WEXITSTATUS(status), 0) << "the run waited for its input";
+  const std::string out = rltest::slurp(dir + "/console.log"), err = rltest::slurp(dir + "/errors.log");
+  int cells = 0;
+  std::istringstream lines(out);
+  for (std::string line; std::getline(lines, line);) {
+    int i, j, k;
+    char rest;
+    if (std::sscanf(line.c_str(), "%d %d %d%c", &i, &j, &k, &rest) == 3) ++cells;
+  }
+  EXPECT_GT(cells, 0) << out;
+  EXPECT_EQ(count_lines_starting(err, "riverles: each line \"i j k\" on the console is a cell whose divergence"), 1)
+      << err;
+  EXPECT_NE(err.find("skips the operator's pause"), std::string::npos) << err;
 }

@@ -344,6 +344,7 @@ const std::vector<KeyDefault>& key_defaults() {
       {"StatsStartItm", Kind::Real, "0.5"},
       {"dtStatsItm", Kind::Real, "0.5"},
       {"CancelOutputItm", Kind::Integer, "1"},
+      {"SkipPausesItm", Kind::Integer, "0"},
       {"SolidRestItm", Kind::Integer, "1"},
       {"WallViscosityItm", Kind::Integer, "2"},
   };

@@ -28,6 +28,31 @@ void wait_operator() {
   std::getline(std::cin, line);
 }
 
+namespace {
+bool pauses_skipped = false;
+bool pause_told = false;
+}  // namespace
+
+void skip_pauses(bool on) {
+  pauses_skipped = on;
+  pause_told = false;
+}
+
+void divergence_pause() {
+  if (dist_rank() != 0) return;
+  if (!pause_told) {
+    pause_told = true;
+    std::fprintf(stderr,
+                 "riverles: each line \"i j k\" on the console is a cell whose divergence is above 0.01 after the "
+                 "pressure solve; %s\n",
+                 pauses_skipped ? "the case skips the operator's pause after each (SkipPausesItm 1)"
+                                : "the run pauses after each until Enter is pressed. To go on: press Enter for each, "
+                                  "end the input (Ctrl-D) to pass every later pause, or set SkipPausesItm 1 in the "
+                                  "case to run without pauses");
+  }
+  if (!pauses_skipped) wait_operator();
+}
+
 void stop_run(const std::string& line) {
   say(line);
   wait_operator();

@@ -33,6 +33,12 @@ void say(const std::string& line);
 // Waits for the operator: reads one line of standard input or its end.
 void wait_operator();
 
+// The divergence pause: a cell's line has been printed; waits for the
+// operator unless the case skips the pauses (SkipPausesItm 1).  The first
+// pause of a run says on standard error what it is and how to go on.
+void divergence_pause();
+void skip_pauses(bool on);
+
 // Prints the line, waits for the operator and stops the run (exit status 1).
 [[noreturn]] void stop_run(const std::string& line);
 

@@ -234,6 +234,7 @@ void startup(MainState& m) {
 
   // What the run reports beyond the console, by the case's optional keys.
   m.final_on_cancel = optional_integer("CancelOutputItm", 0) == 1;
+  skip_pauses(optional_integer("SkipPausesItm", 0) == 1);
   MONITORSTART(m.outpath, m.outfile, m.hotstart == 1 && m.timeinitial == 1);
   STATSTART(m.otime, m.hotstart == 1 ? m.startfile : std::string());
   if (statistics_on() && first_process()) make_output_folder(m.outpath);

@@ -62,7 +62,7 @@ void report_block(const double* d, int ib, int nb, int j0, int j1, int K) {
               above_cells.insert(above_cells.end(), {ib + n, j, k});
             } else {
               say(std::to_string(ib + n) + " " + std::to_string(j) + " " + std::to_string(k));
-              wait_operator();
+              divergence_pause();
             }
           }
         }
@@ -80,7 +80,7 @@ void report_processes() {
   std::sort(cells.begin(), cells.end());
   for (const auto& c : cells) {
     say(std::to_string(c[0]) + " " + std::to_string(c[1]) + " " + std::to_string(c[2]));
-    wait_operator();
+    divergence_pause();
   }
 }
 
