@@ -216,3 +216,52 @@ TEST(Monitors, ARestartFromAnOlderStateCutsTheLogs) {
     }
   }
 }
+
+namespace {
+// A riffle whose crest stands above the lid at the inflow plane, water
+// elsewhere.
+double crest_above_the_lid(double x, double) { return x < 0.15 ? 10.0 : -1.0; }
+}  // namespace
+
+// StopFailedItm 1 stops the runs that have failed, naming what happened and
+// the likely causes, with the results so far kept: a discharge typed in
+// litres, an inflow plane without water (the crest above the lid there),
+// velocities beyond any river's.
+TEST(Monitors, FailedRunsStop) {
+  const std::string dir = rltest::temp_dir("failed");
+  auto run = [&](CaseSpec s, double (*bed)(double, double)) {
+    s.set("StopFailedItm", 1);
+    s.write(dir + "/case.cgn", bed);
+    return rltest::run_solver(dir, {"case.cgn"});
+  };
+  CaseSpec litres;
+  litres.set("dischargeItm", 60.0);
+  auto r = run(litres, nullptr);
+  EXPECT_EQ(r.status, 1);
+  EXPECT_NE(r.err.find("is a bulk velocity of"), std::string::npos) << r.err;
+  EXPECT_NE(r.err.find("litres per second"), std::string::npos) << r.err;
+  EXPECT_EQ(count_lines_starting(r.out, "Step Number"), 0);
+  EXPECT_EQ(rltest::stored_results(dir + "/case.cgn"), 1);
+
+  r = run(CaseSpec(), crest_above_the_lid);
+  EXPECT_EQ(r.status, 1);
+  EXPECT_NE(r.err.find("the inflow plane (i = 0) holds no water"), std::string::npos) << r.err;
+  EXPECT_EQ(rltest::stored_results(dir + "/case.cgn"), 1);
+
+  // The blow-up of BlowUpIsWarnedAndStopped: stopped before anything is
+  // non-finite.
+  CaseSpec big;
+  big.set("timestepItm", 2.0).set("endtimeItm", 60.0).set("InitialItm", 1).set("xInitItm", 0.1);
+  big.set("iPerturbItm", 1).set("amplitudeItm", 0.05);
+  r = run(big, nullptr);
+  EXPECT_EQ(r.status, 1);
+  EXPECT_NE(r.err.find("m/s at step"), std::string::npos) << r.err;
+  EXPECT_NE(r.err.find("beyond any river flow"), std::string::npos) << r.err;
+  EXPECT_EQ(r.err.find("non-finite"), std::string::npos) << r.err;
+
+  // Without the key the crest case runs to its end.
+  CaseSpec crest;
+  crest.set("StopFailedItm", 0);
+  crest.write(dir + "/case.cgn", crest_above_the_lid);
+  EXPECT_EQ(rltest::run_solver(dir, {"case.cgn"}).status, 0);
+}

@@ -338,6 +338,7 @@ const std::vector<KeyDefault>& key_defaults() {
       {"MonitorItm", Kind::Integer, "1"},
       {"VelocityLimitItm", Kind::Real, "10.0"},
       {"StopNonFiniteItm", Kind::Integer, "1"},
+      {"StopFailedItm", Kind::Integer, "1"},
       {"ProbeFileItm", Kind::String, ""},
       {"ProgressItm", Kind::Integer, "1"},
       {"StatisticsItm", Kind::Integer, "1"},

@@ -3,6 +3,7 @@
 #include <omp.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstdint>
@@ -61,6 +62,12 @@ struct Probe {
 
 struct Monitors {
   bool log = false, stop_nonfinite = false, progress = false;
+  // StopFailedItm: runs that have failed stop (the step collapsed, velocities
+  // beyond any river's, no flow); the largest step so far and the steps in
+  // a row without flow.
+  bool stop_failed = false;
+  double dt_peak = 0.0;
+  int dry_steps = 0;
   double velocity_limit = 10.0;
   double bulk = 0.0;  // bulk velocity: discharge over the wet area of the inflow plane
   std::FILE* logfile = nullptr;
@@ -317,6 +324,48 @@ void health(const Scan& s) {
   }
 }
 
+// The likely causes of a run that has failed, for its stop message.
+const char* kFailedCauses =
+    "Likely causes: units (a bed or box in millimetres or feet, a discharge in litres per second: the case wants "
+    "metres and m3/s), a discharge far from what the section carries, the lid (zmaxItm) below the bed, or a grid "
+    "too coarse for the channel. The results written so far stay; StopFailedItm 0 lets such a run go on.";
+
+void failed(const std::string& what) {
+  MONITOREND();
+  stop_with(what + "; the run stops (StopFailedItm 1). " + kFailedCauses);
+}
+
+// The checks of StopFailedItm, once a step: velocities beyond any physical
+// bound, the time step fallen by three orders of magnitude from the largest
+// of the run once the flow moves, and no flow through the inflow plane for 200 steps in a row.
+void failure_checks(const Scan& s, double q) {
+  constexpr double kVelocityBound = 100.0;  // m/s: no river flows at a tenth of it
+  if (s.vel > kVelocityBound) {
+    char b[160];
+    std::snprintf(b, sizeof b, "|%c| = %.3g m/s at step %d, at %s: beyond any river flow", s.velc, s.vel, nstep,
+                  where(s.vel_at).c_str());
+    failed(b);
+  }
+  // The reference step is taken only once the flow moves (a tenth of the
+  // bulk velocity): a start from rest has long steps that mean nothing.
+  if (s.vel >= 0.1 * mon.bulk) mon.dt_peak = std::max(mon.dt_peak, dt);
+  if (dt > 0.0 && dt < 1e-3 * mon.dt_peak) {
+    char b[160];
+    std::snprintf(b, sizeof b, "the time step has collapsed to %.3g s at step %d, from %.3g s earlier in the run",
+                  dt, nstep, mon.dt_peak);
+    failed(b);
+  }
+  mon.dry_steps = std::fabs(q) < 0.01 * std::fabs(discharge) ? mon.dry_steps + 1 : 0;
+  if (mon.dry_steps >= 200) {
+    char b[200];
+    std::snprintf(b, sizeof b,
+                  "no flow: the discharge through the inflow plane has stayed below 1 %% of the target %.4g m3/s for "
+                  "%d steps (now %.4g, the driving force %.4g m/s2)",
+                  discharge, mon.dry_steps, q, forcex);
+    failed(b);
+  }
+}
+
 void progress() {
   const double now = omp_get_wtime();
   if (now - mon.last_progress < 0.5 && simtime < endtime) return;
@@ -351,9 +400,27 @@ void MONITORSTART(const std::string& outpath, const std::string& outfile, bool c
   const std::string dir = strip_blanks(outpath), stem = strip_blanks(outfile);
   const std::string base = (dir.empty() ? std::string(".") : dir) + "/" + stem;
   if ((mon.log || !probefile.empty()) && first()) make_output_folder(outpath);
-  if (mon.log) {
+  mon.stop_failed = optional_integer("StopFailedItm", 0) == 1;
+  if (mon.log || mon.stop_failed) {
     const double area = INFLOW(nullptr);
     mon.bulk = area > 0.0 ? std::fabs(discharge) / area : 0.0;
+    if (mon.stop_failed && discharge != 0.0 && !(area > 0.0)) {
+      stop_with("the inflow plane (i = 0) holds no water: the flow cannot be driven and the discharge stays 0; the "
+                "run stops (StopFailedItm 1). The lid (zmaxItm) may lie below the bed there, or the grid be too "
+                "coarse to hold the channel. The first result is written.");
+    }
+    constexpr double kBulkBound = 20.0;  // m/s
+    if (mon.stop_failed && mon.bulk > kBulkBound) {
+      char b[400];
+      std::snprintf(b, sizeof b,
+                    "the discharge %.4g m3/s over the wet inflow section of %.4g m2 is a bulk velocity of %.4g m/s: "
+                    "no river flows so; the run stops (StopFailedItm 1). A discharge in litres per second (divide "
+                    "by 1000), or a box or bed in millimetres? The first result is written.",
+                    discharge, area, mon.bulk);
+      stop_with(b);
+    }
+  }
+  if (mon.log) {
     if (first())
       mon.logfile = open_csv(base + "_monitor.csv", continuing,
                              "step,time,dt,discharge,discharge_target,force_x,slope,max_u,max_v,max_w,max_cfl,"
@@ -377,9 +444,10 @@ void MONITOR(int npoisson) {
   const double now = omp_get_wtime();
   const double wall = now - mon.last_wall;
   mon.last_wall = now;
-  if (mon.log || mon.stop_nonfinite) {
+  if (mon.log || mon.stop_nonfinite || mon.stop_failed) {
     const Scan s = scan();
-    const double q = mon.log ? INFLOW(&u) : 0.0;  // over several processes every one takes part
+    // Over several processes every one takes part.
+    const double q = mon.log || mon.stop_failed ? INFLOW(&u) : 0.0;
     if (mon.logfile) {
       // The slope whose gravity would drive the flow as the controller does:
       // what an engineer sets against a surveyed water-surface slope.
@@ -390,6 +458,7 @@ void MONITOR(int npoisson) {
       std::fflush(mon.logfile);
     }
     health(s);
+    if (mon.stop_failed) failure_checks(s, q);
   }
   if (!mon.probes.empty()) {
     // Each probe is sampled by the process that owns the low corner of its
