@@ -202,6 +202,45 @@ TEST(Faults, KillDuringAResultWriteLeavesAReadableFile) {
   }
 }
 
+// A kill during a saved-state write (a state saved every step, so that the
+// writes take most of the run's time) leaves the last complete state in
+// place: a run continues from it.  Kill times spread over 0.15 to 0.6 s.
+TEST(Faults, KillDuringASaveLeavesTheLastCompleteState) {
+  CaseSpec s;
+  s.ni = 33;
+  s.nj = 17;
+  s.set("kmaxItm", 5).set("timestepItm", 0.001).set("endtimeItm", 10.0).set("OTimeItm", 100.0);
+  s.set("HotoutItm", 1).set("dtHotoutItm", 0.001).set("iPerturbItm", 1).set("amplitudeItm", 0.01);
+  int checked = 0;
+  for (int trial = 0; trial < 6; ++trial) {
+    const std::string dir = rltest::temp_dir("kill-save");
+    s.write(dir + "/case.cgn");
+    const pid_t child = ::fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+      if (::chdir(dir.c_str()) != 0) ::_exit(3);
+      if (!std::freopen("/dev/null", "w", stdout) || !std::freopen("/dev/null", "r", stdin)) ::_exit(5);
+      ::setenv("OMP_NUM_THREADS", "1", 1);
+      ::execl(RIVERLES_EXE, "riverles", "case.cgn", static_cast<char*>(nullptr));
+      ::_exit(4);
+    }
+    ::usleep(static_cast<useconds_t>(150000 + trial * 90000));
+    ::kill(child, SIGKILL);
+    ::waitpid(child, nullptr, 0);
+    if (!std::filesystem::exists(dir + "/run.dat")) continue;  // killed before the first save
+    ++checked;
+    std::filesystem::copy_file(dir + "/run.dat", dir + "/state.dat");
+    CaseSpec again = s;
+    again.set("HotstartItm", 1).set("StartfileItm", std::string("state.dat")).set("HotoutItm", 0);
+    again.set("endtimeItm", 0.0);
+    std::filesystem::remove_all(dir + "/case.cgn.results");
+    again.write(dir + "/case.cgn");
+    const auto r = rltest::run_solver(dir, {"case.cgn"});
+    EXPECT_EQ(r.status, 0) << "trial " << trial << ": " << r.out.substr(r.out.size() > 300 ? r.out.size() - 300 : 0);
+  }
+  EXPECT_GE(checked, 3);
+}
+
 // The case library forces each finished file to disk and renames the new
 // version of the case into place behind the run's back.  Seen from outside,
 // at any moment: while the result lock stands, the case declares the results

@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <optional>
 #include <string>
 #include <system_error>
@@ -37,12 +38,22 @@ namespace {
 // digits, which brings every double back bit for bit.
 class TextOut {
  public:
-  explicit TextOut(const std::string& name) : f_(std::fopen(name.c_str(), "w")), buf_(kSize) {
+  // Written beside the file as name.part and put in its place by commit(),
+  // so that a kill or a full disk during the write leaves the last complete
+  // file, not a torn one.
+  explicit TextOut(const std::string& name)
+      : name_(name), part_(name + ".part"), f_(std::fopen(part_.c_str(), "w")), buf_(kSize) {
     if (f_ == nullptr) open_failed(name);
   }
   TextOut(const TextOut&) = delete;
   TextOut& operator=(const TextOut&) = delete;
-  ~TextOut() { close(); }
+  ~TextOut() {
+    close();
+    if (!committed_) {
+      std::error_code ec;
+      std::filesystem::remove(part_, ec);
+    }
+  }
 
   void real(double x) {
     start_value();
@@ -63,7 +74,17 @@ class TextOut {
     flush();
     std::FILE* f = f_;
     f_ = nullptr;
-    std::fclose(f);
+    if (std::fclose(f) != 0) ok_ = false;
+  }
+  // Closes the file and puts it in place of the last; false (the last kept,
+  // the part removed) when any write failed.
+  bool commit() {
+    close();
+    std::error_code ec;
+    if (ok_) std::filesystem::rename(part_, name_, ec);
+    committed_ = ok_ && !ec;
+    if (!committed_) std::filesystem::remove(part_, ec);
+    return committed_;
   }
 
  private:
@@ -76,10 +97,12 @@ class TextOut {
     first_ = false;
   }
   void flush() {
-    if (n_ > 0) std::fwrite(buf_.data(), 1, n_, f_);
+    if (n_ > 0 && std::fwrite(buf_.data(), 1, n_, f_) != n_) ok_ = false;
     n_ = 0;
   }
 
+  std::string name_, part_;
+  bool ok_ = true, committed_ = false;
   std::FILE* f_;
   std::vector<char> buf_;
   std::size_t n_ = 0;
@@ -309,7 +332,9 @@ void WRITESAVED(int nstep, double time, const std::string& outpath, const std::s
     out->real(slot6(m));
     out->end_line();
   }
-  out->close();
+  if (!out->commit())
+    std::fprintf(stderr, "riverles: warning: cannot write the saved state %s (disk full?); the last one is kept\n",
+                 saved_file_name(outpath, outfile).c_str());
 }
 
 void READSAVED(const std::string& startfile) {
