@@ -125,7 +125,7 @@ RunResult run_solver(const std::string& dir, const std::vector<std::string>& arg
   return r;
 }
 
-RunResult run_then_cancel(const std::string& dir, const std::string& sign) {
+RunResult run_then_cancel(const std::string& dir, const std::string& sign, int signal) {
   std::filesystem::remove(dir + "/status");
   std::filesystem::remove(dir + "/pid");
   const std::string cmd = "cd '" + dir + "' && (OMP_NUM_THREADS=1 '" RIVERLES_EXE
@@ -138,7 +138,13 @@ RunResult run_then_cancel(const std::string& dir, const std::string& sign) {
   // a file, is written in blocks: the sign is a file the run writes.
   const auto done = [&] { return std::filesystem::exists(dir + "/status"); };
   for (int n = 0; n < 6000 && !std::filesystem::exists(dir + "/" + sign) && !done(); ++n) ::usleep(20000);
-  std::ofstream(dir + "/case.cgn.cancel") << "stop\n";
+  if (signal != 0) {
+    std::string pid;
+    for (int n = 0; n < 500 && (pid = slurp(dir + "/pid")).empty(); ++n) ::usleep(20000);
+    if (!pid.empty()) ::kill(std::stoi(pid), signal);
+  } else {
+    std::ofstream(dir + "/case.cgn.cancel") << "stop\n";
+  }
   for (int n = 0; n < 6000 && !done(); ++n) ::usleep(20000);
   if (!done()) {
     // A run that did not stop is not left behind.

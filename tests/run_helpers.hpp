@@ -43,7 +43,8 @@ RunResult run_solver(const std::string& dir, const std::vector<std::string>& arg
 // once the run has written the file `sign` (relative to dir) the host's
 // cancel request (case.cgn.cancel) is made, and the run is waited for (and
 // killed if it does not end).
-RunResult run_then_cancel(const std::string& dir, const std::string& sign);
+// With a signal number, that signal is sent to the run instead.
+RunResult run_then_cancel(const std::string& dir, const std::string& sign, int signal = 0);
 
 // Runs the solver inside this process on a case file; the field store keeps
 // the final state for the test to look at.  Returns the console output.

@@ -2,6 +2,7 @@
 // rule, the cancel request and re-running a case.
 #include <gtest/gtest.h>
 
+#include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -216,6 +217,30 @@ TEST(Runs, CancelWithTheKeyWritesTheFinalOutputs) {
   EXPECT_EQ(stored_results(bare + "/case.cgn"), 1);
   EXPECT_FALSE(std::filesystem::exists(bare + "/run.dat"));
   EXPECT_FALSE(std::filesystem::exists(bare + "/run_stats_000001.cgns"));
+}
+
+// SIGTERM and SIGINT end a run like a cancel: the step finished, with
+// CancelOutputItm 1 the final result, saved state and statistics written,
+// no lock or part left, exit status 128 + the signal.
+TEST(Runs, TerminationSignalsEndTheRunLikeACancel) {
+  for (int sig : {SIGTERM, SIGINT}) {
+    CaseSpec s;
+    s.set("timetypeItm", 1).set("timestepItm", 0.01).set("endtimeItm", 1e6).set("OTimeItm", 1000.0);
+    s.set("HotoutItm", 1).set("dtHotoutItm", 1000.0);
+    s.set("StatisticsItm", 1).set("StatsStartItm", 0.0).set("dtStatsItm", 1000.0).set("CancelOutputItm", 1);
+    const std::string dir = rltest::temp_dir("signal");
+    s.write(dir + "/case.cgn");
+    auto r = rltest::run_then_cancel(dir, "case.cgn.results/Grid.cgns", sig);
+    EXPECT_EQ(r.status, 128 + sig) << r.err;
+    EXPECT_NE(r.err.find(sig == SIGTERM ? "SIGTERM received" : "SIGINT received"), std::string::npos) << r.err;
+    EXPECT_EQ(stored_results(dir + "/case.cgn"), 2);
+    EXPECT_TRUE(std::filesystem::exists(dir + "/run.dat"));
+    EXPECT_TRUE(std::filesystem::exists(dir + "/run_stats_000001.cgns"));
+    for (const auto& e : std::filesystem::recursive_directory_iterator(dir)) {
+      const std::string name = e.path().filename().string();
+      EXPECT_FALSE(name.ends_with(".part") || name.ends_with(".lock") || name.ends_with(".next")) << name;
+    }
+  }
 }
 
 // A cancel request left beside the case by an earlier run is not this run's:

@@ -1,10 +1,12 @@
 #include "driver/mainprogram.hpp"
 
+#include <signal.h>
 #include <xmmintrin.h>
 
 #include <omp.h>
 
 #include <cerrno>
+#include <csignal>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
@@ -60,6 +62,32 @@ struct MainState {
   // The step that honours a cancel also writes what is not yet written of
   // a result, a saved state and the statistics.
   bool final_on_cancel = false;
+  // SIGTERM or SIGINT that ended the run after its step (0: none).
+  int signal = 0;
+};
+
+// SIGTERM (a batch system's time limit, kill) and SIGINT (Ctrl-C) end the
+// run like a cancel: the step in work is finished, the final outputs of a
+// cancel written, the locks removed; the exit status is 128 + the signal.
+// A second signal ends the process at once (the handler is reset).
+volatile std::sig_atomic_t signalled = 0;
+extern "C" void on_stop_signal(int s) { signalled = s; }
+
+struct StopSignals {
+  struct sigaction old_term {}, old_int {};
+  StopSignals() {
+    signalled = 0;
+    struct sigaction sa {};
+    sa.sa_handler = on_stop_signal;
+    sigemptyset(&sa.sa_mask);
+    sa.sa_flags = SA_RESETHAND;
+    sigaction(SIGTERM, &sa, &old_term);
+    sigaction(SIGINT, &sa, &old_int);
+  }
+  ~StopSignals() {
+    sigaction(SIGTERM, &old_term, nullptr);
+    sigaction(SIGINT, &old_int, nullptr);
+  }
 };
 
 // Denormal operands and results count as zero for the whole run.
@@ -298,6 +326,15 @@ bool time_step(MainState& m) {
   orva::ORVA_CHECK_CANCEL_F(m.cancel);
   // The first process's answer, for all.
   if (several()) m.cancel = static_cast<int>(dist_max(first_process() ? m.cancel : 0));
+  int sig = signalled;
+  if (several()) sig = static_cast<int>(dist_max(sig));
+  if (sig != 0) {
+    m.signal = sig;
+    std::fprintf(stderr, "riverles: %s received: the run ends after step %d (time %.6g)\n",
+                 sig == SIGINT ? "SIGINT" : "SIGTERM", nstep, simtime);
+    if (m.final_on_cancel) final_outputs(m, result, saved, stats);
+    return false;
+  }
   if (m.cancel == 1 && m.final_on_cancel) final_outputs(m, result, saved, stats);
   return m.cancel != 1;
 }
@@ -385,6 +422,7 @@ int RIVERLES(int argc, char** argv) {
     start_thread_choice();
     MainState m;
     m.casepath = argv[1];
+    const StopSignals signals;
     // One run at a time on a case; what a killed run left is cleared.
     std::string refusal;
     if (dist_rank() == 0 && orva::CLAIM_CASE(m.casepath, refusal) != 0) {
@@ -403,6 +441,7 @@ int RIVERLES(int argc, char** argv) {
     MONITOREND();
     int ier = 0;
     orva::CG_CLOSE_F(m.fileid, ier);
+    if (m.signal != 0) status = 128 + m.signal;
   } catch (const RunStopped& s) {
     status = s.status;
   } catch (const std::bad_alloc&) {
