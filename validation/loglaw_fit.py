@@ -13,7 +13,16 @@
 # Fitted over the log layer (from two cells above the bed to 0.3 DEPTH):
 #   u/u* = (1/kappa) ln(z/ks) + B         (kappa and B both free)
 #   u/u* = (1/0.41)  ln(z/ks) + B_0.41    (kappa fixed)
-# Prints the figures; writes the profile as CSV and the plot as PNG.
+# The turbulence intensities (plane means of the resolved Reynolds stresses,
+# square-rooted, over u*) against Nezu and Nakagawa's open-channel curves,
+# u'/u* = 2.30 exp(-z/h), v'/u* = 1.63 exp(-z/h), w'/u* = 1.27 exp(-z/h),
+# compared over 0.1 < z/h < 0.9: the mean ratio and the rms of the relative
+# difference per component.
+# The bed shear stress against the momentum balance from the statistics
+# file's Reach record (needs h5py).
+# Prints the figures; writes the profile as CSV, the figures as
+# OUT-summary.txt (name value per line) and the plots as PNG (the
+# intensities beside OUT.png, as OUT-intensities.png).
 import csv
 import math
 import sys
@@ -30,6 +39,27 @@ def leaves(block):
             yield from leaves(block.GetBlock(n))
     else:
         yield block
+
+
+def bed_stress(stats, ustar):
+    # The bed shear stress of the statistics file's Reach record (plan mean of
+    # MeanBedShearStressX and the momentum balance) and the wall law's friction
+    # velocity over the balance's; read through h5py where it is installed.
+    try:
+        import h5py
+    except ImportError:
+        print("bed stress: h5py not installed (Debian package python3-h5py), not read")
+        return []
+    with h5py.File(stats, "r") as f:
+        reach = f["Statistics/Reach"]
+        plan = float(reach["PlanMeanBedShearStressX"][" data"][0])
+        balance = float(reach["MomentumBalanceShearStress"][" data"][0])
+        wall = f["Bed/Zone1/BedStatistics/MeanFrictionVelocity"][" data"][()]
+        wall_ustar = float(wall.mean())
+    print("bed stress: plan mean of MeanBedShearStressX %.4f Pa, momentum balance %.4f Pa (%+.2f %%)" %
+          (plan, balance, 100.0 * (plan / balance - 1.0)))
+    print("wall law's friction velocity (bed mean) %.5f, %.2f of the balance's" % (wall_ustar, wall_ustar / ustar))
+    return [("bed_stress", plan), ("balance_stress", balance), ("wall_ustar_ratio", wall_ustar / ustar)]
 
 
 def main():
@@ -53,18 +83,23 @@ def main():
     pd = grid.GetPointData()
     vector = pd.GetArray("MeanVelocity")
     ni, nj, nk = dims
-    profile = []
+    stresses = [pd.GetArray("ReynoldsStress" + c) for c in ("UU", "VV", "WW")]
+    profile, rms = [], []
     for k in range(nk):
         z = grid.GetPoint(k * ni * nj)[2]
         if z <= 0.0:
             continue
         total, count = 0.0, 0
+        var = [0.0, 0.0, 0.0]
         for j in range(nj - 1):
             for i in range(ni - 1):
                 n = (k * nj + j) * ni + i
                 total += vector.GetComponent(n, 0) if vector else pd.GetArray("MeanVelocityX").GetValue(n)
+                for c in range(3):
+                    var[c] += stresses[c].GetValue(n) if stresses[c] else 0.0
                 count += 1
         profile.append((z, total / count))
+        rms.append([math.sqrt(max(v / count, 0.0)) for v in var])
     dz = profile[1][0] - profile[0][0]
     fit = [(math.log(z / ks), u / ustar) for z, u in profile if 2 * dz <= z <= 0.3 * depth]
     n = len(fit)
@@ -83,10 +118,32 @@ def main():
     print("  B = %.2f with kappa = 0.41" % b_fixed)
     print("  rms of u/u* from the law with 0.41 and 8.5 over the fit range: %.2f" % residual)
 
+    summary = [("force_x", force), ("ustar_balance", ustar), ("kappa_free", kappa), ("B_free", b_free),
+               ("B_041", b_fixed), ("rms_from_law", residual)]
+    nezu = (2.30, 1.63, 1.27)
+    print("turbulence intensities (resolved) against Nezu and Nakagawa over 0.1 < z/h < 0.9:")
+    for c, name in enumerate(("u'", "v'", "w'")):
+        pairs = [(r[c] / ustar, nezu[c] * math.exp(-z / depth)) for (z, _), r in zip(profile, rms)
+                 if 0.1 < z / depth < 0.9]
+        ratio = sum(a / b for a, b in pairs) / len(pairs)
+        dev = math.sqrt(sum((a / b - 1.0) ** 2 for a, b in pairs) / len(pairs))
+        print("  %s/u*: mean ratio to the curve %.3f, rms relative difference %.3f over %d heights" %
+              (name, ratio, dev, len(pairs)))
+        summary += [(name[0] + "rms_ratio", ratio), (name[0] + "rms_dev", dev)]
+    summary += bed_stress(stats, ustar)
+
+    with open(out_csv[:-4] + "-summary.txt" if out_csv.endswith(".csv") else out_csv + "-summary.txt", "w") as f:
+        for name, value in summary:
+            f.write("%s %.6g\n" % (name, value))
+
     with open(out_csv, "w") as f:
-        f.write("z,z_over_ks,u,u_over_ustar,loglaw_041_85\n")
-        for z, u in profile:
-            f.write("%.6g,%.6g,%.6g,%.6g,%.6g\n" % (z, z / ks, u, u / ustar, math.log(z / ks) / 0.41 + 8.5))
+        f.write("z,z_over_ks,u,u_over_ustar,loglaw_041_85,z_over_h,urms_over_ustar,vrms_over_ustar,"
+                "wrms_over_ustar,nezu_u,nezu_v,nezu_w\n")
+        for (z, u), r in zip(profile, rms):
+            e = math.exp(-z / depth)
+            f.write("%.6g,%.6g,%.6g,%.6g,%.6g,%.6g,%.6g,%.6g,%.6g,%.6g,%.6g,%.6g\n" % (
+                z, z / ks, u, u / ustar, math.log(z / ks) / 0.41 + 8.5, z / depth,
+                r[0] / ustar, r[1] / ustar, r[2] / ustar, nezu[0] * e, nezu[1] * e, nezu[2] * e))
 
     table = pv.CSVReader(FileName=[out_csv])
     chart = pv.CreateView("XYChartView")
@@ -106,6 +163,29 @@ def main():
     d.SeriesMarkerStyle = ["u_over_ustar", "4"]
     pv.Render(chart)
     pv.SaveScreenshot(png, chart, ImageResolution=[900, 700])
+
+    chart2 = pv.CreateView("XYChartView")
+    chart2.ViewSize = [900, 700]
+    chart2.ChartTitle = "Turbulence intensities (resolved) against Nezu and Nakagawa, u* = %.4f" % ustar
+    chart2.BottomAxisTitle = "z / h"
+    chart2.LeftAxisTitle = "rms / u*"
+    d2 = pv.Show(table, chart2)
+    d2.UseIndexForXAxis = 0
+    d2.XArrayName = "z_over_h"
+    series = ["urms_over_ustar", "vrms_over_ustar", "wrms_over_ustar", "nezu_u", "nezu_v", "nezu_w"]
+    d2.SeriesVisibility = series
+    d2.SeriesLabel = ["urms_over_ustar", "u' LES", "vrms_over_ustar", "v' LES", "wrms_over_ustar", "w' LES",
+                      "nezu_u", "u' 2.30 exp(-z/h)", "nezu_v", "v' 1.63 exp(-z/h)", "nezu_w", "w' 1.27 exp(-z/h)"]
+    d2.SeriesColor = ["urms_over_ustar", "0.85", "0.1", "0.1", "vrms_over_ustar", "0.1", "0.6", "0.1",
+                      "wrms_over_ustar", "0", "0", "0.8", "nezu_u", "0.85", "0.1", "0.1",
+                      "nezu_v", "0.1", "0.6", "0.1", "nezu_w", "0", "0", "0.8"]
+    d2.SeriesLineThickness = ["urms_over_ustar", "3", "vrms_over_ustar", "3", "wrms_over_ustar", "3",
+                              "nezu_u", "1", "nezu_v", "1", "nezu_w", "1"]
+    d2.SeriesLineStyle = ["nezu_u", "2", "nezu_v", "2", "nezu_w", "2"]
+    d2.SeriesMarkerStyle = ["urms_over_ustar", "4", "vrms_over_ustar", "4", "wrms_over_ustar", "4"]
+    pv.Render(chart2)
+    stem = png[:-4] if png.endswith(".png") else png
+    pv.SaveScreenshot(stem + "-intensities.png", chart2, ImageResolution=[900, 700])
 
 
 main()
