@@ -263,3 +263,49 @@ TEST_F(CaseTool, CorrectionsAreWrittenWithLayersFromTheGrid) {
     EXPECT_EQ(message.find("WallViscosityItm") != std::string::npos, r.layers != 0) << message;
   }
 }
+
+// A reach that falls along x: riverles-case reports its mean slope and the
+// step where its ends meet at the periodic seam, and warns; `detrend`
+// removes the slope (the ends then meet), `seam L` blends the ends of a bed
+// that does not repeat to their mean over L, nodes farther in untouched.
+TEST_F(CaseTool, SlopeAndSeamAreReportedAndRemoved) {
+  const std::string box = "nodes 33 9\nzminItm -0.05\nkmaxItm 4\n";
+  // Layers of 0.0094: a quarter of one is the threshold of the warnings.
+  ASSERT_EQ(run(write_file("s.txt", box + "bed slope 0.0 -0.005\n")), 0) << message;
+  EXPECT_NE(message.find("the bed's mean slope along x is -0.005 (a fall of 0.005"), std::string::npos) << message;
+  EXPECT_NE(message.find("s.txt:4: warning: the bed falls 0.005 along the reach"), std::string::npos) << message;
+  EXPECT_NE(message.find("warning: the bed steps by -0.005 at the periodic seam"), std::string::npos) << message;
+  ASSERT_EQ(run(write_file("s.txt", box + "bed slope 0.0 -0.002\n")), 0) << message;
+  EXPECT_EQ(message.find("warning"), std::string::npos) << message;
+
+  ASSERT_EQ(run(write_file("d.txt", box + "bed slope 0.0 -0.002 0.001\ndetrend\n")), 0) << message;
+  EXPECT_NE(message.find("d.txt:5: detrend: removed the mean slope -0.002"), std::string::npos) << message;
+  EXPECT_EQ(message.find("warning"), std::string::npos) << message;
+  open_case();
+  int ni, nj, ier;
+  std::vector<double> e = elevation(ni, nj);
+  orva::CG_CLOSE_F(1, ier);
+  double mean = 0.0;
+  for (int j = 0; j < nj; ++j) {
+    for (int i = 0; i < ni; ++i) mean += e[j * ni + i];
+    EXPECT_NEAR(e[j * ni + ni - 1], e[j * ni], 1e-15) << j;  // flat along x: the cross slope stays
+    EXPECT_NEAR(e[j * ni] - e[0], 0.001 * 0.3 * j / (nj - 1), 1e-15) << j;
+  }
+  EXPECT_NEAR(mean / (ni * nj), -0.001 + 0.00015, 1e-15);  // the mean level kept
+
+  // Dunes of 0.3 on a 1 m reach: a step of 0.0173 at the seam; blended over
+  // 0.2 the ends meet, the middle keeps the sine.
+  ASSERT_EQ(run(write_file("u.txt", box + "bed dunes 0.02 0.3 0 0\nseam 0.2\n")), 0) << message;
+  EXPECT_NE(message.find("u.txt:5: seam: both ends blended to their mean over 0.2 (the step was 0.01732; now 0)"),
+            std::string::npos)
+      << message;
+  open_case();
+  e = elevation(ni, nj);
+  orva::CG_CLOSE_F(1, ier);
+  for (int j = 0; j < nj; ++j) {
+    EXPECT_NEAR(e[j * ni + ni - 1], e[j * ni], 1e-15);
+    EXPECT_NEAR(e[j * ni], 0.5 * 0.02 * std::sin(2.0 * std::numbers::pi / 0.3), 1e-15);
+    for (int i = 7; i <= 25; ++i)  // x from 0.21875 to 0.78125
+      EXPECT_EQ(e[j * ni + i], 0.02 * std::sin(2.0 * std::numbers::pi * (i / 32.0) / 0.3)) << i;
+  }
+}

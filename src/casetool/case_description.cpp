@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <charconv>
 #include <cmath>
+#include <iomanip>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
@@ -434,6 +435,15 @@ Description parse_description(const std::string& path) {
       } else {
         fail(path, ln, "unknown bed kind '" + kind + "' (flat, slope, dunes, esri or xyz)");
       }
+    } else if (w == "detrend") {
+      need_count(t, 1, 1, "detrend", path, ln);
+      d.detrendline = ln;
+    } else if (w == "seam") {
+      need_count(t, 2, 2, "seam LENGTH", path, ln);
+      d.seam = need_real(t[1], "LENGTH", path, ln);
+      d.seamline = ln;
+      if (!(d.seam > 0) || d.seam > 0.5 * d.lx)
+        fail(path, ln, "the seam's blending length must be positive and at most half the reach's length");
     } else if (w == "omit") {
       need_count(t, 2, 2, "omit KEY", path, ln);
       const int q = find_key(t[1]);
@@ -508,6 +518,98 @@ bool key_value(const Description& d, const std::string& key, double& value, int&
 }
 
 }  // namespace
+
+namespace {
+
+// The largest step between the last node column and the first, and its row.
+double seam_step(const Description& d, const std::vector<double>& z, int& jat) {
+  double step = 0.0;
+  jat = 0;
+  for (int j = 0; j < d.nj; ++j) {
+    const std::size_t r = static_cast<std::size_t>(j) * d.ni;
+    const double s = z[r + d.ni - 1] - z[r];
+    if (std::fabs(s) > std::fabs(step)) step = s, jat = j;
+  }
+  return step;
+}
+
+}  // namespace
+
+std::vector<std::string> shape_bed(const Description& d, const std::string& desc, const std::vector<double>& x,
+                                   std::vector<double>& z) {
+  std::vector<std::string> out;
+  if (z.empty() || d.ni < 2) return out;
+  const double dz = [&] {
+    double zmin, zmax, kexp;
+    int l;
+    if (!key_value(d, "zminItm", zmin, l) || !key_value(d, "zmaxItm", zmax, l) || !key_value(d, "kmaxItm", kexp, l) ||
+        kexp < 0 || kexp > 30)
+      return 0.0;
+    return (zmax - zmin) / std::ldexp(1.0, static_cast<int>(kexp));
+  }();
+  // The mean slope along x: the least-squares plane's x part.
+  const double n = static_cast<double>(z.size());
+  double xm = 0.0, zm = 0.0;
+  for (std::size_t m = 0; m < z.size(); ++m) xm += x[m], zm += z[m];
+  xm /= n;
+  zm /= n;
+  double sxx = 0.0, sxz = 0.0;
+  for (std::size_t m = 0; m < z.size(); ++m) {
+    sxx += (x[m] - xm) * (x[m] - xm);
+    sxz += (x[m] - xm) * (z[m] - zm);
+  }
+  const double slope = sxx > 0.0 ? sxz / sxx : 0.0;
+  int jat = 0;
+  const double step = seam_step(d, z, jat);
+  std::ostringstream m;
+  m << std::setprecision(4) << "riverles-case: the bed's mean slope along x is " << slope << " (a fall of "
+    << -slope * d.lx << " over the reach's " << d.lx << "); its step at the periodic seam (the last node column "
+    << "against the first) is " << step << " at y=" << std::setprecision(12) << d.y0 + jat * d.ly / (d.nj - 1);
+  out.push_back(m.str());
+  if (d.detrendline > 0) {
+    for (std::size_t m2 = 0; m2 < z.size(); ++m2) z[m2] -= slope * (x[m2] - xm);
+    std::ostringstream r;
+    r << std::setprecision(4) << desc << ":" << d.detrendline << ": detrend: removed the mean slope " << slope
+      << " (the mean level kept); the discharge drives the flow (dischargeItm), the monitor's slope column is "
+         "the equivalent slope to set against the survey's";
+    out.push_back(r.str());
+  } else if (std::fabs(slope) * d.lx > std::max(0.25 * dz, 1e-12)) {
+    std::ostringstream w;
+    w << std::setprecision(4) << desc << ":" << d.bedline << ": warning: the bed falls " << -slope * d.lx
+      << " along the reach (mean slope " << slope << "), but the box is periodic in x and has no slope: the fall "
+      << "becomes a step at the seam where the ends meet; add `detrend` to remove the mean slope";
+    out.push_back(w.str());
+  }
+  if (d.seamline > 0) {
+    const double L = d.seam, x1 = d.x0 + d.lx, raw = seam_step(d, z, jat);
+    const double before = std::fabs(raw) < 1e-12 ? 0.0 : raw;
+    for (int j = 0; j < d.nj; ++j) {
+      const std::size_t r = static_cast<std::size_t>(j) * d.ni;
+      const double half = 0.5 * (z[r + d.ni - 1] - z[r]);
+      for (int i = 0; i < d.ni; ++i) {
+        const double s0 = x[r + i] - d.x0, s1 = x1 - x[r + i];
+        if (s0 < L) z[r + i] += half * 0.5 * (1.0 + std::cos(std::numbers::pi * s0 / L));
+        if (s1 < L) z[r + i] -= half * 0.5 * (1.0 + std::cos(std::numbers::pi * s1 / L));
+      }
+    }
+    std::ostringstream r;
+    r << std::setprecision(4) << desc << ":" << d.seamline << ": seam: both ends blended to their mean over " << L
+      << " (the step was " << before << (d.detrendline > 0 ? " once detrended" : "") << "; now "
+      << seam_step(d, z, jat) << ")";
+    out.push_back(r.str());
+  } else {
+    const double now = seam_step(d, z, jat);
+    if (std::fabs(now) > std::max(0.25 * dz, 1e-12)) {
+      std::ostringstream w;
+      w << std::setprecision(4) << desc << ":" << d.bedline << ": warning: the bed steps by " << now
+        << " at the periodic seam (y=" << std::setprecision(12) << d.y0 + jat * d.ly / (d.nj - 1)
+        << "), more than a quarter of a layer: the flow meets a step there every pass; add `seam LENGTH` to "
+           "blend the ends (a few water depths)";
+      out.push_back(w.str());
+    }
+  }
+  return out;
+}
 
 std::vector<std::string> check_case(const Description& d, const std::string& desc, const std::vector<double>& x,
                                     const std::vector<double>& y, const std::vector<double>& z) {

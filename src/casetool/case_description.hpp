@@ -40,6 +40,9 @@ struct Description {
   bool fill = false;                   // NODATA cells of an ESRI grid take the nearest valid value
   int bedline = 0;                     // line of the bed directive
   std::map<std::string, int> keyline;  // line of each key the description sets
+  int detrendline = 0;                 // line of `detrend` (0: none)
+  double seam = 0.0;                   // length of the blend across the periodic seam (0: none)
+  int seamline = 0;
   std::vector<orva::Condition> conditions;  // all keys not omitted, in catalogue order
 };
 
@@ -50,6 +53,14 @@ Description parse_description(const std::string& path);
 // DescriptionError for a faulty bed file.
 void build_grid(const Description& d, const std::string& descpath, std::vector<double>& x,
                 std::vector<double>& y, std::vector<double>& z);
+
+// Reports the bed's mean slope along x and its step at the periodic seam
+// (the last node column against the first); with `detrend` removes the
+// slope (the least-squares plane's x part, the mean level kept), with
+// `seam LENGTH` blends the two ends to their mean over LENGTH each.
+// Returns notes and warnings for standard error.
+std::vector<std::string> shape_bed(const Description& d, const std::string& descpath, const std::vector<double>& x,
+                                   std::vector<double>& z);
 
 // Checks the bed against the box and the data for the mistakes users make
 // with real data; throws DescriptionError where the case cannot be right,

@@ -24,6 +24,7 @@ int main(int argc, char** argv) {
     rlcase::Description d = rlcase::parse_description(desc);
     std::vector<double> x, y, z;
     rlcase::build_grid(d, desc, x, y, z);
+    for (const std::string& n : rlcase::shape_bed(d, desc, x, z)) std::fprintf(stderr, "%s\n", n.c_str());
     for (const std::string& w : rlcase::check_case(d, desc, x, y, z)) std::fprintf(stderr, "%s\n", w.c_str());
     for (const std::string& n : rlcase::recommend_keys(d, z)) std::fprintf(stderr, "%s\n", n.c_str());
     std::string error;
