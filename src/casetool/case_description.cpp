@@ -530,7 +530,7 @@ double seam_step(const Description& d, const std::vector<double>& z, int& jat) {
     const double s = z[r + d.ni - 1] - z[r];
     if (std::fabs(s) > std::fabs(step)) step = s, jat = j;
   }
-  return step;
+  return std::fabs(step) < 1e-12 ? 0.0 : step;
 }
 
 }  // namespace
@@ -558,12 +558,13 @@ std::vector<std::string> shape_bed(const Description& d, const std::string& desc
     sxx += (x[m] - xm) * (x[m] - xm);
     sxz += (x[m] - xm) * (z[m] - zm);
   }
-  const double slope = sxx > 0.0 ? sxz / sxx : 0.0;
+  double slope = sxx > 0.0 ? sxz / sxx : 0.0;
+  if (std::fabs(slope * d.lx) < 1e-12) slope = 0.0;
   int jat = 0;
   const double step = seam_step(d, z, jat);
   std::ostringstream m;
   m << std::setprecision(4) << "riverles-case: the bed's mean slope along x is " << slope << " (a fall of "
-    << -slope * d.lx << " over the reach's " << d.lx << "); its step at the periodic seam (the last node column "
+    << 0.0 - slope * d.lx << " over the reach's " << d.lx << "); its step at the periodic seam (the last node column "
     << "against the first) is " << step << " at y=" << std::setprecision(12) << d.y0 + jat * d.ly / (d.nj - 1);
   out.push_back(m.str());
   if (d.detrendline > 0) {
@@ -573,12 +574,6 @@ std::vector<std::string> shape_bed(const Description& d, const std::string& desc
       << " (the mean level kept); the discharge drives the flow (dischargeItm), the monitor's slope column is "
          "the equivalent slope to set against the survey's";
     out.push_back(r.str());
-  } else if (std::fabs(slope) * d.lx > std::max(0.25 * dz, 1e-12)) {
-    std::ostringstream w;
-    w << std::setprecision(4) << desc << ":" << d.bedline << ": warning: the bed falls " << -slope * d.lx
-      << " along the reach (mean slope " << slope << "), but the box is periodic in x and has no slope: the fall "
-      << "becomes a step at the seam where the ends meet; add `detrend` to remove the mean slope";
-    out.push_back(w.str());
   }
   if (d.seamline > 0) {
     const double L = d.seam, x1 = d.x0 + d.lx, raw = seam_step(d, z, jat);
@@ -600,16 +595,188 @@ std::vector<std::string> shape_bed(const Description& d, const std::string& desc
   } else {
     const double now = seam_step(d, z, jat);
     if (std::fabs(now) > std::max(0.25 * dz, 1e-12)) {
+      // A reach that falls along x steps down where its ends meet.
+      const bool fall = d.detrendline == 0 && std::fabs(slope * d.lx) > 0.5 * std::fabs(now);
       std::ostringstream w;
       w << std::setprecision(4) << desc << ":" << d.bedline << ": warning: the bed steps by " << now
         << " at the periodic seam (y=" << std::setprecision(12) << d.y0 + jat * d.ly / (d.nj - 1)
-        << "), more than a quarter of a layer: the flow meets a step there every pass; add `seam LENGTH` to "
-           "blend the ends (a few water depths)";
+        << std::setprecision(4) << "), more than a quarter of a layer: the flow meets a step there every pass; "
+        << (fall ? "the reach falls " : "") ;
+      if (fall)
+        w << 0.0 - slope * d.lx << " along x (mean slope " << slope
+          << ") and the periodic box has none: add `detrend`, and `seam LENGTH` (a few water depths) for what stays";
+      else
+        w << "add `seam LENGTH` to blend the ends (a few water depths)";
       out.push_back(w.str());
     }
   }
   return out;
 }
+
+namespace {
+
+std::string string_key(const Description& d, const std::string& key) {
+  for (const orva::Condition& c : d.conditions)
+    if (c.key == key) return c.svalue;
+  return "";
+}
+
+// The bed at a point: bilinear between the four nodes around it.
+double bed_at(const Description& d, const std::vector<double>& z, double px, double py) {
+  const double fx = std::clamp((px - d.x0) / (d.lx / (d.ni - 1)), 0.0, d.ni - 1.0);
+  const double fy = std::clamp((py - d.y0) / (d.ly / (d.nj - 1)), 0.0, d.nj - 1.0);
+  const int i = std::min(static_cast<int>(fx), d.ni - 2), j = std::min(static_cast<int>(fy), d.nj - 2);
+  const double a = fx - i, b = fy - j;
+  auto Z = [&](int ii, int jj) { return z[static_cast<std::size_t>(jj) * d.ni + ii]; };
+  return (1 - a) * (1 - b) * Z(i, j) + a * (1 - b) * Z(i + 1, j) + (1 - a) * b * Z(i, j + 1) + a * b * Z(i + 1, j + 1);
+}
+
+// What the run will write, from the grid and the output keys: results in
+// the case (6 double fields of the 3-D nodes each), statistics files (11
+// fields and 3 coordinates), the saved state (text, 7 values a cell, with
+// its accumulators), Tecplot files (text); a warning when it is more than
+// the case folder's free space.
+void disk_estimate(const Description& d, const std::string& desc, std::vector<std::string>& out) {
+  double kexp, endtime, otime, stats, start, dtstats, hot, tec, dttec;
+  int l;
+  if (!key_value(d, "kmaxItm", kexp, l) || kexp < 0 || kexp > 30 || !key_value(d, "endtimeItm", endtime, l) ||
+      !key_value(d, "OTimeItm", otime, l))
+    return;
+  const double cells = (d.ni - 1.0) * (d.nj - 1.0) * std::ldexp(1.0, static_cast<int>(kexp));
+  const double nodes = d.ni * d.nj * (std::ldexp(1.0, static_cast<int>(kexp)) + 1.0);
+  auto count = [&](double from, double every) { return every > 0 ? std::floor((endtime - from) / every) : 0.0; };
+  const double results = (1.0 + count(0.0, otime)) * nodes * 6 * 8;
+  double statistics = 0, saved = 0, tecplot = 0;
+  if (key_value(d, "StatisticsItm", stats, l) && stats == 1) {
+    if (!key_value(d, "StatsStartItm", start, l)) start = 0;
+    if (!key_value(d, "dtStatsItm", dtstats, l)) dtstats = otime;
+    statistics = std::max(0.0, count(start, dtstats)) * nodes * 14 * 8;
+  }
+  if (key_value(d, "HotoutItm", hot, l) && hot == 1) saved = cells * (7 * 24 + 14 * 8);
+  if (key_value(d, "TecplotItm", tec, l) && tec == 1 && key_value(d, "dtTecplotItm", dttec, l))
+    tecplot = count(0.0, dttec) * nodes * 10 * 16;
+  const double total = results + statistics + saved + tecplot;
+  auto size = [](double b) {
+    std::ostringstream m;
+    m << std::setprecision(3) << (b >= 1e9 ? b / 1e9 : b / 1e6) << (b >= 1e9 ? " GB" : " MB");
+    return m.str();
+  };
+  std::ostringstream m;
+  m << "riverles-case: the run will write about " << size(total) << ": results " << size(results);
+  if (statistics > 0) m << ", statistics " << size(statistics);
+  if (saved > 0) m << ", the saved state " << size(saved);
+  if (tecplot > 0) m << ", Tecplot " << size(tecplot);
+  out.push_back(m.str());
+  std::error_code ec;
+  std::filesystem::path dir = std::filesystem::absolute(std::filesystem::path(desc), ec).parent_path();
+  const std::filesystem::space_info sp = std::filesystem::space(dir, ec);
+  if (!ec && static_cast<double>(sp.available) < total)
+    out.push_back(desc + ":" + std::to_string(d.bedline) + ": warning: the run will write about " + size(total) +
+                  " but " + size(static_cast<double>(sp.available)) +
+                  " are free here: fewer results (OTimeItm, dtStatsItm) or another disk");
+}
+
+// The mistakes of the engineering kind: the grid's cells against the
+// water, the discharge against the section, the probes, the disk space.
+void engineering_checks(const Description& d, const std::string& desc, const std::vector<double>& x,
+                        const std::vector<double>& y, const std::vector<double>& z, std::vector<std::string>& out) {
+  double zmin, zmax, kexp;
+  int lmin, lmax, lk;
+  if (!key_value(d, "zminItm", zmin, lmin) || !key_value(d, "zmaxItm", zmax, lmax) ||
+      !key_value(d, "kmaxItm", kexp, lk) || kexp < 0 || kexp > 30)
+    return;
+  auto warn = [&](int line, const std::string& text) {
+    out.push_back(desc + ":" + std::to_string(line) + ": warning: " + text);
+  };
+  const double dz = (zmax - zmin) / std::ldexp(1.0, static_cast<int>(kexp));
+  const double dx = d.lx / (d.ni - 1), dy = d.ly / (d.nj - 1);
+  double depth = 0.0;
+  std::size_t wet = 0, shallow = 0;
+  for (double e : z)
+    if (e < zmax) {
+      depth += zmax - e;
+      ++wet;
+      if (zmax - e < dz) ++shallow;
+    }
+  if (wet == 0) return;
+  depth /= static_cast<double>(wet);
+  std::ostringstream m;
+  m << std::setprecision(4);
+  if (std::max(dx, dy) > 4.0 * dz) {
+    m << "plan cells of " << dx << " x " << dy << " are more than 4 times the layer height " << dz
+      << ": the eddies the grid resolves are flattened; refine the plan grid (nodes) or coarsen the layers";
+    warn(lk, m.str());
+    m.str("");
+  }
+  if (depth < 16.0 * dz) {
+    m << "the mean water depth " << depth << " holds " << depth / dz
+      << " layers, fewer than 16: too few for the velocity profile and the turbulence; raise kmaxItm or lower "
+         "zminItm towards the bed";
+    warn(lk, m.str());
+    m.str("");
+  }
+  if (shallow > 0) {
+    m << shallow << " of " << wet << " wet nodes have less than one layer (" << dz
+      << ") of water: the flow there is not resolved (the wall law alone)";
+    warn(lmax, m.str());
+    m.str("");
+  }
+  // The discharge against the section at the inflow (the first node column).
+  double area = 0.0;
+  for (int j = 0; j < d.nj; ++j) {
+    const double h = zmax - z[static_cast<std::size_t>(j) * d.ni];
+    if (h > 0) area += h * ((j == 0 || j == d.nj - 1) ? 0.5 * dy : dy);
+  }
+  double q;
+  int lq;
+  if (area > 0 && key_value(d, "dischargeItm", q, lq)) {
+    const double bulk = std::fabs(q) / area;
+    if (!d.keyline.count("dischargeItm")) {
+      m << "dischargeItm not given: the default " << q << " m3/s is used, a bulk velocity of " << bulk
+        << " m/s over the inflow section of " << area << " m2; give the reach's discharge";
+      warn(d.bedline, m.str());
+      m.str("");
+    } else if (bulk > 5.0 || bulk < 0.01) {
+      m << "dischargeItm " << q << " m3/s is a bulk velocity of " << bulk << " m/s over the inflow section of " << area
+        << " m2: " << (bulk > 5.0 ? "faster than rivers flow (a discharge in litres per second?)"
+                                  : "hardly a flow (a discharge in another unit?)");
+      warn(lq, m.str());
+      m.str("");
+    }
+  }
+  // Probes: the file, and points in the bed or above the lid.
+  const std::string probes = string_key(d, "ProbeFileItm");
+  if (!probes.empty()) {
+    const int lp = d.keyline.count("ProbeFileItm") ? d.keyline.at("ProbeFileItm") : 0;
+    std::filesystem::path f(probes);
+    if (f.is_relative()) f = std::filesystem::path(desc).parent_path() / f;
+    std::ifstream in(f);
+    if (!in) {
+      warn(lp, "the probe file '" + f.string() + "' does not exist (the solver looks for '" + probes +
+                   "' from the folder it runs in)");
+    } else {
+      std::string line;
+      for (int n = 1; std::getline(in, line); ++n) {
+        std::istringstream ss(line.substr(0, line.find('#')));
+        double px, py, pz;
+        if (!(ss >> px >> py >> pz)) continue;
+        const double b = bed_at(d, z, px, py);
+        if (pz <= b || pz >= zmax) {
+          m << f.filename().string() << ":" << n << ": probe (" << std::setprecision(12) << px << ", " << py << ", "
+            << pz << std::setprecision(4) << ") lies " << (pz >= zmax ? "above the lid " : "in the bed ")
+            << (pz >= zmax ? zmax : b) << ": it samples no water";
+          warn(lp, m.str());
+          m.str("");
+        }
+      }
+    }
+  }
+  disk_estimate(d, desc, out);
+  (void)x;
+  (void)y;
+}
+
+}  // namespace
 
 std::vector<std::string> check_case(const Description& d, const std::string& desc, const std::vector<double>& x,
                                     const std::vector<double>& y, const std::vector<double>& z) {
@@ -637,7 +804,7 @@ std::vector<std::string> check_case(const Description& d, const std::string& des
   const std::size_t nlo = static_cast<std::size_t>(lo - z.begin());
   auto at = [&](std::size_t n) {
     std::ostringstream m;
-    m << "(node " << n % d.ni << ", " << n / d.ni << " at x=" << x[n] << " y=" << y[n] << ")";
+    m << std::setprecision(12) << "(node " << n % d.ni << ", " << n / d.ni << " at x=" << x[n] << " y=" << y[n] << ")";
     return m.str();
   };
   std::ostringstream m;
@@ -651,8 +818,8 @@ std::vector<std::string> check_case(const Description& d, const std::string& des
     m << "the whole bed (" << *lo << " to " << *hi << ") lies at or above zmaxItm " << zmax
       << ": there is no water in the box";
     if (*lo > zmax + 10.0 * height)
-      m << "; elevations far above the box look absolute (above a datum): set zminItm and zmaxItm around the bed, "
-           "or subtract the datum";
+      m << "; elevations far above the box: check the units (a DEM in millimetres or feet against a box in metres), "
+           "or they are absolute (above a datum): set zminItm and zmaxItm around the bed";
     fail(desc, lmax, m.str());
   }
   if (zmin >= *lo) {
@@ -677,6 +844,7 @@ std::vector<std::string> check_case(const Description& d, const std::string& des
       << ": dry columns (banks above the water surface) are solid to the lid";
     warn(lmax, w.str());
   }
+  engineering_checks(d, desc, x, y, z, warnings);
   const double relief = *hi - *lo, reach = std::max(d.lx, d.ly);
   if (relief > 10.0 * height || relief > reach) {
     std::ostringstream w;
