@@ -6,8 +6,9 @@
 // per cell and call.  The bed's ledger apart: the step again with the ledger
 // off (the difference is what the forcings' records of the removed momentum
 // cost) and the pass that turns the ledger into the columns' stresses (part
-// of the statistics pass).  One CSV line per case:
-//   cells,threads,step_ns,monitor_ns,statistics_ns,step_without_ledger_ns,bed_pass_ns
+// of the statistics pass), and the wall law's friction velocity of every
+// column (BEDFRICTION, part of the statistics pass).  One CSV line per case:
+//   cells,threads,step_ns,monitor_ns,statistics_ns,step_without_ledger_ns,bed_pass_ns,wall_law_ns
 //   riverles_report_bench CASEFILE [N]
 #include <omp.h>
 
@@ -70,12 +71,13 @@ int main(int argc, char** argv) {
   if (!tx.allocate("bench", 0, rl::imax + 1, 0, rl::jmax + 1) || !ty.allocate("bench", 0, rl::imax + 1, 0, rl::jmax + 1))
     return 1;
   const double bed_pass = median_ns_per_cell(n, [&] { rl::bed_stress_of_step(tx, ty); });
+  const double wall_law = median_ns_per_cell(n, [&] { rl::BEDFRICTION(tx); });
   rl::bed_ledger_start(false);
   stdout = std::fopen("/dev/null", "w");
   const double bare = median_ns_per_cell(n, [] { rl::ADVANCE(); });
   std::fclose(stdout);
   stdout = quiet;
-  std::printf("%d,%d,%.2f,%.2f,%.2f,%.2f,%.2f\n", rl::imax * rl::jmax * rl::kmax, omp_get_max_threads(), step,
-              monitor, stats, bare, bed_pass);
+  std::printf("%d,%d,%.2f,%.2f,%.2f,%.2f,%.2f,%.2f\n", rl::imax * rl::jmax * rl::kmax, omp_get_max_threads(), step,
+              monitor, stats, bare, bed_pass, wall_law);
   return 0;
 }
