@@ -26,7 +26,11 @@ The results are in out/$example.cgn: a time series of the velocity (VelocityX/Y/
 shown by ParaView as the vector Velocity), Pressure, Vorticity and Coherent (the Q
 criterion) on the 3-D node grid, beside the input grid and its Elevation (the case
 links the bulk data, which lies in out/$example.cgn.results/).
-To look at them: paraview out/$example.cgn  (Debian package 'paraview'); in the
-reader's properties keep the base ResultBase selected, tick the point arrays
-(they are offered unticked), press Apply, and step through time.
+To look at them: riverles-paraview out/$example.cgn  (needs the Debian package
+'paraview'): ParaView opens the case with its CGNS reader, every array ticked, at
+the last result; step through time with the animation buttons. (ParaView's own
+File > Open does not know the .cgn extension: choose "All Files" and the "CGNS
+Series Reader".) Pictures without ParaView's window: riverles-view out/$example.cgn
+The programs are commands now: riverles, riverles-case, riverles-view,
+riverles-paraview (links in /usr/local/bin).
 MSG

@@ -33,3 +33,14 @@ if [ $with_tests = 1 ]; then
 else
   cmake --build "$build_dir" -j"$(nproc)" --target riverles riverles-case
 fi
+
+# The programs as commands: links in /usr/local/bin where it can be written
+# (as root, or with a user's own PATH entry there).
+if [ -w /usr/local/bin ]; then
+  for prog in "$build_dir/riverles" "$build_dir/riverles-case" scripts/riverles-view scripts/riverles-paraview; do
+    ln -sf "$(readlink -f "$prog")" "/usr/local/bin/$(basename "$prog")"
+  done
+else
+  echo "Note: /usr/local/bin is not writable: run the programs as $build_dir/riverles, $build_dir/riverles-case," \
+       "scripts/riverles-view and scripts/riverles-paraview (or add those folders to PATH)"
+fi

@@ -48,6 +48,11 @@ pvpython "$src/tests/pv_check_case.py" "$work/flat.cgn" "$results" "$work/riverl
   { cat "$work/view.log"; echo "FAILED: riverles-view"; exit 1; }
 pvpython "$src/tests/pv_check_images.py" "$work"/pictures/{section,plan,vortices,profile}.png ||
   { echo "FAILED: riverles-view pictures"; exit 1; }
+# What riverles-paraview loads into ParaView: the .cgn through the CGNS
+# reader, every result and array.
+RIVERLES_CASE="$work/flat.cgn" pvpython "$src/scripts/paraview_open.py" > "$work/open.log" 2>&1 &&
+  grep -q "results, arrays Coherent, Pressure, Velocity, Vorticity" "$work/open.log" ||
+  { cat "$work/open.log"; echo "FAILED: riverles-paraview's opening"; exit 1; }
 EOF
   if command -v xvfb-run > /dev/null; then
     # The search for a free display starts at a number of this run's own:
