@@ -7,6 +7,7 @@
 #include <set>
 #include <tuple>
 
+#include "common/distributed.hpp"
 #include "driver/fields.hpp"
 #include "immersed/farsample.hpp"
 
@@ -528,12 +529,30 @@ void note_march_fallback() {
 }
 
 long report_march_fallbacks() {
-  const long fallbacks = static_cast<long>(fallen_back.size());
+  // Over several processes a forcing point in two blocks' reach is found by
+  // both: the positions of all go to the first, which counts each once and
+  // speaks for the run.
+  long fallbacks = static_cast<long>(fallen_back.size());
+  MarchPosition first = first_fallback;
+  if (dist_size() > 1) {
+    std::vector<int> mine, all;
+    for (const auto& [kind, i, j, k] : fallen_back) mine.insert(mine.end(), {kind, i, j, k});
+    GATHERINTS(mine, all);
+    if (dist_rank() != 0) return 0;
+    std::set<std::tuple<char, int, int, int>> every;
+    for (std::size_t m = 0; m + 3 < all.size(); m += 4)
+      every.insert({static_cast<char>(all[m]), all[m + 1], all[m + 2], all[m + 3]});
+    fallbacks = static_cast<long>(every.size());
+    if (!every.empty()) {
+      const auto& [kind, i, j, k] = *every.begin();
+      first = MarchPosition{kind, i, j, k};
+    }
+  }
   if (fallbacks > reported) {
     std::fprintf(stderr,
                  "riverles: warning: the image-point march found no clean stencil at %ld forcing point(s); they "
                  "take the inverse-distance sample at their first image point (first: %c at i=%d j=%d k=%d)\n",
-                 fallbacks, first_fallback.kind, first_fallback.i, first_fallback.j, first_fallback.k);
+                 fallbacks, first.kind, first.i, first.j, first.k);
     reported = fallbacks;
   }
   return fallbacks;

@@ -193,3 +193,23 @@ warn() { grep 'warning: |' "$1" | sed 's/ = [0-9.e+-]* is/ is/'; }
 [ "$(warn "$work/mon-4/err.txt")" = "$(warn "$work/mon-1/err.txt")" ] ||
   fail "the velocity warning on four processes: $(grep warning "$work/mon-4/err.txt")"
 echo "monitor log and probes on four processes: those of one to 1e-6, the warning once and the same"
+
+# The image-point march's warning: once for the run, with the count of one
+# process (a forcing point in the reach of two blocks counted once; before,
+# each process warned with its own count, 20 and 30 for 50 here).  A spike
+# through the lid breaks the march of the trilinear law.
+python3 -c "
+for j in range(5):
+    for i in range(9):
+        x, y = 0.1 * i, 0.1 * j
+        print(x, y, 0.5 if 0.25 < x < 0.55 and 0.05 < y < 0.35 else 0.02)" > "$work/spike.xyz"
+printf '%s\n' 'nodes 9 5' 'extent 0.8 0.4' "bed xyz $work/spike.xyz" 'zminItm 0.0' 'zmaxItm 0.2' 'kmaxItm 3' \
+  'yBoundItm 1' 'BedItm 1' 'iIBMItm 0' 'timetypeItm 1' 'timestepItm 0.01' 'endtimeItm 0.05' 'iPerturbItm 1' \
+  'amplitudeItm 0.01' 'StopFailedItm 0' 'MonitorItm 0' 'StatisticsItm 0' > "$work/spike.txt"
+launch spike spike-1 1
+launch spike spike-2 2
+march() { grep 'image-point march' "$1" | sed 's/ (first: .*)//'; }
+[ -n "$(march "$work/spike-1/err.txt")" ] || fail "the spike gave no march warning: $(cat "$work/spike-1/err.txt")"
+[ "$(march "$work/spike-2/err.txt")" = "$(march "$work/spike-1/err.txt")" ] ||
+  fail "the march warning on 2 processes: $(grep 'image-point' "$work/spike-2/err.txt")"
+echo "the march warning on 2 processes: once, the count of one process"
