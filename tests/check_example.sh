@@ -41,12 +41,12 @@ if command -v pvpython > /dev/null; then
   # step may find the display of the one before not yet free.
   cat > "$work/pv.sh" <<EOF
 set -u
-pvpython "$src/tests/pv_check_case.py" "$work/flat.cgn" "$results" "$work/riverles2.plt" ||
+pvpython "$src/tests/pv_check_case.py" "$work/flat.cgn" "$results" "$work/flat2.plt" ||
   { echo "FAILED: ParaView readers"; exit 1; }
 # The standard pictures of the run (its statistics included), not empty.
 "$src/scripts/riverles-view" "$work/flat.cgn" "$work/pictures" > "$work/view.log" 2>&1 ||
   { cat "$work/view.log"; echo "FAILED: riverles-view"; exit 1; }
-pvpython "$src/tests/pv_check_images.py" "$work"/pictures/{section,plan,vortices,profile}.png ||
+pvpython "$src/tests/pv_check_images.py" "$work"/pictures/{section,plan,vortices,profile,bedstress,depth-averaged}.png ||
   { echo "FAILED: riverles-view pictures"; exit 1; }
 # What riverles-paraview loads into ParaView: the .cgn through the CGNS
 # reader, every result and array.

@@ -36,9 +36,9 @@ run() {
   echo "running $name in $dir ..."
   (cd "$dir" && OMP_NUM_THREADS="${OMP_NUM_THREADS:-2}" "$root/build/riverles" channel.cgn < /dev/null > run.log)
   local last
-  last=$(ls "$dir"/riverles_stats_*.cgns | tail -n 1)
+  last=$(ls "$dir"/channel_stats_*.cgns | tail -n 1)
   # Depth 0.1 over the bed at 0, roughness height 5 mm.
-  $runner pvpython "$here/loglaw_fit.py" "$last" "$dir/riverles_monitor.csv" 0.1 0.005 "$tstart" \
+  $runner pvpython "$here/loglaw_fit.py" "$last" "$dir/channel_monitor.csv" 0.1 0.005 "$tstart" \
     "$dir/profile.png" "$dir/profile.csv" > "$dir/fit.log"
   cat "$dir/fit.log"
 }

@@ -28,7 +28,7 @@ command -v xvfb-run > /dev/null && runner="xvfb-run -a"
 echo "tripping the channel in $work/trip ..."
 (cd "$work/trip" && OMP_NUM_THREADS=2 "$root/build/riverles" channel.cgn < /dev/null > run.log)
 
-restart=("HotstartItm 1" "StartfileItm $work/trip/riverles.dat" "TimeInitialItm 0")
+restart=("HotstartItm 1" "StartfileItm $work/trip/channel.dat" "TimeInitialItm 0")
 { cat "$here/smooth-channel.txt"; printf '%s\n' "${restart[@]}" "SolidRestItm 0" "WallViscosityItm 0"; } \
   > "$work/design/channel.txt"
 { cat "$here/smooth-channel.txt"; printf '%s\n' "${restart[@]}"; } > "$work/corrected/channel.txt"
@@ -39,9 +39,9 @@ for r in design corrected; do
 done
 wait
 for r in design corrected; do
-  last=$(ls "$work/$r"/riverles_stats_*.cgns | tail -n 1)
+  last=$(ls "$work/$r"/channel_stats_*.cgns | tail -n 1)
   # Depth 0.1, viscosity 1e-6, width 0.3141593, statistics from 400 s.
-  $runner pvpython "$here/smooth_fit.py" "$last" "$work/$r/riverles_monitor.csv" 0.1 1e-6 0.3141593 400 \
+  $runner pvpython "$here/smooth_fit.py" "$last" "$work/$r/channel_monitor.csv" 0.1 1e-6 0.3141593 400 \
     "$work/$r/profile.png" "$work/$r/profile.csv" > "$work/$r/fit.log"
   echo "$r:"
   cat "$work/$r/fit.log"

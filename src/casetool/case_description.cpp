@@ -535,6 +535,14 @@ double seam_step(const Description& d, const std::vector<double>& z, int& jat) {
 
 }  // namespace
 
+void name_outputs_after(Description& d, const std::string& casefile) {
+  if (d.keyline.count("outfileItm")) return;
+  std::string stem = std::filesystem::path(casefile).stem().string();
+  if (stem.empty()) return;
+  for (orva::Condition& c : d.conditions)
+    if (c.key == "outfileItm") c.svalue = stem;
+}
+
 std::vector<std::string> shape_bed(const Description& d, const std::string& desc, const std::vector<double>& x,
                                    std::vector<double>& z) {
   std::vector<std::string> out;

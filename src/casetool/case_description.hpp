@@ -54,6 +54,11 @@ Description parse_description(const std::string& path);
 void build_grid(const Description& d, const std::string& descpath, std::vector<double>& x,
                 std::vector<double>& y, std::vector<double>& z);
 
+// Names the run's side outputs (saved state, statistics, logs, Tecplot) after
+// the case file, where the description leaves outfileItm at its default:
+// two cases in one folder then keep their own files.
+void name_outputs_after(Description& d, const std::string& casefile);
+
 // Reports the bed's mean slope along x and its step at the periodic seam
 // (the last node column against the first); with `detrend` removes the
 // slope (the least-squares plane's x part, the mean level kept), with

@@ -22,6 +22,7 @@ int main(int argc, char** argv) {
   const std::string casefile = argv[2];
   try {
     rlcase::Description d = rlcase::parse_description(desc);
+    rlcase::name_outputs_after(d, casefile);
     std::vector<double> x, y, z;
     rlcase::build_grid(d, desc, x, y, z);
     for (const std::string& n : rlcase::shape_bed(d, desc, x, z)) std::fprintf(stderr, "%s\n", n.c_str());
