@@ -135,6 +135,23 @@ void startup(MainState& m) {
   // Every run draws its noise from the generator's default state.
   random_generator() = std::mt19937_64();
   int ier = 0;
+  // Over several processes the plan must split before the case is touched:
+  // a refused count leaves the case and its results as they were.  Every
+  // process reads the grid's size and takes the same decision.
+  if (several()) {
+    int ni = 0, nj = 0;
+    orva::CG_OPEN_F(m.casepath, orva::CG_MODE_READ, m.fileid, ier);
+    if (ier == 0) orva::CG_ORVA_GOTOGRIDCOORD2D_F(ni, nj, ier);
+    int dummy = 0;
+    if (m.fileid != 0) orva::CG_CLOSE_F(m.fileid, dummy);
+    PlanSplit split;
+    std::string why;
+    if (ier == 0 && !PLANSPLIT(dist_size(), ni - 1, nj - 1, split, why)) {
+      if (first_process()) std::fprintf(stderr, "riverles: %s; the case is left as it was\n", why.c_str());
+      throw RunStopped{1};
+    }
+    ier = 0;
+  }
   if (first_process()) {
     orva::CG_OPEN_F(m.casepath, orva::CG_MODE_MODIFY, m.fileid, ier);
     if (ier != 0) {

@@ -213,3 +213,14 @@ march() { grep 'image-point march' "$1" | sed 's/ (first: .*)//'; }
 [ "$(march "$work/spike-2/err.txt")" = "$(march "$work/spike-1/err.txt")" ] ||
   fail "the march warning on 2 processes: $(grep 'image-point' "$work/spike-2/err.txt")"
 echo "the march warning on 2 processes: once, the count of one process"
+
+# A count that cannot split the plan (4 processes on the spike's 8 x 4) is
+# refused before the case is touched: its results stay as they were.
+before=$(cd "$work/spike-1" && ls case.cgn.results | sort | tr '\n' ' ')
+(cd "$work/spike-1" && OMP_NUM_THREADS=1 "$mpiexec" -n 4 --oversubscribe "$riverles" case.cgn < /dev/null > refused.txt 2> refused.err) &&
+  fail "4 processes on an 8 x 4 plan were not refused"
+grep -q "4 processes cannot share a plan of 8 x 4 columns.*the case is left as it was" "$work/spike-1/refused.err" ||
+  fail "the refusal: $(cat "$work/spike-1/refused.err")"
+[ "$(cd "$work/spike-1" && ls case.cgn.results | sort | tr '\n' ' ')" = "$before" ] ||
+  fail "the refused run changed the case's results: $before"
+echo "a refused process count leaves the case as it was"
