@@ -265,3 +265,33 @@ TEST(Monitors, FailedRunsStop) {
   crest.write(dir + "/case.cgn", crest_above_the_lid);
   EXPECT_EQ(rltest::run_solver(dir, {"case.cgn"}).status, 0);
 }
+
+// Accumulators carry the step and time of the save they belong to: beside
+// a saved state of another step (an older state copied back) they would
+// count samples twice, so the run refuses them with a warning and starts
+// its statistics anew; beside their own state they continue.
+TEST(Monitors, AccumulatorsOfAnotherSaveAreRefused) {
+  CaseSpec s;
+  s.set("timetypeItm", 1).set("timestepItm", 0.01).set("endtimeItm", 0.05).set("InitialItm", 1).set("xInitItm", 0.1);
+  s.set("HotoutItm", 1).set("dtHotoutItm", 0.05).set("StatisticsItm", 1).set("StatsStartItm", 0.0);
+  s.set("dtStatsItm", 0.05);
+  const std::string dir = rltest::temp_dir("stats-save");
+  s.write(dir + "/case.cgn");
+  ASSERT_EQ(rltest::run_solver(dir, {"case.cgn"}).status, 0);
+  std::filesystem::copy_file(dir + "/run.dat", dir + "/old.dat");
+  s.set("endtimeItm", 0.1).set("HotstartItm", 1).set("StartfileItm", std::string("run.dat")).set("TimeInitialItm", 1);
+  s.write(dir + "/case.cgn");
+  auto r = rltest::run_solver(dir, {"case.cgn"});
+  ASSERT_EQ(r.status, 0);
+  EXPECT_NE(r.err.find("statistics continue from run.stats (5 samples"), std::string::npos) << r.err;
+  // The state of step 5 beside the accumulators of step 10.
+  std::filesystem::copy_file(dir + "/old.dat", dir + "/mixed.dat");
+  std::filesystem::copy_file(dir + "/run.stats", dir + "/mixed.stats");
+  s.set("StartfileItm", std::string("mixed.dat")).set("HotoutItm", 0);
+  s.write(dir + "/case.cgn");
+  r = rltest::run_solver(dir, {"case.cgn"});
+  ASSERT_EQ(r.status, 0);
+  EXPECT_NE(r.err.find("mixed.stats belongs to the save of step 11 (t = 0.11"), std::string::npos) << r.err;
+  EXPECT_NE(r.err.find("not to mixed.dat (step 5, t = 0.05"), std::string::npos) << r.err;
+  EXPECT_EQ(r.err.find("statistics continue"), std::string::npos) << r.err;
+}

@@ -194,16 +194,19 @@ std::string restart_name_of(const std::string& startfile) {
 }
 
 // The accumulators of time-weighted averages with the bed's momentum
-// stresses; '1' marked those of averages per step, '2' those without the
-// momentum stresses, neither of which can be continued.
-constexpr char kMagic[8] = {'R', 'L', 'S', 'T', 'A', 'T', 'S', '3'};
+// stresses, closed by the step and time of the save they belong to; '1'
+// marked those of averages per step, '2' those without the momentum
+// stresses, '3' those without the save's step and time, none of which can
+// be continued.
+constexpr char kMagic[8] = {'R', 'L', 'S', 'T', 'A', 'T', 'S', '4'};
+constexpr char kNoSaveMagic[8] = {'R', 'L', 'S', 'T', 'A', 'T', 'S', '3'};
 constexpr char kStepMagic[8] = {'R', 'L', 'S', 'T', 'A', 'T', 'S', '1'};
 constexpr char kNoMomentumMagic[8] = {'R', 'L', 'S', 'T', 'A', 'T', 'S', '2'};
 
 // Reads the accumulators kept beside a saved state; false (nothing changed)
 // when there are none or they do not fit this grid.  The first process
 // reads the file, a plane at a time, and hands every process its part.
-bool load(const std::string& name) {
+bool load(const std::string& name, const std::string& startfile) {
   const bool first = dist_rank() == 0;
   std::FILE* f = first ? std::fopen(name.c_str(), "rb") : nullptr;
   int there = f != nullptr;
@@ -220,7 +223,10 @@ bool load(const std::string& name) {
          std::fread(&count, sizeof count, 1, f) == 1 && std::fread(&first_time, sizeof first_time, 1, f) == 1 &&
          std::fread(&weight, sizeof weight, 1, f) == 1 && std::fread(&force, sizeof force, 1, f) == 1 &&
          count >= 0 && weight >= 0.0;
-    per_step = std::memcmp(magic, kStepMagic, 8) == 0 ? 1 : std::memcmp(magic, kNoMomentumMagic, 8) == 0 ? 2 : 0;
+    per_step = std::memcmp(magic, kStepMagic, 8) == 0         ? 1
+               : std::memcmp(magic, kNoMomentumMagic, 8) == 0 ? 2
+               : std::memcmp(magic, kNoSaveMagic, 8) == 0     ? 3
+                                                              : 0;
   }
   dist_bcast(&per_step, 1);
   if (per_step) {
@@ -228,8 +234,9 @@ bool load(const std::string& name) {
       std::fclose(f);
       std::fprintf(stderr, "riverles: warning: %s holds %s (an older riverles); the statistics start anew\n",
                    name.c_str(),
-                   per_step == 1 ? "averages per step, not time-weighted ones"
-                                 : "no bed shear stress from the momentum the bed takes");
+                   per_step == 1   ? "averages per step, not time-weighted ones"
+                   : per_step == 2 ? "no bed shear stress from the momentum the bed takes"
+                                   : "no mark of the save it belongs to");
     }
     return false;
   }
@@ -251,9 +258,33 @@ bool load(const std::string& name) {
     dist_bcast(&ok, 1);
     if (ok) dist_bcast(a->data(), static_cast<int>(a->size()));
   }
+  // The save it belongs to: a file beside a saved state of another step
+  // (a state copied back over a newer one) would count samples twice.
+  int mismatch = 0;
   if (first) {
+    int step = 0;
+    double time = 0.0;
+    ok = ok && std::fread(&step, sizeof step, 1, f) == 1 && std::fread(&time, sizeof time, 1, f) == 1;
     ok = ok && std::fgetc(f) == EOF;
     std::fclose(f);
+    int saved_step = 0;
+    double saved_time = 0.0;
+    std::FILE* d = std::fopen(strip_blanks(startfile).c_str(), "r");
+    if (ok && d && std::fscanf(d, "%d %lf", &saved_step, &saved_time) == 2 &&
+        (saved_step != step || saved_time != time)) {
+      mismatch = 1;
+      std::fprintf(stderr,
+                   "riverles: warning: %s belongs to the save of step %d (t = %.10g), not to %s (step %d, t = "
+                   "%.10g): continuing it would count samples twice; the statistics start anew\n",
+                   name.c_str(), step, time, strip_blanks(startfile).c_str(), saved_step, saved_time);
+    }
+    if (d) std::fclose(d);
+  }
+  dist_bcast(&mismatch, 1);
+  if (mismatch) {
+    for (Array3<double>* a : arrays3()) a->fill(0.0);
+    for (Array2<double>* a : arrays2()) a->fill(0.0);
+    return false;
   }
   dist_bcast(&ok, 1);
   if (!ok) {
@@ -293,7 +324,7 @@ void STATSTART(double otime, const std::string& startfile) {
   for (Array2<double>* a : arrays2())
     if (!a->allocate("bed statistics", 0, I + 1, 0, J + 1)) ERRORSTOP(2);
   bed_ledger_start(true);
-  if (!strip_blanks(startfile).empty()) load(restart_name_of(startfile));
+  if (!strip_blanks(startfile).empty()) load(restart_name_of(startfile), startfile);
 }
 
 bool statistics_on() { return S.on; }
@@ -557,6 +588,10 @@ void SAVESTATS(const std::string& outpath, const std::string& outfile) {
     gather_columns(*a, plane);
     ok = ok && std::fwrite(plane.data(), sizeof(double), plane.size(), f) == plane.size();
   }
+  // The save it belongs to: the saved state's step and time.
+  const int step = nstep;
+  const double time = simtime;
+  ok = ok && std::fwrite(&step, sizeof step, 1, f) == 1 && std::fwrite(&time, sizeof time, 1, f) == 1;
   if (!first) return;
   if (f) ok = std::fclose(f) == 0 && ok;
   std::error_code ec;

@@ -117,11 +117,15 @@ def quantities(path):
         b = open(path, "rb").read()
         I, J, K = struct.unpack("3i", b[8:20])
         n3, n2 = (I + 2) * (J + 2) * (K + 2), (I + 2) * (J + 2)
-        v = struct.unpack("%dd" % ((len(b) - 52) // 8), b[52:])
+        count = 14 * n3 + 10 * n2
+        v = struct.unpack("%dd" % count, b[52:52 + 8 * count])
         out, at = [struct.unpack("d", b[n:n + 8]) for n in (28, 36, 44)], 0
         for n in [n3] * 14 + [n2] * 10:
             out.append(v[at:at + n]); at += n
-        return (b[:28], len(v) - at), out
+        # The save's step and time close the file.
+        step, time = struct.unpack("=id", b[52 + 8 * count:])
+        out.append((time,))
+        return (b[:28], step, len(b) - 52 - 8 * count), out
     segs, width = [], None
     for line in open(path):
         try:
