@@ -345,3 +345,30 @@ TEST(Faults, HeldCaseFileIsWaitedFor) {
   EXPECT_LT(waited, 20.0);
   EXPECT_EQ(rltest::stored_results(path), rltest::count_lines_starting(r.out, "Writing Orva output") + 1);
 }
+
+// A full disk during the results (a small tmpfs; skipped where it cannot be
+// mounted): the run stops with the design's write error, says on standard
+// error that the disk is full, leaves no half-written copy of the case, and
+// the case opens with every result declared before.
+TEST(Faults, FullDiskStopsCleanlyAndSaysWhy) {
+  const std::string mnt = rltest::temp_dir("full-disk");
+  if (std::system(("mount -t tmpfs -o size=400k tmpfs '" + mnt + "' 2> /dev/null").c_str()) != 0)
+    GTEST_SKIP() << "no tmpfs can be mounted here";
+  CaseSpec s;
+  s.set("timestepItm", 0.01).set("OTimeItm", 0.01).set("endtimeItm", 1.0);
+  s.write(mnt + "/case.cgn");
+  const std::string err = rltest::temp_dir("full-disk-err") + "/errors.log";
+  const std::string cmd = "cd '" + mnt + "' && OMP_NUM_THREADS=1 '" RIVERLES_EXE "' case.cgn < /dev/null > '" + err +
+                          ".out' 2> '" + err + "'";
+  const int status = std::system(cmd.c_str());
+  const std::string out = rltest::slurp(err + ".out"), why = rltest::slurp(err);
+  const int readable = rltest::readable_results(mnt + "/case.cgn");
+  const bool next_left = std::filesystem::exists(mnt + "/case.cgn.next");
+  std::system(("umount '" + mnt + "'").c_str());
+  ASSERT_TRUE(WIFEXITED(status));
+  EXPECT_EQ(WEXITSTATUS(status), 1);
+  EXPECT_EQ(rltest::last_line(out), "Error in writing to the cgn file ...");
+  EXPECT_NE(why.find("riverles: cannot write the results of case.cgn: the disk is full"), std::string::npos) << why;
+  EXPECT_FALSE(next_left);
+  EXPECT_GE(readable, 2) << "results written before the disk filled";
+}

@@ -1,6 +1,11 @@
 #include "driver/conditions.hpp"
 
+#include <unistd.h>
+
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
+#include <filesystem>
 
 #include "common/console.hpp"
 #include "common/files.hpp"
@@ -26,7 +31,28 @@ namespace {
 }
 
 }  // namespace
-void stop_write_error() { stop_run("Error in writing to the cgn file ..."); }
+// Why a write to the case or its results failed, on standard error before
+// the design's line: the folder not writable (and the system's reason), or
+// the disk full, or else the library's refusal.
+void stop_write_error() {
+  const std::string path = orva::CASE_PATH();
+  if (!path.empty()) {
+    std::filesystem::path folder = std::filesystem::path(path).parent_path();
+    if (folder.empty()) folder = ".";
+    std::error_code ec;
+    const auto space = std::filesystem::space(folder, ec);
+    std::string why;
+    if (::access(folder.c_str(), W_OK) != 0)
+      why = folder.string() + " cannot be written: " + std::strerror(errno);
+    else if (!ec && space.available < (std::uintmax_t{1} << 20))
+      why = "the disk is full (" + std::to_string(space.available) + " bytes free in " + folder.string() + ")";
+    else
+      why = "the CGNS library refused the write";
+    std::fprintf(stderr, "riverles: cannot write the results of %s: %s; the results written before stay\n",
+                 path.c_str(), why.c_str());
+  }
+  stop_run("Error in writing to the cgn file ...");
+}
 
 int read_integer(const char* key) {
   int value = 0, ier = 0;

@@ -361,7 +361,13 @@ int begin_edit() {
   std::error_code ec;
   std::filesystem::copy_file(st.path, next_path(), std::filesystem::copy_options::overwrite_existing, ec);
   close_file();
-  if (ec) return 1;
+  if (ec) {
+    // A full disk or a folder made read-only: nothing half-written stays.
+    std::fprintf(stderr, "riverles: cannot copy the case to %s for a change: %s\n", next_path().c_str(),
+                 ec.message().c_str());
+    std::remove(next_path().c_str());
+    return 1;
+  }
   if (cgio_open_file(next_path().c_str(), CGIO_MODE_MODIFY, CGIO_FILE_NONE, &st.cgio) != CGIO_ERR_NONE) {
     st.cgio = -1;
     return 1;
@@ -391,8 +397,12 @@ int commit() {
   st.editing = false;
   std::error_code ec;
   const std::uintmax_t size = std::filesystem::file_size(next, ec);
-  if (!closed || ec) return 1;
-  if (size > 2 * st.compact_size + kCompactSlack && compact(next)) return 1;
+  if (!closed || ec || (size > 2 * st.compact_size + kCompactSlack && compact(next))) {
+    std::fprintf(stderr, "riverles: cannot finish the change of the case in %s (a full disk?); the case keeps its "
+                         "last complete version\n", next.c_str());
+    std::remove(next.c_str());
+    return 1;
+  }
   // The case keeps its read handle on the version it opened, which holds
   // the same conditions; the next change waits for the rename.
   Durability::get().push(
@@ -559,6 +569,8 @@ int CLAIM_CASE(const std::string& path_, std::string& message) {
   }
   return 0;
 }
+
+std::string CASE_PATH() { return st.opened ? st.path : std::string(); }
 
 void RELEASE_CASE() {
   // What is on its way to disk gets there while the run still holds the case.

@@ -99,6 +99,9 @@ int CLAIM_CASE(const std::string& path, std::string& message);
 // complete before), removes the result lock and the run lock.
 void RELEASE_CASE();
 
+// The path of the open case (empty when none is open).
+std::string CASE_PATH();
+
 // ---- Case authoring (what a host needs to write a new case) ----
 
 struct Condition {
