@@ -372,3 +372,23 @@ TEST(Faults, FullDiskStopsCleanlyAndSaysWhy) {
   EXPECT_FALSE(next_left);
   EXPECT_GE(readable, 2) << "results written before the disk filled";
 }
+
+// A monitor log cut by a full disk is said once on standard error, at the
+// step it stops; the run goes on to its end.
+TEST(Faults, LogCutByAFullDiskIsSaid) {
+  const std::string mnt = rltest::temp_dir("full-log");
+  if (std::system(("mount -t tmpfs -o size=300k tmpfs '" + mnt + "' 2> /dev/null").c_str()) != 0)
+    GTEST_SKIP() << "no tmpfs can be mounted here";
+  CaseSpec s;
+  s.set("timestepItm", 0.01).set("OTimeItm", 1000.0).set("endtimeItm", 40.0).set("MonitorItm", 1);
+  s.write(mnt + "/case.cgn");
+  const std::string err = rltest::temp_dir("full-log-err") + "/errors.log";
+  const int status = std::system(("cd '" + mnt + "' && OMP_NUM_THREADS=1 '" RIVERLES_EXE
+                                  "' case.cgn < /dev/null > /dev/null 2> '" + err + "'").c_str());
+  std::system(("umount '" + mnt + "'").c_str());
+  const std::string why = rltest::slurp(err);
+  ASSERT_TRUE(WIFEXITED(status));
+  EXPECT_EQ(WEXITSTATUS(status), 0) << why;
+  EXPECT_EQ(rltest::count_lines_starting(why, "riverles: warning: the monitor log stops at step "), 1) << why;
+  EXPECT_NE(why.find("No space left on device; the run goes on"), std::string::npos) << why;
+}

@@ -9,6 +9,8 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
+#include <cerrno>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -74,6 +76,7 @@ struct Monitors {
   std::FILE* probefile = nullptr;
   std::vector<Probe> probes;
   bool warned_nonfinite = false, warned_cfl = false, warned_velocity = false;
+  bool warned_log = false, warned_probes = false;
   double last_wall = 0.0;       // wall clock at the end of the previous step
   double start_wall = 0.0, start_time = 0.0, last_progress = -1.0;
   int start_step = 0;
@@ -297,6 +300,17 @@ std::string where(std::int64_t at) {
   return "(i, j, k) = (" + std::to_string(i) + ", " + std::to_string(j) + ", " + std::to_string(k) + ")";
 }
 
+// Flushes a log line; a line that did not reach the file (a full disk, the
+// folder gone) is said once on standard error, and the run goes on.
+void log_written(std::FILE* f, const char* what, bool& warned) {
+  const bool ok = std::fflush(f) == 0 && !std::ferror(f);
+  if (!ok && !warned) {
+    warned = true;
+    std::fprintf(stderr, "riverles: warning: the %s stops at step %d: %s; the run goes on\n", what, nstep,
+                 std::strerror(errno));
+  }
+}
+
 void health(const Scan& s) {
   if (s.bad_at >= 0 && !mon.warned_nonfinite) {
     mon.warned_nonfinite = true;
@@ -455,7 +469,7 @@ void MONITOR(int npoisson) {
       std::fprintf(mon.logfile, "%d,%.10g,%.10g,%.10g,%.10g,%.10g,%.10g,%.10g,%.10g,%.10g,%.10g,%.10g,%d,%.6f\n",
                    nstep, simtime, dt, q, discharge, forcex, slope, s.umax, s.vmax, s.wmax, s.cfl, divmax, npoisson,
                    wall);
-      std::fflush(mon.logfile);
+      log_written(mon.logfile, "monitor log", mon.warned_log);
     }
     health(s);
     if (mon.stop_failed) failure_checks(s, q);
@@ -487,7 +501,7 @@ void MONITOR(int npoisson) {
           std::fprintf(mon.probefile, ",%.10g", every[4 * n * owner + 4 * m + c]);
         }
       std::fprintf(mon.probefile, "\n");
-      std::fflush(mon.probefile);
+      log_written(mon.probefile, "probe log", mon.warned_probes);
     }
   }
   if (mon.progress) progress();
