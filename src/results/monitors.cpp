@@ -92,7 +92,12 @@ bool first() { return dist_rank() == 0; }
 // A stop of our own: the reason on standard error, the operator's wait,
 // exit status 1.
 [[noreturn]] void stop_with(const std::string& why) {
-  if (first()) std::fprintf(stderr, "riverles: %s\n", why.c_str());
+  // A stop that one process alone sees (a probe file missing on its node)
+  // reaches the console too, marked with the process.
+  if (first())
+    std::fprintf(stderr, "riverles: %s\n", why.c_str());
+  else
+    std::fprintf(stderr, "riverles (process %d): %s\n", dist_rank(), why.c_str());
   std::fflush(stderr);
   wait_operator();
   throw RunStopped{1};
