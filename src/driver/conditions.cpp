@@ -31,26 +31,29 @@ namespace {
 }
 
 }  // namespace
-// Why a write to the case or its results failed, on standard error before
-// the design's line: the folder not writable (and the system's reason), or
-// the disk full, or else the library's refusal.
+// Why a write to the case or its results failed, on standard error: the
+// folder or the case not writable (and the system's reason), or the disk
+// full, or else the library's refusal.
+void explain_case_write(const std::string& path, const std::string& what) {
+  if (path.empty()) return;
+  std::filesystem::path folder = std::filesystem::path(path).parent_path();
+  if (folder.empty()) folder = ".";
+  std::error_code ec;
+  const auto space = std::filesystem::space(folder, ec);
+  std::string why;
+  if (::access(folder.c_str(), W_OK) != 0)
+    why = folder.string() + " cannot be written: " + std::strerror(errno);
+  else if (::access(path.c_str(), F_OK) == 0 && ::access(path.c_str(), W_OK) != 0)
+    why = path + " cannot be written: " + std::strerror(errno);
+  else if (!ec && space.available < (std::uintmax_t{1} << 20))
+    why = "the disk is full (" + std::to_string(space.available) + " bytes free in " + folder.string() + ")";
+  else
+    why = "the CGNS library refused the write";
+  std::fprintf(stderr, "riverles: cannot %s %s: %s\n", what.c_str(), path.c_str(), why.c_str());
+}
+
 void stop_write_error() {
-  const std::string path = orva::CASE_PATH();
-  if (!path.empty()) {
-    std::filesystem::path folder = std::filesystem::path(path).parent_path();
-    if (folder.empty()) folder = ".";
-    std::error_code ec;
-    const auto space = std::filesystem::space(folder, ec);
-    std::string why;
-    if (::access(folder.c_str(), W_OK) != 0)
-      why = folder.string() + " cannot be written: " + std::strerror(errno);
-    else if (!ec && space.available < (std::uintmax_t{1} << 20))
-      why = "the disk is full (" + std::to_string(space.available) + " bytes free in " + folder.string() + ")";
-    else
-      why = "the CGNS library refused the write";
-    std::fprintf(stderr, "riverles: cannot write the results of %s: %s; the results written before stay\n",
-                 path.c_str(), why.c_str());
-  }
+  explain_case_write(orva::CASE_PATH(), "write the results (those written before stay) of");
   stop_run("Error in writing to the cgn file ...");
 }
 

@@ -24,6 +24,9 @@ std::string optional_string(const char* key, const std::string& fallback);
 // The stops after a failed library read or write.
 [[noreturn]] void stop_read_error();
 [[noreturn]] void stop_write_error();
+// Says on standard error why writing to the case at path failed (what: the
+// act, "write the results of").
+void explain_case_write(const std::string& path, const std::string& what);
 
 // Sets ibcu, ibcv, ibcw, ibcp and bcu, bcv, bcw from the three boundary
 // switches.  The x switch has no effect: the x faces stay periodic.

@@ -161,6 +161,7 @@ void startup(MainState& m) {
 
     orva::CG_ORVA_INIT_F(m.fileid, ier);
     if (ier != 0) {
+      explain_case_write(m.casepath, "prepare the results (the design's pause \"B1\" follows) of");
       say("B1");
       wait_operator();
     }
