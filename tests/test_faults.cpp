@@ -392,3 +392,28 @@ TEST(Faults, LogCutByAFullDiskIsSaid) {
   EXPECT_EQ(rltest::count_lines_starting(why, "riverles: warning: the monitor log stops at step "), 1) << why;
   EXPECT_NE(why.find("No space left on device; the run goes on"), std::string::npos) << why;
 }
+
+// A re-run clears only the files of earlier results from the case's results
+// folder: a file of the user's there stays, and a file that merely bears the
+// folder's name (another case called "a.results" beside case "a") is not
+// deleted: the run says so and stops at its first result.
+TEST(Faults, ARunDeletesOnlyItsOwnResults) {
+  CaseSpec s;
+  const std::string dir = rltest::temp_dir("own-results");
+  s.write(dir + "/case.cgn");
+  ASSERT_EQ(rltest::run_solver(dir, {"case.cgn"}).status, 0);
+  std::ofstream(dir + "/case.cgn.results/notes.txt") << "mine\n";
+  ASSERT_EQ(rltest::run_solver(dir, {"case.cgn"}).status, 0);
+  EXPECT_EQ(rltest::slurp(dir + "/case.cgn.results/notes.txt"), "mine\n");
+  EXPECT_EQ(rltest::stored_results(dir + "/case.cgn"), rltest::readable_results(dir + "/case.cgn"));
+
+  s.write(dir + "/a");
+  s.write(dir + "/a.results");
+  const auto size = std::filesystem::file_size(dir + "/a.results");
+  const auto r = rltest::run_solver(dir, {"a"});
+  EXPECT_EQ(r.status, 1);
+  EXPECT_NE(r.err.find("a.results is not this case's results folder (it is a file): it is left as it is"),
+            std::string::npos)
+      << r.err;
+  EXPECT_EQ(std::filesystem::file_size(dir + "/a.results"), size);
+}

@@ -664,8 +664,22 @@ void CG_ORVA_INIT_F(int, int& ier) {
   }
   std::error_code ec;
   st.compact_size = std::filesystem::file_size(st.path, ec);
-  // The files of earlier results, now that the case no longer links them.
-  std::filesystem::remove_all(side_dir(), ec);
+  // The files of earlier results, now that the case no longer links them:
+  // only the files this library writes there (anything else, and a file
+  // that merely bears the folder's name, stays), then the folder if empty.
+  if (std::filesystem::is_directory(side_dir(), ec)) {
+    for (const auto& e : std::filesystem::directory_iterator(side_dir(), ec)) {
+      const std::string name = e.path().filename().string();
+      const bool ours = name == kGridFile || (name.starts_with("FlowSolution") && name.ends_with(".cgns") &&
+                                              name.size() > 17 &&
+                                              name.find_first_not_of("0123456789", 12) == name.size() - 5);
+      if (ours && e.is_regular_file(ec)) std::filesystem::remove(e.path(), ec);
+    }
+    std::filesystem::remove(side_dir(), ec);  // fails, harmlessly, when something else is left
+  } else if (std::filesystem::exists(side_dir(), ec)) {
+    std::fprintf(stderr, "riverles: %s is not this case's results folder (it is a file): it is left as it is, and "
+                         "the results cannot be written until it is moved away\n", side_dir().c_str());
+  }
   ier = 0;
 }
 
