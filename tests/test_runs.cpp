@@ -186,61 +186,48 @@ TEST(Runs, CancelEndsTheRunAfterThatPassOutputs) {
   EXPECT_EQ(stored_results(dir + "/case.cgn"), steps + 1);
 }
 
-// With CancelOutputItm 1 the step that honours a cancel writes what it did
-// not write anyway: a result, the saved state and the statistics, numbered
-// after every earlier statistics file; the saved state is that step's.
-TEST(Runs, CancelWithTheKeyWritesTheFinalOutputs) {
+// With CancelOutputItm 1 the step that ends the run on a cancel request,
+// SIGTERM or SIGINT writes what it did not write anyway: a result, the saved
+// state (that step's) and the statistics, numbered after every earlier
+// statistics file; no lock or part is left, and a signal gives exit status
+// 128 + the signal.  Without the key, the design's cancel writes nothing
+// beyond what is due.
+TEST(Runs, CancelAndSignalsWriteTheFinalOutputs) {
   CaseSpec s;
   s.set("timetypeItm", 1).set("timestepItm", 0.01).set("endtimeItm", 1e6).set("OTimeItm", 1000.0);
   s.set("HotoutItm", 1).set("dtHotoutItm", 1000.0);
   s.set("StatisticsItm", 1).set("StatsStartItm", 0.0).set("dtStatsItm", 1000.0).set("CancelOutputItm", 1);
-  const std::string dir = rltest::temp_dir("cancel-final");
-  s.write(dir + "/case.cgn");
-  auto r = rltest::run_then_cancel(dir, "case.cgn.results/Grid.cgns");
-  EXPECT_EQ(r.status, 0);
-  const int steps = count_lines_starting(r.out, "Step Number");
-  ASSERT_GE(steps, 1);
-  EXPECT_EQ(stored_results(dir + "/case.cgn"), 2);
-  std::ifstream saved(dir + "/run.dat");
-  int step = -1;
-  saved >> step;
-  EXPECT_EQ(step, steps);
-  EXPECT_TRUE(std::filesystem::exists(dir + "/run_stats_000001.cgns"));
-  EXPECT_NE(r.err.find("cancelled at time"), std::string::npos) << r.err;
-
-  // Without the key, the design's cancel: nothing beyond what is due.
-  s.set("CancelOutputItm", 0);
-  const std::string bare = rltest::temp_dir("cancel-design");
-  s.write(bare + "/case.cgn");
-  r = rltest::run_then_cancel(bare, "case.cgn.results/Grid.cgns");
-  EXPECT_EQ(r.status, 0);
-  EXPECT_EQ(stored_results(bare + "/case.cgn"), 1);
-  EXPECT_FALSE(std::filesystem::exists(bare + "/run.dat"));
-  EXPECT_FALSE(std::filesystem::exists(bare + "/run_stats_000001.cgns"));
-}
-
-// SIGTERM and SIGINT end a run like a cancel: the step finished, with
-// CancelOutputItm 1 the final result, saved state and statistics written,
-// no lock or part left, exit status 128 + the signal.
-TEST(Runs, TerminationSignalsEndTheRunLikeACancel) {
-  for (int sig : {SIGTERM, SIGINT}) {
-    CaseSpec s;
-    s.set("timetypeItm", 1).set("timestepItm", 0.01).set("endtimeItm", 1e6).set("OTimeItm", 1000.0);
-    s.set("HotoutItm", 1).set("dtHotoutItm", 1000.0);
-    s.set("StatisticsItm", 1).set("StatsStartItm", 0.0).set("dtStatsItm", 1000.0).set("CancelOutputItm", 1);
-    const std::string dir = rltest::temp_dir("signal");
+  for (int sig : {0, SIGTERM, SIGINT}) {
+    const std::string dir = rltest::temp_dir("final-outputs");
     s.write(dir + "/case.cgn");
-    auto r = rltest::run_then_cancel(dir, "case.cgn.results/Grid.cgns", sig);
-    EXPECT_EQ(r.status, 128 + sig) << r.err;
-    EXPECT_NE(r.err.find(sig == SIGTERM ? "SIGTERM received" : "SIGINT received"), std::string::npos) << r.err;
-    EXPECT_EQ(stored_results(dir + "/case.cgn"), 2);
-    EXPECT_TRUE(std::filesystem::exists(dir + "/run.dat"));
-    EXPECT_TRUE(std::filesystem::exists(dir + "/run_stats_000001.cgns"));
+    const auto r = rltest::run_then_cancel(dir, "case.cgn.results/Grid.cgns", sig);
+    EXPECT_EQ(r.status, sig == 0 ? 0 : 128 + sig) << r.err;
+    if (sig != 0) {
+      EXPECT_NE(r.err.find(sig == SIGTERM ? "SIGTERM received" : "SIGINT received"), std::string::npos) << r.err;
+    }
+    EXPECT_NE(r.err.find("cancelled at time"), std::string::npos) << r.err;
+    const int steps = count_lines_starting(r.out, "Step Number");
+    ASSERT_GE(steps, 1) << sig;
+    EXPECT_EQ(stored_results(dir + "/case.cgn"), 2) << sig;
+    std::ifstream saved(dir + "/run.dat");
+    int step = -1;
+    saved >> step;
+    EXPECT_EQ(step, steps) << sig;
+    EXPECT_TRUE(std::filesystem::exists(dir + "/run_stats_000001.cgns")) << sig;
     for (const auto& e : std::filesystem::recursive_directory_iterator(dir)) {
       const std::string name = e.path().filename().string();
       EXPECT_FALSE(name.ends_with(".part") || name.ends_with(".lock") || name.ends_with(".next")) << name;
     }
   }
+
+  s.set("CancelOutputItm", 0);
+  const std::string bare = rltest::temp_dir("cancel-design");
+  s.write(bare + "/case.cgn");
+  const auto r = rltest::run_then_cancel(bare, "case.cgn.results/Grid.cgns");
+  EXPECT_EQ(r.status, 0);
+  EXPECT_EQ(stored_results(bare + "/case.cgn"), 1);
+  EXPECT_FALSE(std::filesystem::exists(bare + "/run.dat"));
+  EXPECT_FALSE(std::filesystem::exists(bare + "/run_stats_000001.cgns"));
 }
 
 // A cancel request left beside the case by an earlier run is not this run's:

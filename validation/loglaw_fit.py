@@ -23,22 +23,12 @@
 # Prints the figures; writes the profile as CSV, the figures as
 # OUT-summary.txt (name value per line) and the plots as PNG (the
 # intensities beside OUT.png, as OUT-intensities.png).
-import csv
 import math
 import sys
 
 import paraview.simple as pv
-from paraview import servermanager
 
-
-def leaves(block):
-    if block is None:
-        return
-    if block.IsA("vtkMultiBlockDataSet"):
-        for n in range(block.GetNumberOfBlocks()):
-            yield from leaves(block.GetBlock(n))
-    else:
-        yield block
+from profiles import chart, plane_means, time_means
 
 
 def bed_stress(stats, ustar):
@@ -66,40 +56,17 @@ def main():
     stats, monitor, depth, ks, tstart, png, out_csv = sys.argv[1:8]
     depth, ks, tstart = float(depth), float(ks), float(tstart)
 
-    with open(monitor) as f:
-        rows = [r for r in csv.DictReader(f) if float(r["time"]) >= tstart]
     # Over time, as the statistics: each step weighted by its time step.
-    force = sum(float(r["force_x"]) * float(r["dt"]) for r in rows) / sum(float(r["dt"]) for r in rows)
+    (force,), steps = time_means(monitor, tstart, ["force_x"])
     ustar = math.sqrt(force * depth)
 
-    reader = pv.CGNSSeriesReader(FileNames=[stats])
-    reader.UpdatePipelineInformation()
-    reader.Bases = ["Statistics"]
-    reader.PointArrayStatus = list(reader.PointArrayStatus.Available)
-    reader.UpdatePipeline()
-    grid = next(leaves(servermanager.Fetch(reader)))
-    dims = [0, 0, 0]
-    grid.GetDimensions(dims)
-    pd = grid.GetPointData()
-    vector = pd.GetArray("MeanVelocity")
-    ni, nj, nk = dims
-    stresses = [pd.GetArray("ReynoldsStress" + c) for c in ("UU", "VV", "WW")]
+    names = ["MeanVelocityX", "ReynoldsStressUU", "ReynoldsStressVV", "ReynoldsStressWW"]
     profile, rms = [], []
-    for k in range(nk):
-        z = grid.GetPoint(k * ni * nj)[2]
+    for z, m in plane_means(stats, names):
         if z <= 0.0:
             continue
-        total, count = 0.0, 0
-        var = [0.0, 0.0, 0.0]
-        for j in range(nj - 1):
-            for i in range(ni - 1):
-                n = (k * nj + j) * ni + i
-                total += vector.GetComponent(n, 0) if vector else pd.GetArray("MeanVelocityX").GetValue(n)
-                for c in range(3):
-                    var[c] += stresses[c].GetValue(n) if stresses[c] else 0.0
-                count += 1
-        profile.append((z, total / count))
-        rms.append([math.sqrt(max(v / count, 0.0)) for v in var])
+        profile.append((z, m[0]))
+        rms.append([math.sqrt(max(v, 0.0)) for v in m[1:]])
     dz = profile[1][0] - profile[0][0]
     fit = [(math.log(z / ks), u / ustar) for z, u in profile if 2 * dz <= z <= 0.3 * depth]
     n = len(fit)
@@ -112,7 +79,7 @@ def main():
     residual = math.sqrt(sum((y - (x / 0.41 + 8.5)) ** 2 for x, y in fit) / n)
 
     print("friction velocity from the momentum balance: u* = %.5f (mean force_x %.6g over %d steps)" %
-          (ustar, force, len(rows)))
+          (ustar, force, steps))
     print("log-layer fit over %d heights, z = %.4g to %.4g:" % (n, math.exp(fit[0][0]) * ks, math.exp(fit[-1][0]) * ks))
     print("  kappa = %.3f, B = %.2f (both free)" % (kappa, b_free))
     print("  B = %.2f with kappa = 0.41" % b_fixed)
@@ -146,46 +113,19 @@ def main():
                 r[0] / ustar, r[1] / ustar, r[2] / ustar, nezu[0] * e, nezu[1] * e, nezu[2] * e))
 
     table = pv.CSVReader(FileName=[out_csv])
-    chart = pv.CreateView("XYChartView")
-    chart.ViewSize = [900, 700]
-    chart.ChartTitle = "Rough open channel: u* = %.4f, fit kappa = %.3f, B = %.2f (B = %.2f at kappa 0.41)" % (
-        ustar, kappa, b_free, b_fixed)
-    chart.BottomAxisTitle = "z / ks"
-    chart.LeftAxisTitle = "u / u*"
-    chart.BottomAxisLogScale = 1
-    d = pv.Show(table, chart)
-    d.UseIndexForXAxis = 0
-    d.XArrayName = "z_over_ks"
-    d.SeriesVisibility = ["u_over_ustar", "loglaw_041_85"]
-    d.SeriesLabel = ["u_over_ustar", "LES mean (statistics)", "loglaw_041_85", "log law, 0.41 and 8.5"]
-    d.SeriesColor = ["u_over_ustar", "0", "0", "0.8", "loglaw_041_85", "0.85", "0.1", "0.1"]
-    d.SeriesLineThickness = ["u_over_ustar", "3", "loglaw_041_85", "2"]
-    d.SeriesMarkerStyle = ["u_over_ustar", "4"]
-    pv.Render(chart)
-    pv.SaveScreenshot(png, chart, ImageResolution=[900, 700])
-
-    chart2 = pv.CreateView("XYChartView")
-    chart2.ViewSize = [900, 700]
-    chart2.ChartTitle = "Turbulence intensities (resolved) against Nezu and Nakagawa, u* = %.4f" % ustar
-    chart2.BottomAxisTitle = "z / h"
-    chart2.LeftAxisTitle = "rms / u*"
-    d2 = pv.Show(table, chart2)
-    d2.UseIndexForXAxis = 0
-    d2.XArrayName = "z_over_h"
-    series = ["urms_over_ustar", "vrms_over_ustar", "wrms_over_ustar", "nezu_u", "nezu_v", "nezu_w"]
-    d2.SeriesVisibility = series
-    d2.SeriesLabel = ["urms_over_ustar", "u' LES", "vrms_over_ustar", "v' LES", "wrms_over_ustar", "w' LES",
-                      "nezu_u", "u' 2.30 exp(-z/h)", "nezu_v", "v' 1.63 exp(-z/h)", "nezu_w", "w' 1.27 exp(-z/h)"]
-    d2.SeriesColor = ["urms_over_ustar", "0.85", "0.1", "0.1", "vrms_over_ustar", "0.1", "0.6", "0.1",
-                      "wrms_over_ustar", "0", "0", "0.8", "nezu_u", "0.85", "0.1", "0.1",
-                      "nezu_v", "0.1", "0.6", "0.1", "nezu_w", "0", "0", "0.8"]
-    d2.SeriesLineThickness = ["urms_over_ustar", "3", "vrms_over_ustar", "3", "wrms_over_ustar", "3",
-                              "nezu_u", "1", "nezu_v", "1", "nezu_w", "1"]
-    d2.SeriesLineStyle = ["nezu_u", "2", "nezu_v", "2", "nezu_w", "2"]
-    d2.SeriesMarkerStyle = ["urms_over_ustar", "4", "vrms_over_ustar", "4", "wrms_over_ustar", "4"]
-    pv.Render(chart2)
+    chart(table, png, "Rough open channel: u* = %.4f, fit kappa = %.3f, B = %.2f (B = %.2f at kappa 0.41)" % (
+        ustar, kappa, b_free, b_fixed), "z / ks", "u / u*", "z_over_ks",
+          [("u_over_ustar", "LES mean (statistics)", (0, 0, 0.8), 3, False, True),
+           ("loglaw_041_85", "log law, 0.41 and 8.5", (0.85, 0.1, 0.1), 2, False, False)], log_x=True)
     stem = png[:-4] if png.endswith(".png") else png
-    pv.SaveScreenshot(stem + "-intensities.png", chart2, ImageResolution=[900, 700])
+    red, green, blue = (0.85, 0.1, 0.1), (0.1, 0.6, 0.1), (0, 0, 0.8)
+    chart(table, stem + "-intensities.png",
+          "Turbulence intensities (resolved) against Nezu and Nakagawa, u* = %.4f" % ustar, "z / h", "rms / u*",
+          "z_over_h",
+          [("urms_over_ustar", "u' LES", red, 3, False, True), ("vrms_over_ustar", "v' LES", green, 3, False, True),
+           ("wrms_over_ustar", "w' LES", blue, 3, False, True),
+           ("nezu_u", "u' 2.30 exp(-z/h)", red, 1, True, False), ("nezu_v", "v' 1.63 exp(-z/h)", green, 1, True, False),
+           ("nezu_w", "w' 1.27 exp(-z/h)", blue, 1, True, False)])
 
 
 main()

@@ -23,17 +23,8 @@ import os
 import sys
 
 import paraview.simple as pv
-from paraview import servermanager
 
-
-def leaves(block):
-    if block is None:
-        return
-    if block.IsA("vtkMultiBlockDataSet"):
-        for n in range(block.GetNumberOfBlocks()):
-            yield from leaves(block.GetBlock(n))
-    else:
-        yield block
+from profiles import chart, plane_means, time_means
 
 
 def reference():
@@ -58,44 +49,17 @@ def main():
     depth, visc, width, tstart = float(depth), float(visc), float(width), float(tstart)
     ref = reference()
 
-    with open(monitor) as f:
-        rows = [r for r in csv.DictReader(f) if float(r["time"]) >= tstart]
-    weight = sum(float(r["dt"]) for r in rows)
-    force = sum(float(r["force_x"]) * float(r["dt"]) for r in rows) / weight
-    discharge = sum(float(r["discharge"]) * float(r["dt"]) for r in rows) / weight
+    (force, discharge), steps = time_means(monitor, tstart, ["force_x", "discharge"])
     ustar = math.sqrt(force * depth)
     bulk = discharge / (depth * width)
     re_tau = ustar * depth / visc
 
-    reader = pv.CGNSSeriesReader(FileNames=[stats])
-    reader.UpdatePipelineInformation()
-    reader.Bases = ["Statistics"]
-    reader.PointArrayStatus = list(reader.PointArrayStatus.Available)
-    reader.UpdatePipeline()
-    grid = next(leaves(servermanager.Fetch(reader)))
-    dims = [0, 0, 0]
-    grid.GetDimensions(dims)
-    pd = grid.GetPointData()
-    ni, nj, nk = dims
     names = ["MeanVelocityX", "ReynoldsStressUU", "ReynoldsStressVV", "ReynoldsStressWW", "ReynoldsStressUW"]
-    arrays = [pd.GetArray(n) for n in names]
-    vector = pd.GetArray("MeanVelocity")
     profile = []
-    for k in range(nk):
-        z = grid.GetPoint(k * ni * nj)[2]
+    u2 = ustar * ustar
+    for z, m in plane_means(stats, names):
         if z <= 0.0 or z > depth + 1e-12:
             continue
-        sums = [0.0] * 5
-        count = 0
-        for j in range(nj - 1):
-            for i in range(ni - 1):
-                n = (k * nj + j) * ni + i
-                sums[0] += vector.GetComponent(n, 0) if vector else arrays[0].GetValue(n)
-                for c in range(1, 5):
-                    sums[c] += arrays[c].GetValue(n) if arrays[c] else 0.0
-                count += 1
-        m = [s / count for s in sums]
-        u2 = ustar * ustar
         profile.append({"z": z, "yplus": z * ustar / visc, "y": z / depth, "U": m[0] / ustar,
                         "urms": math.sqrt(max(m[1], 0.0) / u2), "vrms": math.sqrt(max(m[2], 0.0) / u2),
                         "wrms": math.sqrt(max(m[3], 0.0) / u2), "uw": -m[4] / u2})
@@ -122,7 +86,7 @@ def main():
                ("U_rms_diff", rms("U")), ("urms_rms_diff", rms("urms")), ("vrms_rms_diff", rms("vrms")),
                ("wrms_rms_diff", rms("wrms")), ("uw_rms_diff", rms("uw"))]
     print("momentum balance: u* = %.5f m/s (mean force_x %.6g over %d steps), Re_tau = %.1f" %
-          (ustar, force, len(rows), re_tau))
+          (ustar, force, steps, re_tau))
     print("bulk velocity %.5f m/s: U_b+ = %.2f (simulation 15.68), skin friction 2 (u*/U_b)^2 = %.3e (8.14e-3)" %
           (bulk, bulk / ustar, 2.0 * (ustar / bulk) ** 2))
     print("u' peak %.3f at y+ = %.1f (simulation 2.658 at 15.3); -u'w' peak %.3f at y+ = %.1f (0.723 at 30)" %
@@ -143,46 +107,17 @@ def main():
             f.write(",".join("%.6g" % p[k] for k in keys) + "\n")
 
     table = pv.CSVReader(FileName=[out_csv])
-    chart = pv.CreateView("XYChartView")
-    chart.ViewSize = [900, 700]
-    chart.ChartTitle = "Smooth channel, Re_tau = %.0f: U_b+ = %.2f (DNS 15.68), Cf = %.2e (8.14e-3)" % (
-        re_tau, bulk / ustar, 2.0 * (ustar / bulk) ** 2)
-    chart.BottomAxisTitle = "z+ (distance from the wall in wall units)"
-    chart.LeftAxisTitle = "u / u*"
-    chart.BottomAxisLogScale = 1
-    d = pv.Show(table, chart)
-    d.UseIndexForXAxis = 0
-    d.XArrayName = "yplus"
-    d.SeriesVisibility = ["U", "U_ref"]
-    d.SeriesLabel = ["U", "LES mean (statistics)", "U_ref", "DNS, Moser, Kim and Mansour"]
-    d.SeriesColor = ["U", "0", "0", "0.8", "U_ref", "0.85", "0.1", "0.1"]
-    d.SeriesLineThickness = ["U", "3", "U_ref", "2"]
-    d.SeriesMarkerStyle = ["U", "4"]
-    pv.Render(chart)
-    pv.SaveScreenshot(png, chart, ImageResolution=[900, 700])
-
-    chart2 = pv.CreateView("XYChartView")
-    chart2.ViewSize = [900, 700]
-    chart2.ChartTitle = "Smooth channel: resolved stresses against the DNS (dashed)"
-    chart2.BottomAxisTitle = "z+"
-    chart2.LeftAxisTitle = "rms / u*, -u'w' / u*^2"
-    d2 = pv.Show(table, chart2)
-    d2.UseIndexForXAxis = 0
-    d2.XArrayName = "yplus"
-    series = ["urms", "vrms", "wrms", "uw"]
-    d2.SeriesVisibility = series + [s + "_ref" for s in series]
-    d2.SeriesLabel = ["urms", "u' LES", "vrms", "v' (spanwise) LES", "wrms", "w' (normal) LES", "uw", "-u'w' LES",
-                      "urms_ref", "u' DNS", "vrms_ref", "v' DNS", "wrms_ref", "w' DNS", "uw_ref", "-u'w' DNS"]
-    colours = {"urms": ("0.85", "0.1", "0.1"), "vrms": ("0.1", "0.6", "0.1"), "wrms": ("0", "0", "0.8"),
-               "uw": ("0.5", "0.2", "0.6")}
-    d2.SeriesColor = [x for s in series for x in (s, *colours[s])] + \
-        [x for s in series for x in (s + "_ref", *colours[s])]
-    d2.SeriesLineThickness = [x for s in series for x in (s, "3", s + "_ref", "1")]
-    d2.SeriesLineStyle = [x for s in series for x in (s + "_ref", "2")]
-    d2.SeriesMarkerStyle = [x for s in series for x in (s, "4")]
-    pv.Render(chart2)
-    pv.SaveScreenshot((png[:-4] if png.endswith(".png") else png) + "-stresses.png", chart2,
-                      ImageResolution=[900, 700])
+    chart(table, png, "Smooth channel, Re_tau = %.0f: U_b+ = %.2f (DNS 15.68), Cf = %.2e (8.14e-3)" % (
+        re_tau, bulk / ustar, 2.0 * (ustar / bulk) ** 2), "z+ (distance from the wall in wall units)", "u / u*",
+          "yplus", [("U", "LES mean (statistics)", (0, 0, 0.8), 3, False, True),
+                    ("U_ref", "DNS, Moser, Kim and Mansour", (0.85, 0.1, 0.1), 2, False, False)], log_x=True)
+    colours = {"urms": (0.85, 0.1, 0.1), "vrms": (0.1, 0.6, 0.1), "wrms": (0, 0, 0.8), "uw": (0.5, 0.2, 0.6)}
+    labels = {"urms": "u'", "vrms": "v' (spanwise)", "wrms": "w' (normal)", "uw": "-u'w'"}
+    lines = [(k, labels[k] + " LES", colours[k], 3, False, True) for k in colours] + \
+        [(k + "_ref", labels[k].split()[0] + " DNS", colours[k], 1, True, False) for k in colours]
+    chart(table, (png[:-4] if png.endswith(".png") else png) + "-stresses.png",
+          "Smooth channel: resolved stresses against the DNS (dashed)", "z+", "rms / u*, -u'w' / u*^2", "yplus",
+          lines)
 
 
 main()

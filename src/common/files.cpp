@@ -35,4 +35,12 @@ void open_failed(const std::string& name) {
   std::exit(2);
 }
 
+bool put_in_place(const std::string& part, const std::string& name, bool ok) {
+  std::error_code ec;
+  if (ok) std::filesystem::rename(part, name, ec);
+  if (ok && !ec) return true;
+  std::filesystem::remove(part, ec);
+  return false;
+}
+
 }  // namespace rl

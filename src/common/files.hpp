@@ -17,4 +17,10 @@ void make_output_folder(const std::string& outpath);
 // file error it ends the process (exit status 2) with a line on stderr.
 [[noreturn]] void open_failed(const std::string& name);
 
+// A file written beside its place as `part` (name + ".part") and complete
+// when `ok`: renamed over `name`, so that a kill or a full disk during the
+// write leaves the last complete file; otherwise the part is removed.
+// Returns whether the file is now in place.
+bool put_in_place(const std::string& part, const std::string& name, bool ok);
+
 }  // namespace rl

@@ -286,22 +286,28 @@ void startup(MainState& m) {
   if (statistics_on() && first_process()) make_output_folder(m.outpath);
 }
 
+// A result of the flow into the case.
+void write_result(const MainState& m) {
+  VORTICITY();
+  NODEVALUES();
+  WRITERESULTS(m.casepath);
+}
+
+// The saved state with what is kept beside it.
+void write_saved_state(const MainState& m) {
+  WRITESAVED(nstep, simtime, m.outpath, m.outfile);
+  SAVESTATS(m.outpath, m.outfile);
+  save_wall_friction(m.outpath, m.outfile);
+}
+
 // The outputs of a run that was cancelled, where the step did not write
 // them: the flow as a result, the saved state (when saved states are on)
 // and the statistics, so that no simulated time is lost.
 void final_outputs(MainState& m, bool result, bool saved, bool stats) {
   std::fprintf(stderr, "riverles: cancelled at time %.6g (step %d): writing the final %s\n", simtime, nstep,
                m.hotout == 1 ? "result, saved state and statistics" : "result and statistics");
-  if (!result) {
-    VORTICITY();
-    NODEVALUES();
-    WRITERESULTS(m.casepath);
-  }
-  if (m.hotout == 1 && !saved) {
-    WRITESAVED(nstep, simtime, m.outpath, m.outfile);
-    SAVESTATS(m.outpath, m.outfile);
-    save_wall_friction(m.outpath, m.outfile);
-  }
+  if (!result) write_result(m);
+  if (m.hotout == 1 && !saved) write_saved_state(m);
   if (statistics_on() && !stats) write_final_statistics(m.outpath, m.outfile);
 }
 
@@ -317,24 +323,13 @@ bool time_step(MainState& m) {
   MONITOR(m.npoisson);
   STATISTICS();
 
-  // What this step wrote, so that a cancel does not write it twice.
-  bool result = false, saved = false, stats = false;
-  if (output_due(simtime, m.timeold, m.otime)) {
-    VORTICITY();
-    NODEVALUES();
-    WRITERESULTS(m.casepath);
-    result = true;
-  }
-  if (m.hotout == 1 && output_due(simtime, m.timeold, m.dthotout)) {
-    WRITESAVED(nstep, simtime, m.outpath, m.outfile);
-    SAVESTATS(m.outpath, m.outfile);
-    save_wall_friction(m.outpath, m.outfile);
-    saved = true;
-  }
-  if (statistics_on() && output_due(simtime, m.timeold, statistics_interval())) {
-    WRITESTATS(m.outpath, m.outfile);
-    stats = true;
-  }
+  // What this step writes (a cancel then writes the rest).
+  const bool result = output_due(simtime, m.timeold, m.otime);
+  const bool saved = m.hotout == 1 && output_due(simtime, m.timeold, m.dthotout);
+  const bool stats = statistics_on() && output_due(simtime, m.timeold, statistics_interval());
+  if (result) write_result(m);
+  if (saved) write_saved_state(m);
+  if (stats) WRITESTATS(m.outpath, m.outfile);
   if (m.tecplot == 1 && output_due(simtime, m.timeold, m.dttecplot)) {
     VORTICITY();
     WRITETECPLOT(m.outpath, m.outfile, trunc_i32(simtime / m.dttecplot));

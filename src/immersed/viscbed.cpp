@@ -165,12 +165,7 @@ void save_wall_friction(const std::string& outpath, const std::string& outfile) 
   bool ok = f && std::fwrite(kWallMagic, 1, 8, f) == 8 && std::fwrite(dims, sizeof dims, 1, f) == 1 &&
             std::fwrite(whole.data(), sizeof(double), whole.size(), f) == whole.size();
   if (f) ok = std::fclose(f) == 0 && ok;
-  std::error_code ec;
-  if (ok) std::filesystem::rename(part, name, ec);
-  if (!ok || ec) {
-    std::filesystem::remove(part, ec);
-    std::fprintf(stderr, "riverles: warning: cannot write %s\n", name.c_str());
-  }
+  if (!put_in_place(part, name, ok)) std::fprintf(stderr, "riverles: warning: cannot write %s\n", name.c_str());
 }
 
 void resume_wall_friction(const std::string& startfile) {

@@ -126,18 +126,14 @@ void cut_log_after(const std::string& name, int step) {
   in.close();
   if (dropped == 0) return;
   const std::string part = name + ".part";
+  bool ok;
   {
     std::ofstream out(part, std::ios::trunc);
     out << kept;
-    if (!out.flush()) {
-      std::error_code ec;
-      std::filesystem::remove(part, ec);
-      stop_with("cannot rewrite \"" + name + "\" to cut it at step " + std::to_string(step));
-    }
+    ok = static_cast<bool>(out.flush());
   }
-  std::error_code ec;
-  std::filesystem::rename(part, name, ec);
-  if (ec) stop_with("cannot rewrite \"" + name + "\": " + ec.message());
+  if (!put_in_place(part, name, ok))
+    stop_with("cannot rewrite \"" + name + "\" to cut it at step " + std::to_string(step));
   std::fprintf(stderr, "riverles: %s: cut %d line(s) after step %d, the step this run continues from\n",
                name.c_str(), dropped, step);
 }

@@ -80,10 +80,7 @@ class TextOut {
   // the part removed) when any write failed.
   bool commit() {
     close();
-    std::error_code ec;
-    if (ok_) std::filesystem::rename(part_, name_, ec);
-    committed_ = ok_ && !ec;
-    if (!committed_) std::filesystem::remove(part_, ec);
+    committed_ = put_in_place(part_, name_, ok_);
     return committed_;
   }
 

@@ -542,12 +542,8 @@ void write_statistics(const std::string& outpath, const std::string& outfile, st
   }
   if (!first) return;
   if (fn) ok = cg_close(fn) == CG_OK && ok;
-  std::error_code ec;
-  if (ok) std::filesystem::rename(part, name, ec);
-  if (!ok || ec) {
-    std::filesystem::remove(part, ec);
+  if (!put_in_place(part, name, ok))
     std::fprintf(stderr, "riverles: warning: cannot write the statistics file %s; the run goes on\n", name.c_str());
-  }
 }
 
 }  // namespace
@@ -594,12 +590,7 @@ void SAVESTATS(const std::string& outpath, const std::string& outfile) {
   ok = ok && std::fwrite(&step, sizeof step, 1, f) == 1 && std::fwrite(&time, sizeof time, 1, f) == 1;
   if (!first) return;
   if (f) ok = std::fclose(f) == 0 && ok;
-  std::error_code ec;
-  if (ok) std::filesystem::rename(part, name, ec);
-  if (!ok || ec) {
-    std::filesystem::remove(part, ec);
-    std::fprintf(stderr, "riverles: warning: cannot write %s\n", name.c_str());
-  }
+  if (!put_in_place(part, name, ok)) std::fprintf(stderr, "riverles: warning: cannot write %s\n", name.c_str());
 }
 
 }  // namespace rl
