@@ -11,6 +11,7 @@
 #include <cmath>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <sstream>
 #include <stdexcept>
 
@@ -126,6 +127,16 @@ RunResult run_solver(const std::string& dir, const std::vector<std::string>& arg
 }
 
 RunResult run_then_cancel(const std::string& dir, const std::string& sign, int signal) {
+  return run_then(dir, sign, [&](int pid) {
+    if (signal != 0) {
+      if (pid > 0) ::kill(pid, signal);
+    } else {
+      std::ofstream(dir + "/case.cgn.cancel") << "stop\n";
+    }
+  });
+}
+
+RunResult run_then(const std::string& dir, const std::string& sign, const std::function<void(int)>& act) {
   std::filesystem::remove(dir + "/status");
   std::filesystem::remove(dir + "/pid");
   const std::string cmd = "cd '" + dir + "' && (OMP_NUM_THREADS=1 '" RIVERLES_EXE
@@ -138,13 +149,9 @@ RunResult run_then_cancel(const std::string& dir, const std::string& sign, int s
   // a file, is written in blocks: the sign is a file the run writes.
   const auto done = [&] { return std::filesystem::exists(dir + "/status"); };
   for (int n = 0; n < 6000 && !std::filesystem::exists(dir + "/" + sign) && !done(); ++n) ::usleep(20000);
-  if (signal != 0) {
-    std::string pid;
-    for (int n = 0; n < 500 && (pid = slurp(dir + "/pid")).empty(); ++n) ::usleep(20000);
-    if (!pid.empty()) ::kill(std::stoi(pid), signal);
-  } else {
-    std::ofstream(dir + "/case.cgn.cancel") << "stop\n";
-  }
+  std::string pid;
+  for (int n = 0; n < 500 && (pid = slurp(dir + "/pid")).empty(); ++n) ::usleep(20000);
+  act(pid.empty() ? 0 : std::stoi(pid));
   for (int n = 0; n < 6000 && !done(); ++n) ::usleep(20000);
   if (!done()) {
     // A run that did not stop is not left behind.

@@ -2,6 +2,7 @@
 // separate process and look at what it left.
 #pragma once
 
+#include <functional>
 #include <map>
 #include <set>
 #include <string>
@@ -45,6 +46,8 @@ RunResult run_solver(const std::string& dir, const std::vector<std::string>& arg
 // killed if it does not end).
 // With a signal number, that signal is sent to the run instead.
 RunResult run_then_cancel(const std::string& dir, const std::string& sign, int signal = 0);
+// The same with another act once `sign` is there (given the run's pid).
+RunResult run_then(const std::string& dir, const std::string& sign, const std::function<void(int)>& act);
 
 // Runs the solver inside this process on a case file; the field store keeps
 // the final state for the test to look at.  Returns the console output.

@@ -7,11 +7,13 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <chrono>
 #include <cmath>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
+#include <thread>
 #include <vector>
 
 #include "run_helpers.hpp"
@@ -416,4 +418,90 @@ TEST(Faults, ARunDeletesOnlyItsOwnResults) {
             std::string::npos)
       << r.err;
   EXPECT_EQ(std::filesystem::file_size(dir + "/a.results"), size);
+}
+
+// The case and its results folder changed under a running run, as users and
+// hosts do: each is said at once on standard error, and every result that
+// can be kept stays readable.
+TEST(Faults, CaseAndResultsChangedDuringARunAreSaid) {
+  CaseSpec s;
+  s.set("timestepItm", 0.01).set("OTimeItm", 0.01).set("endtimeItm", 1.5);
+  const std::string sign = "case.cgn.results/FlowSolution5.cgns";
+  namespace fs = std::filesystem;
+  {  // The results folder deleted: before, the run made it again and the case
+     // still declared the lost results, so that it no longer opened.
+    const std::string dir = rltest::temp_dir("folder-gone");
+    s.write(dir + "/case.cgn");
+    // (Moved to the bin first: a folder being written cannot be removed in
+    // one sweep.)
+    const auto r = rltest::run_then(dir, sign, [&](int) {
+      fs::rename(dir + "/case.cgn.results", dir + "/bin");
+      fs::remove_all(dir + "/bin");
+    });
+    EXPECT_EQ(r.status, 0) << r.err;
+    EXPECT_NE(r.err.find("riverles: the results folder case.cgn.results was deleted or replaced during the run: "),
+              std::string::npos)
+        << r.err;
+    const int kept = rltest::readable_results(dir + "/case.cgn");
+    EXPECT_GT(kept, 100) << "the results after the deletion";
+    EXPECT_LT(kept, 151) << "the lost results are no longer declared";
+    EXPECT_EQ(kept, rltest::stored_results(dir + "/case.cgn"));
+  }
+  {  // The case moved away: said with its path, the results before stay
+     // readable through the moved case.
+    const std::string dir = rltest::temp_dir("case-gone");
+    s.write(dir + "/case.cgn");
+    const auto r = rltest::run_then(dir, sign, [&](int) { fs::rename(dir + "/case.cgn", dir + "/moved.cgn"); });
+    EXPECT_EQ(r.status, 1);
+    EXPECT_EQ(rltest::last_line(r.out), "Error in writing to the cgn file ...");
+    EXPECT_NE(r.err.find("case.cgn: the case was moved or deleted during the run"), std::string::npos) << r.err;
+    EXPECT_GE(rltest::readable_results(dir + "/moved.cgn"), 4);
+  }
+  {  // The results folder made read-only (a bind mount: as root, modes do
+     // not stop writes): said with the folder and the system's reason.
+    const std::string dir = rltest::temp_dir("folder-read-only");
+    s.write(dir + "/case.cgn");
+    const std::string folder = dir + "/case.cgn.results";
+    bool mounted = false;
+    const auto r = rltest::run_then(dir, sign, [&](int) {
+      mounted = std::system(("mount --bind '" + folder + "' '" + folder + "' 2> /dev/null && mount -o remount,ro,bind '" +
+                             folder + "' '" + folder + "' 2> /dev/null").c_str()) == 0;
+    });
+    std::system(("umount '" + folder + "' 2> /dev/null").c_str());
+    if (mounted) {
+      EXPECT_EQ(r.status, 1);
+      EXPECT_NE(r.err.find("case.cgn.results cannot be written: Read-only file system"), std::string::npos) << r.err;
+      EXPECT_GE(rltest::readable_results(dir + "/case.cgn"), 4);
+    }
+  }
+  {  // The case rewritten again and again (a new copy renamed over it, as
+     // riverles-case does): before, an edit made while the run stored a
+     // result was lost without a word, and a case made anew lost its results
+     // zone, which the run's next result could not declare.
+    const std::string dir = rltest::temp_dir("case-rewritten");
+    s.write(dir + "/case.cgn");
+    s.write(dir + "/edit.cgn");
+    CaseSpec longer = s;
+    longer.set("endtimeItm", 3.0);
+    longer.write(dir + "/case.cgn");
+    std::thread editor;
+    const auto r = rltest::run_then(dir, sign, [&](int) {
+      editor = std::thread([&] {  // over the run's first third or so
+        for (int n = 0; n < 100; ++n) {
+          fs::copy_file(dir + "/edit.cgn", dir + "/edit.tmp", fs::copy_options::overwrite_existing);
+          fs::rename(dir + "/edit.tmp", dir + "/case.cgn");
+          ::usleep(2000);
+        }
+      });
+    });
+    editor.join();
+    EXPECT_EQ(r.status, 0) << r.err;
+    EXPECT_NE(r.err.find("was changed by another program"), std::string::npos) << r.err;
+    // The last version is the run's, declaring every result written.
+    int files = 0;
+    for (const auto& e : fs::directory_iterator(dir + "/case.cgn.results"))
+      files += e.path().filename().string().starts_with("FlowSolution");
+    EXPECT_GT(files, 290);
+    EXPECT_EQ(rltest::readable_results(dir + "/case.cgn"), files);
+  }
 }

@@ -41,10 +41,16 @@ void explain_case_write(const std::string& path, const std::string& what) {
   std::error_code ec;
   const auto space = std::filesystem::space(folder, ec);
   std::string why;
-  if (::access(folder.c_str(), W_OK) != 0)
+  if (::access(path.c_str(), F_OK) != 0 && errno == ENOENT && ::access(folder.c_str(), F_OK) == 0)
+    why = "the case was moved or deleted during the run; the results written before stay in " + path +
+          ".results (keep that folder beside the case, under its name)";
+  else if (::access(folder.c_str(), W_OK) != 0)
     why = folder.string() + " cannot be written: " + std::strerror(errno);
   else if (::access(path.c_str(), F_OK) == 0 && ::access(path.c_str(), W_OK) != 0)
     why = path + " cannot be written: " + std::strerror(errno);
+  else if (const std::string results = path + ".results";
+           ::access(results.c_str(), F_OK) == 0 && ::access(results.c_str(), W_OK) != 0)
+    why = results + " cannot be written: " + std::strerror(errno);
   else if (!ec && space.available < (std::uintmax_t{1} << 20))
     why = "the disk is full (" + std::to_string(space.available) + " bytes free in " + folder.string() + ")";
   else

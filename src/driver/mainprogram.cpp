@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cmath>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
@@ -131,6 +132,36 @@ void explain_open_error(const std::string& path) {
                reason.c_str());
 }
 
+// Every process reads the case itself: a case rewritten while they opened
+// it (or a launch that gave them different cases) would let each run its
+// own conditions, and the first collective call where they part would
+// hang.  The processes compare a digest of the input they hold and all stop
+// with the read error when they differ.
+void same_input_everywhere() {
+  const std::uint64_t d = orva::INPUT_DIGEST();
+  const double halves[2] = {static_cast<double>(d >> 32), static_cast<double>(d & 0xffffffffu)};
+  // Every process makes every collective call, whatever it has found.
+  double differs = 0.0;
+  for (double h : halves) {
+    const double lo = dist_min(h), hi = dist_max(h);
+    if (lo != hi) differs = 1.0;
+  }
+  if (differs == 0.0) return;
+  // The first process says why and the design's line and waits for the
+  // operator; the others wait for it, so that no process ends the run
+  // before the console has its say.
+  if (first_process()) {
+    std::fprintf(stderr, "riverles: the processes of the run read different cases (the case was changed while "
+                         "they opened it, or the launch gave them different files): start the run again\n");
+    try {
+      stop_read_error();
+    } catch (const RunStopped&) {
+    }
+  }
+  dist_barrier();
+  throw RunStopped{1};
+}
+
 void startup(MainState& m) {
   // Every run draws its noise from the generator's default state.
   random_generator() = std::mt19937_64();
@@ -172,6 +203,7 @@ void startup(MainState& m) {
       orva::CG_OPEN_F(m.casepath, orva::CG_MODE_READ, m.fileid, ier);
       if (ier != 0) stop_run("*** Open error of CGNS file ***");
     }
+    same_input_everywhere();
   }
 
   // Cell counts: node counts of the case grid, and a power of two in z.
@@ -335,6 +367,9 @@ bool time_step(MainState& m) {
     WRITETECPLOT(m.outpath, m.outfile, trunc_i32(simtime / m.dttecplot));
   }
 
+  // A result the disk did not take stops the run now, not at the next
+  // result, which may be hours away.
+  if (first_process() && orva::STORE_FAILED()) stop_write_error();
   if (simtime >= endtime) return false;
   orva::ORVA_CHECK_CANCEL_F(m.cancel);
   // The first process's answer, for all.

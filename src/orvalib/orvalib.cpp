@@ -21,6 +21,7 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -41,6 +42,29 @@ constexpr double kHeldWaitSeconds = 600.0;
 // size after the last compaction (each declaration of the results leaves the
 // space of the previous one behind).
 constexpr std::uintmax_t kCompactSlack = 1u << 20;
+
+// What tells one version of a file from another: a rename puts another
+// inode at the path, a rewrite in place changes the size or the time.
+struct FileMark {
+  bool there = false;
+  dev_t dev = 0;
+  ino_t ino = 0;
+  off_t size = 0;
+  long long mtime_ns = 0;
+  bool operator==(const FileMark&) const = default;
+};
+
+FileMark mark_of(const std::string& path) {
+  struct stat sb;
+  FileMark m;
+  if (::stat(path.c_str(), &sb) != 0) return m;
+  m.there = true;
+  m.dev = sb.st_dev;
+  m.ino = sb.st_ino;
+  m.size = sb.st_size;
+  m.mtime_ns = static_cast<long long>(sb.st_mtim.tv_sec) * 1000000000LL + sb.st_mtim.tv_nsec;
+  return m;
+}
 
 // The library's one attached case.
 //
@@ -65,6 +89,8 @@ struct State {
   int ni3 = 0, nj3 = 0, nk3 = 0;
   // Results of this run: one time per result started.
   std::vector<double> times;
+  std::vector<char> lost;    // per result: its file went with a deleted results folder
+  bool relink = false;       // the case must stop declaring lost results
   std::size_t complete = 0;  // results whose files are written whole
   std::size_t declared = 0;  // results the case links and declares
   int res = -1;              // open handle of the result file being written
@@ -74,11 +100,27 @@ struct State {
   int grid = -1;
   double grid_xyz[3] = {0.0, 0.0, 0.0};
   int grid_ni = 0, grid_nj = 0, grid_nk = 0;
+  // The grid's file, held open once written: a results folder deleted
+  // during the run gets it back from here.  And the folder as it was made
+  // (device and inode), to tell a deleted or replaced folder.
+  int grid_fd = -1;
+  dev_t folder_dev = 0;
+  ino_t folder_ino = 0;
   bool in_result = false;    // between result start and end (the lock file exists)
+  FileMark edit_base;        // the case as it was when copied for the change under way
+  FileMark own;              // the case as the run last left it (opened, or renamed into place)
   std::string lockpath;
 };
 
 State st;
+
+void forget_results() {
+  st.times.clear();
+  st.lost.clear();
+  st.relink = false;
+  st.complete = st.declared = 0;
+}
+
 
 std::string trim(const std::string& s) {
   std::size_t e = s.find_last_not_of(' ');
@@ -119,8 +161,17 @@ bool sync_path(const std::string& p, bool folder = false) {
   const int fd = ::open(p.c_str(), O_RDONLY | (folder ? O_DIRECTORY : 0));
   if (fd < 0) return false;
   const bool ok = ::fsync(fd) == 0;
+  const int e = errno;
   ::close(fd);
+  errno = e;
   return ok;
+}
+
+// A background job's failure, said at once with the path and the system's
+// reason (the run itself stops at its next change of the case).
+bool job_failed(const char* what, const std::string& path) {
+  std::fprintf(stderr, "riverles: cannot %s %s: %s\n", what, path.c_str(), std::strerror(errno));
+  return false;
 }
 
 // The durable end of a change: forcing finished files to disk, the rename of
@@ -158,6 +209,11 @@ class Durability {
     std::unique_lock<std::mutex> g(m_);
     cv_.wait(g, [this] { return renames_ == 0; });
     return !failed_;
+  }
+  // Whether a job has failed, without waiting.
+  bool failed() {
+    std::lock_guard<std::mutex> g(m_);
+    return failed_;
   }
   // Forgets an earlier failure (a new case is attached).
   void reset() {
@@ -358,6 +414,14 @@ int begin_edit() {
   if (st.editing) return 0;
   if (!Durability::get().wait_case()) return 1;
   if (st.mode == CG_MODE_READ || ensure_open()) return 1;
+  st.edit_base = mark_of(st.path);
+  static bool told = false;
+  if (st.own.there && st.edit_base.there && !(st.edit_base == st.own) && !told) {
+    told = true;
+    std::fprintf(stderr, "riverles: the case %s was changed by another program during the run; the run keeps "
+                         "that version (its conditions take effect at the next run) and declares its results in "
+                         "it (said once)\n", st.path.c_str());
+  }
   std::error_code ec;
   std::filesystem::copy_file(st.path, next_path(), std::filesystem::copy_options::overwrite_existing, ec);
   close_file();
@@ -405,9 +469,32 @@ int commit() {
   }
   // The case keeps its read handle on the version it opened, which holds
   // the same conditions; the next change waits for the rename.
+  // Another program may have changed the case since it was copied (a host
+  // or riverles-case rewriting it): that version is kept beside the case,
+  // not lost under the run's.
   Durability::get().push(
-      [next, path = st.path, folder = case_folder()] {
-        if (!sync_path(next) || std::rename(next.c_str(), path.c_str()) != 0) return false;
+      [next, path = st.path, folder = case_folder(), base = st.edit_base] {
+        if (!sync_path(next)) return job_failed("force to disk", next);
+        const FileMark now = mark_of(path);
+        if (base.there && !now.there) {
+          // Moved or deleted while the result was stored: not made again
+          // behind the user's back; the run stops at its next change.
+          std::remove(next.c_str());
+          std::fprintf(stderr, "riverles: the case %s was moved or deleted during the run\n", path.c_str());
+          return false;
+        }
+        static bool told = false;
+        if (now.there && !(now == base)) {
+          const std::string kept = path + ".edited";
+          if (std::rename(path.c_str(), kept.c_str()) == 0 && !told) {
+            told = true;
+            std::fprintf(stderr, "riverles: the case %s was changed by another program while the run stored a "
+                                 "result; that version is kept as %s and the run's version, which declares its "
+                                 "results, replaces it (said once)\n", path.c_str(), kept.c_str());
+          }
+        }
+        if (std::rename(next.c_str(), path.c_str()) != 0) return job_failed("replace the case by", next);
+        st.own = mark_of(path);  // read by the main thread only after waiting for this job
         sync_path(folder, true);
         return true;
       },
@@ -422,21 +509,41 @@ int finish_result() {
   const bool closed = cgio_close_file(st.res) == CGIO_ERR_NONE;
   st.res = -1;
   if (!closed) return 1;
-  Durability::get().push([file = side_file(solution_file(st.times.size()))] { return sync_path(file); }, false);
+  Durability::get().push(
+      [file = side_file(solution_file(st.times.size()))] {
+        // A file gone with its folder is a lost result, which the run's
+        // check of the folder says and takes out of the case, not a failure.
+        return sync_path(file) || errno == ENOENT || job_failed("force to disk the result file", file);
+      },
+      false);
   st.complete = st.times.size();
   return 0;
 }
 
 // Declares the complete results in the case being edited: the iterative data
 // of the results base and zone, and the copy of the times in the input base.
+// Results lost with a deleted results folder are left out (a run without
+// such a loss declares results 1..count in order).
 int declare(std::size_t count) {
-  const cgsize_t n = static_cast<cgsize_t>(count);
-  const int steps = static_cast<int>(count);
-  std::vector<int> iters(count);
-  std::string pointers(count * kPointerLength, ' ');
-  for (std::size_t s = 0; s < count; ++s) {
-    iters[s] = static_cast<int>(s + 1);
-    const std::string name = solution_name(s + 1);
+  std::vector<int> iters;
+  std::vector<double> times;
+  for (std::size_t s = 0; s < count; ++s)
+    if (!st.lost[s]) {
+      iters.push_back(static_cast<int>(s + 1));
+      times.push_back(st.times[s]);
+    }
+  const std::size_t kept = iters.size();
+  if (kept == 0) {
+    remove_child("/ResultBase", "BaseIterativeData");
+    remove_child("/ResultBase/Zone1", "ZoneIterativeData");
+    remove_child("/InputBase", "BaseIterativeData");
+    return 0;
+  }
+  const cgsize_t n = static_cast<cgsize_t>(kept);
+  const int steps = static_cast<int>(kept);
+  std::string pointers(kept * kPointerLength, ' ');
+  for (std::size_t s = 0; s < kept; ++s) {
+    const std::string name = solution_name(static_cast<std::size_t>(iters[s]));
     pointers.replace(s * kPointerLength, name.size(), name);
   }
   const cgsize_t one = 1, pdims[2] = {kPointerLength, n};
@@ -444,28 +551,125 @@ int declare(std::size_t count) {
   double rb, ib, zone, bid, zid, iid;
   if (node("/ResultBase", rb) || node("/InputBase", ib) || node("/ResultBase/Zone1", zone)) return 1;
   if (put(h, rb, "BaseIterativeData", "BaseIterativeData_t", "I4", 1, &one, &steps, &bid) ||
-      put(h, bid, "TimeValues", "DataArray_t", "R8", 1, &n, st.times.data()) ||
+      put(h, bid, "TimeValues", "DataArray_t", "R8", 1, &n, times.data()) ||
       put(h, bid, "IterationValues", "DataArray_t", "I4", 1, &n, iters.data()))
     return 1;
   if (put(h, zone, "ZoneIterativeData", "ZoneIterativeData_t", "MT", 0, nullptr, nullptr, &zid) ||
       put(h, zid, "FlowSolutionPointers", "DataArray_t", "C1", 2, pdims, pointers.data()))
     return 1;
   if (put(h, ib, "BaseIterativeData", "BaseIterativeData_t", "I4", 1, &one, &steps, &iid) ||
-      put(h, iid, "TimeValues", "DataArray_t", "R8", 1, &n, st.times.data()))
+      put(h, iid, "TimeValues", "DataArray_t", "R8", 1, &n, times.data()))
     return 1;
   return 0;
+}
+
+// The results folder as the run made it, or else: deleted or replaced
+// during the run (by a user cleaning up, a script), the folder is made
+// again with the grid's file (from the handle the run holds on it), the
+// results whose files went with it are lost and the case stops declaring
+// them, so that it still opens, and the run goes on.  Said at once.
+void check_side_folder() {
+  if (st.grid_fd < 0) return;
+  struct stat sb;
+  const std::string grid = side_file(kGridFile);
+  if (::stat(side_dir().c_str(), &sb) == 0 && sb.st_dev == st.folder_dev && sb.st_ino == st.folder_ino &&
+      ::access(grid.c_str(), F_OK) == 0)
+    return;
+  std::size_t gone = 0;
+  double first = 0.0, last = 0.0;
+  for (std::size_t s = 0; s < st.complete; ++s) {
+    if (st.lost[s] || ::access(side_file(solution_file(s + 1)).c_str(), F_OK) == 0) continue;
+    st.lost[s] = 1;
+    if (gone++ == 0) first = st.times[s];
+    last = st.times[s];
+  }
+  st.relink = st.relink || gone > 0;
+  std::error_code ec;
+  std::filesystem::create_directories(side_dir(), ec);
+  bool restored = false;
+  if (::access(grid.c_str(), F_OK) != 0) {
+    const std::string part = grid + ".part";
+    const int out = ::open(part.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+    if (out >= 0) {
+      char buf[1 << 16];
+      off_t at = 0;
+      ssize_t got;
+      bool ok = true;
+      while (ok && (got = ::pread(st.grid_fd, buf, sizeof buf, at)) > 0) {
+        ok = ::write(out, buf, static_cast<std::size_t>(got)) == got;
+        at += got;
+      }
+      ok = ok && got == 0 && ::fsync(out) == 0;
+      ::close(out);
+      restored = ok && std::rename(part.c_str(), grid.c_str()) == 0;
+      if (!restored) std::remove(part.c_str());
+    }
+  }
+  if (::stat(side_dir().c_str(), &sb) == 0) {
+    st.folder_dev = sb.st_dev;
+    st.folder_ino = sb.st_ino;
+  }
+  std::fprintf(stderr, "riverles: the results folder %s was deleted or replaced during the run", side_dir().c_str());
+  if (gone > 0)
+    std::fprintf(stderr, ": %zu results (times %.9g to %.9g) went with it and the case no longer declares them",
+                 gone, first, last);
+  std::fprintf(stderr, "; %s; the run goes on with its next result\n",
+               restored ? "the grid's file is written again" : "the grid's file is there");
+}
+
+int put_dataclass(double pid);
+
+// The results base, made when the case's author left it out.
+int put_result_base(double& rb) {
+  double rid;
+  if (root(rid)) return 1;
+  if (node("/ResultBase", rb) == 0) return 0;
+  const int dims[2] = {3, 3};
+  const cgsize_t n = 2;
+  return put(st.cgio, rid, "ResultBase", "CGNSBase_t", "I4", 1, &n, dims, &rb);
+}
+
+// What the results base says of its results, where it does not yet.
+int put_result_marks(double rb) {
+  if (!exists("/ResultBase/DataClass") && put_dataclass(rb)) return 1;
+  if (!exists("/ResultBase/SimulationType") && put_string(rb, "SimulationType", "SimulationType_t", "TimeAccurate"))
+    return 1;
+  return 0;
+}
+
+// The zone of the results, linking the grid's file.
+int put_zone(int ni, int nj, int nk) {
+  double rb, zone;
+  if (node("/ResultBase", rb)) return 1;
+  const int size[9] = {ni, nj, nk, ni - 1, nj - 1, nk - 1, 0, 0, 0};
+  const cgsize_t zdims[2] = {3, 3};
+  if (put(st.cgio, rb, "Zone1", "Zone_t", "I4", 2, zdims, size, &zone)) return 1;
+  if (put_string(zone, "ZoneType", "ZoneType_t", "Structured")) return 1;
+  return put_link(zone, "GridCoordinates", kGridFile, "GridCoordinates");
 }
 
 // Makes everything written whole part of the case in one replacement: the
 // pending changes, a link to each complete result and their declaration.
 int publish() {
   if (finish_result()) return 1;
-  if (!st.editing && st.declared == st.complete) return 0;
-  if (st.declared < st.complete) {
+  check_side_folder();
+  if (!st.editing && st.declared == st.complete && !st.relink) return 0;
+  if (st.declared < st.complete || st.relink) {
     if (begin_edit()) return 1;
+    // A case rewritten by another program during the run (riverles-case
+    // making it anew) has lost the results zone: it is made again and
+    // every result declared in it.
+    if (!exists("/ResultBase/Zone1")) {
+      double rb;
+      if (put_result_base(rb) || put_result_marks(rb) || put_zone(st.ni3, st.nj3, st.nk3)) return 1;
+      st.declared = 0;
+    }
     double zone;
     if (node("/ResultBase/Zone1", zone)) return 1;
+    for (std::size_t s = 0; s < st.complete; ++s)
+      if (st.lost[s]) remove_child("/ResultBase/Zone1", solution_name(s + 1));
     for (std::size_t s = st.declared; s < st.complete; ++s) {
+      if (st.lost[s]) continue;
       remove_child("/ResultBase/Zone1", solution_name(s + 1));
       if (put_link(zone, solution_name(s + 1), solution_file(s + 1), solution_name(s + 1))) return 1;
     }
@@ -473,6 +677,7 @@ int publish() {
   }
   if (commit()) return 1;
   st.declared = st.complete;
+  st.relink = false;
   return 0;
 }
 
@@ -490,8 +695,7 @@ bool clear_results() {
   deleted |= remove_child("/ResultBase", "Zone1");
   deleted |= remove_child("/ResultBase", "BaseIterativeData");
   deleted |= remove_child("/InputBase", "BaseIterativeData");
-  st.times.clear();
-  st.complete = st.declared = 0;
+  forget_results();
   return deleted;
 }
 
@@ -570,6 +774,8 @@ int CLAIM_CASE(const std::string& path_, std::string& message) {
   return 0;
 }
 
+bool STORE_FAILED() { return Durability::get().failed(); }
+
 std::string CASE_PATH() { return st.opened ? st.path : std::string(); }
 
 void RELEASE_CASE() {
@@ -607,6 +813,7 @@ void CG_OPEN_F(const std::string& path, int mode, int& fileid, int& ier) {
   st.mode = mode == CG_MODE_READ ? CG_MODE_READ : CG_MODE_MODIFY;
   st.cgio = h;
   st.opened = true;
+  st.own = mark_of(p);
   fileid = 1;
   ier = 0;
 }
@@ -618,6 +825,7 @@ void CG_CLOSE_F(int, int& ier) {
   if (!Durability::get().wait_all()) ier = 1;
   abandon();
   if (st.in_result && !st.lockpath.empty()) std::remove(st.lockpath.c_str());
+  if (st.grid_fd >= 0) ::close(st.grid_fd);
   st = State();
 }
 
@@ -630,23 +838,13 @@ void CG_ORVA_INIT_F(int, int& ier) {
   const bool complete = exists("/ResultBase") && exists("/ResultBase/DataClass") &&
                         exists("/ResultBase/SimulationType");
   st.ni3 = st.nj3 = st.nk3 = 0;
-  st.times.clear();
-  st.complete = st.declared = 0;
+  forget_results();
   if (has_results || !complete) {
     if (begin_edit()) return;
-    double rid, rb;
-    if (root(rid)) return;
-    // A case whose author left out the results base gets one here.
-    if (node("/ResultBase", rb)) {
-      const int dims[2] = {3, 3};
-      const cgsize_t n = 2;
-      if (put(st.cgio, rid, "ResultBase", "CGNSBase_t", "I4", 1, &n, dims, &rb)) return;
-    }
+    double rb;
+    if (put_result_base(rb)) return;
     const bool deleted = clear_results();
-    if (!exists("/ResultBase/DataClass") && put_dataclass(rb)) return;
-    if (!exists("/ResultBase/SimulationType") &&
-        put_string(rb, "SimulationType", "SimulationType_t", "TimeAccurate"))
-      return;
+    if (put_result_marks(rb)) return;
     if (deleted) {
       // HDF5 keeps the space of deleted nodes: compact the next version
       // before it becomes the case, so that re-runs do not grow the file.
@@ -743,6 +941,64 @@ int condition(const std::string& key, double& id, char type[CGIO_MAX_DATATYPE_LE
 
 }  // namespace
 
+namespace {
+
+// FNV-1a over bytes, continued from `h`.
+std::uint64_t fnv(std::uint64_t h, const void* data, std::size_t n) {
+  const auto* b = static_cast<const unsigned char*>(data);
+  for (std::size_t i = 0; i < n; ++i) h = (h ^ b[i]) * 0x100000001b3ull;
+  return h;
+}
+
+// Folds a node's name, label, type, shape and data, then its children's in
+// their stored order, into `h`.  The copy of the result times is left out:
+// it changes with every result and is not input.
+int digest_node(double id, std::uint64_t& h) {
+  char name[CGIO_MAX_NAME_LENGTH + 1] = {}, label[CGIO_MAX_LABEL_LENGTH + 1] = {};
+  char type[CGIO_MAX_DATATYPE_LENGTH + 1] = {};
+  if (cgio_get_name(st.cgio, id, name) != CGIO_ERR_NONE || cgio_get_label(st.cgio, id, label) != CGIO_ERR_NONE)
+    return 1;
+  if (std::strcmp(name, "BaseIterativeData") == 0) return 0;
+  int nd = 0;
+  cgsize_t dims[CGIO_MAX_DIMENSIONS] = {};
+  if (cgio_get_data_type(st.cgio, id, type) != CGIO_ERR_NONE ||
+      cgio_get_dimensions(st.cgio, id, &nd, dims) != CGIO_ERR_NONE)
+    return 1;
+  h = fnv(h, name, sizeof name);
+  h = fnv(h, label, sizeof label);
+  h = fnv(h, type, sizeof type);
+  h = fnv(h, dims, sizeof(cgsize_t) * static_cast<std::size_t>(nd));
+  std::size_t size = 0;
+  if (nd > 0 && std::strcmp(type, "MT") != 0) {
+    cglong_t count = 0;
+    const int bytes = cgio_compute_data_size(type, nd, dims, &count);  // of one value
+    size = static_cast<std::size_t>(count) * static_cast<std::size_t>(bytes);
+  }
+  if (size > 0) {
+    std::vector<unsigned char> data(size);
+    if (cgio_read_all_data_type(st.cgio, id, type, data.data()) != CGIO_ERR_NONE) return 1;
+    h = fnv(h, data.data(), size);
+  }
+  int n = 0;
+  if (cgio_number_children(st.cgio, id, &n) != CGIO_ERR_NONE) return 1;
+  if (n == 0) return 0;
+  std::vector<double> kids(static_cast<std::size_t>(n));
+  int got = 0;
+  if (cgio_children_ids(st.cgio, id, 1, n, &got, kids.data()) != CGIO_ERR_NONE) return 1;
+  for (int c = 0; c < got; ++c)
+    if (digest_node(kids[static_cast<std::size_t>(c)], h)) return 1;
+  return 0;
+}
+
+}  // namespace
+
+std::uint64_t INPUT_DIGEST() {
+  double id;
+  std::uint64_t h = 0xcbf29ce484222325ull;
+  if (ensure_open() || node("/InputBase", id) || digest_node(id, h)) return 0;
+  return h;
+}
+
 bool HAS_KEY(const std::string& key) {
   double id;
   char type[CGIO_MAX_DATATYPE_LENGTH + 1] = {};
@@ -807,8 +1063,7 @@ void CG_ORVA_BEGIN_GRIDCOORD3D_F(int isize, int jsize, int ksize, int& ier) {
     clear_results();
     if (commit()) return;
   }
-  st.times.clear();
-  st.complete = st.declared = 0;
+  forget_results();
   st.ni3 = st.nj3 = st.nk3 = 0;
   // The grid in a side file of its own, its three coordinates shaped for
   // the planes to come.
@@ -852,18 +1107,21 @@ void CG_ORVA_END_GRIDCOORD3D_F(int& ier) {
   st.grid = -1;
   if (!closed) return;
   const std::string file = side_file(kGridFile);
-  Durability::get().push([file] { return sync_path(file); }, false);
+  Durability::get().push(
+      [file] { return sync_path(file) || errno == ENOENT || job_failed("force to disk the grid file", file); },
+      false);
+  if (st.grid_fd >= 0) ::close(st.grid_fd);
+  st.grid_fd = ::open(file.c_str(), O_RDONLY | O_CLOEXEC);
+  struct stat sb;
+  if (::stat(side_dir().c_str(), &sb) == 0) {
+    st.folder_dev = sb.st_dev;
+    st.folder_ino = sb.st_ino;
+  }
   // The zone, linking it, made part of the case at once: a run that stops
   // before its first result (a saved state that cannot be read, a solver
   // key missing) leaves a case that shows the grid it wrote.
   if (begin_edit()) return;
-  double rb, zone;
-  if (node("/ResultBase", rb)) return;
-  const int size[9] = {st.grid_ni, st.grid_nj, st.grid_nk, st.grid_ni - 1, st.grid_nj - 1, st.grid_nk - 1, 0, 0, 0};
-  const cgsize_t zdims[2] = {3, 3};
-  if (put(st.cgio, rb, "Zone1", "Zone_t", "I4", 2, zdims, size, &zone)) return;
-  if (put_string(zone, "ZoneType", "ZoneType_t", "Structured")) return;
-  if (put_link(zone, "GridCoordinates", kGridFile, "GridCoordinates")) return;
+  if (put_zone(st.grid_ni, st.grid_nj, st.grid_nk)) return;
   if (commit()) return;
   st.ni3 = st.grid_ni;
   st.nj3 = st.grid_nj;
@@ -890,6 +1148,7 @@ void CG_ORVA_WRITE_SOL_TIME_F(double time, int& ier) {
   if (finish_result()) return;
   // The new result goes into a side file of its own; the case links it once
   // the file is whole (at the end of the result, a flush or the close).
+  check_side_folder();
   const std::size_t n = st.times.size() + 1;
   const std::string file = side_file(solution_file(n));
   std::error_code ec;
@@ -906,6 +1165,7 @@ void CG_ORVA_WRITE_SOL_TIME_F(double time, int& ier) {
   st.res = h;
   st.res_sol = sol;
   st.times.push_back(time);
+  st.lost.push_back(0);
   ier = 0;
 }
 

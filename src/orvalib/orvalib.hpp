@@ -20,6 +20,7 @@
 // them for users of the library.
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -82,6 +83,11 @@ void ORVA_CHECK_CANCEL_F(int& cancel);
 // host's calls: the solver's optional keys are read only when present).
 bool HAS_KEY(const std::string& key);
 
+// A digest of the case's input (its 2-D grid, bed and conditions) as the
+// open case holds it; 0 when it cannot be read.  Processes of one run
+// compare theirs: a case changed while they opened it is not one input.
+std::uint64_t INPUT_DIGEST();
+
 // ---- Guarding a case against a second run (not part of the host's calls) ----
 
 // Takes the run lock of the case (an flock on "<case>.run", released by the
@@ -98,6 +104,11 @@ int CLAIM_CASE(const std::string& path, std::string& message);
 // case not yet made and a result not ended (the case keeps the results
 // complete before), removes the result lock and the run lock.
 void RELEASE_CASE();
+
+// Whether storing the case or a result on disk has failed since the case was
+// opened (said on standard error when it happened); the failed change makes
+// the next change fail too.  Does not wait.
+bool STORE_FAILED();
 
 // The path of the open case (empty when none is open).
 std::string CASE_PATH();

@@ -228,3 +228,19 @@ grep -q "4 processes cannot share a plan of 8 x 4 columns.*the case is left as i
 [ "$(cd "$work/spike-1" && ls case.cgn.results | sort | tr '\n' ' ')" = "$before" ] ||
   fail "the refused run changed the case's results: $before"
 echo "a refused process count leaves the case as it was"
+
+# Processes given different cases (here by the launcher; a case rewritten
+# while they open it does the same): before, each ran its own end time and
+# the run hung at the first collective call where they parted.  Now all stop
+# with the read error and say why.
+{ grep -v '^endtimeItm' "$work/tight.txt"; printf 'endtimeItm 0.5\n'; } > "$work/longer.txt"
+mkdir -p "$work/split"
+"$casetool" "$work/tight.txt" "$work/split/a.cgn" > /dev/null && "$casetool" "$work/longer.txt" "$work/split/b.cgn" > /dev/null ||
+  fail "riverles-case for the split launch"
+(cd "$work/split" && OMP_NUM_THREADS=1 timeout 120 "$mpiexec" -n 1 "$riverles" a.cgn : -n 1 "$riverles" b.cgn \
+  < /dev/null > out.txt 2> err.txt)
+status=$?
+[ "$status" != 0 ] && [ "$status" != 124 ] || fail "processes with different cases: exit status $status"
+grep -qx 'Error in reading the cgn file ...' "$work/split/out.txt" || fail "different cases: $(cat "$work/split/out.txt")"
+grep -q 'read different cases' "$work/split/err.txt" || fail "different cases: $(cat "$work/split/err.txt")"
+echo "processes given different cases stop at once with the read error"
