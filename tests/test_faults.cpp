@@ -505,3 +505,28 @@ TEST(Faults, CaseAndResultsChangedDuringARunAreSaid) {
     EXPECT_EQ(rltest::readable_results(dir + "/case.cgn"), files);
   }
 }
+
+// A case renamed with its results folder by riverles-case: the links name
+// the folder, so a plain rename of both loses every result; the tool's
+// rename rewrites them (into another folder too), and refuses taken names.
+TEST(Faults, RenamedCaseKeepsItsResults) {
+  CaseSpec s;
+  s.set("OTimeItm", 0.02);
+  const std::string dir = rltest::temp_dir("rename");
+  s.write(dir + "/case.cgn");
+  ASSERT_EQ(rltest::run_solver(dir, {"case.cgn"}).status, 0);
+  const int n = rltest::readable_results(dir + "/case.cgn");
+  ASSERT_GE(n, 2);
+  std::filesystem::create_directories(dir + "/elsewhere");
+  const auto tool = [&](const std::string& a, const std::string& b) {
+    return std::system(("cd '" + dir + "' && '" RIVERLES_CASE_EXE "' rename " + a + " " + b + " 2> rename.err").c_str());
+  };
+  ASSERT_EQ(tool("case.cgn", "elsewhere/reach.cgn"), 0) << rltest::slurp(dir + "/rename.err");
+  EXPECT_FALSE(std::filesystem::exists(dir + "/case.cgn"));
+  EXPECT_FALSE(std::filesystem::exists(dir + "/case.cgn.results"));
+  EXPECT_EQ(rltest::readable_results(dir + "/elsewhere/reach.cgn"), n);
+  s.write(dir + "/other.cgn");
+  EXPECT_NE(tool("other.cgn", "elsewhere/reach.cgn"), 0);
+  EXPECT_NE(rltest::slurp(dir + "/rename.err").find("exists already"), std::string::npos);
+  EXPECT_EQ(rltest::readable_results(dir + "/elsewhere/reach.cgn"), n);
+}

@@ -14,8 +14,16 @@
 #include "orvalib/orvalib.hpp"
 
 int main(int argc, char** argv) {
+  if (argc == 4 && std::string(argv[1]) == "rename") {
+    std::string error;
+    if (orva::RENAME_CASE(argv[2], argv[3], error) != 0) {
+      std::fprintf(stderr, "riverles-case: %s\n", error.c_str());
+      return 1;
+    }
+    return 0;
+  }
   if (argc != 3) {
-    std::fprintf(stderr, "usage: riverles-case DESCRIPTION CASEFILE\n");
+    std::fprintf(stderr, "usage: riverles-case DESCRIPTION CASEFILE\n       riverles-case rename CASEFILE NEWNAME\n");
     return 1;
   }
   const std::string desc = argv[1];

@@ -1318,3 +1318,74 @@ int write_case(const std::string& path, int ni, int nj, const std::vector<double
 }
 
 }  // namespace orva
+
+namespace orva {
+
+int RENAME_CASE(const std::string& from, const std::string& to, std::string& error) {
+  namespace fs = std::filesystem;
+  std::error_code ec;
+  const std::string from_dir = from + ".results", to_dir = to + ".results", next = to + ".next";
+  if (!fs::is_regular_file(from, ec)) return error = from + " is not a case file", 1;
+  if (fs::exists(to, ec) || fs::exists(to_dir, ec)) return error = to + " or " + to_dir + " exists already", 1;
+  std::string busy;
+  if (CLAIM_CASE(from, busy) != 0) return error = busy, 1;
+  RELEASE_CASE();
+  // The links name the folder by the case's file name, relative to the
+  // case's folder: the copy's links are written anew for the new name.
+  const std::string old_prefix = fs::path(from).filename().string() + ".results/";
+  const std::string new_prefix = fs::path(to).filename().string() + ".results/";
+  fs::copy_file(from, next, fs::copy_options::overwrite_existing, ec);
+  if (ec) return error = "cannot copy " + from + " to " + next + ": " + ec.message(), 1;
+  int h = -1;
+  if (cgio_open_file(next.c_str(), CGIO_MODE_MODIFY, CGIO_FILE_NONE, &h) != CGIO_ERR_NONE) {
+    fs::remove(next, ec);
+    return error = next + " does not open as a case", 1;
+  }
+  bool ok = true;
+  double root, zone;
+  if (cgio_get_root_id(h, &root) == CGIO_ERR_NONE &&
+      cgio_get_node_id(h, root, "/ResultBase/Zone1", &zone) == CGIO_ERR_NONE) {
+    int n = 0;
+    cgio_number_children(h, zone, &n);
+    std::vector<double> kids(static_cast<std::size_t>(n));
+    int got = 0;
+    if (n > 0) cgio_children_ids(h, zone, 1, n, &got, kids.data());
+    for (int c = 0; c < got && ok; ++c) {
+      int flen = 0, nlen = 0;
+      if (cgio_is_link(h, kids[static_cast<std::size_t>(c)], &flen) != CGIO_ERR_NONE || flen <= 0) continue;
+      char name[CGIO_MAX_NAME_LENGTH + 1] = {};
+      cgio_link_size(h, kids[static_cast<std::size_t>(c)], &flen, &nlen);
+      std::string file(static_cast<std::size_t>(flen) + 1, '\0'), target(static_cast<std::size_t>(nlen) + 1, '\0');
+      ok = cgio_get_name(h, kids[static_cast<std::size_t>(c)], name) == CGIO_ERR_NONE &&
+           cgio_get_link(h, kids[static_cast<std::size_t>(c)], file.data(), target.data()) == CGIO_ERR_NONE;
+      file.resize(std::strlen(file.c_str()));
+      target.resize(std::strlen(target.c_str()));
+      if (!ok || !file.starts_with(old_prefix)) continue;
+      double id;
+      const std::string renamed = new_prefix + file.substr(old_prefix.size());
+      ok = cgio_delete_node(h, zone, kids[static_cast<std::size_t>(c)]) == CGIO_ERR_NONE &&
+           cgio_create_link(h, zone, name, renamed.c_str(), target.c_str(), &id) == CGIO_ERR_NONE;
+    }
+  }
+  ok = cgio_close_file(h) == CGIO_ERR_NONE && ok;
+  if (!ok) {
+    fs::remove(next, ec);
+    return error = "cannot rewrite the links of " + next, 1;
+  }
+  // The folder first, then the case: a case never names a folder that is
+  // not there under its name for longer than these two renames.
+  if (fs::exists(from_dir, ec)) {
+    fs::rename(from_dir, to_dir, ec);
+    if (ec) {
+      fs::remove(next, ec);
+      return error = "cannot rename " + from_dir + " to " + to_dir + ": " + ec.message(), 1;
+    }
+  }
+  fs::rename(next, to, ec);
+  if (ec) return error = "cannot rename " + next + " to " + to + ": " + ec.message(), 1;
+  fs::remove(from, ec);
+  fs::remove(from + ".run", ec);
+  return 0;
+}
+
+}  // namespace orva

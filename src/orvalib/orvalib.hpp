@@ -113,6 +113,12 @@ bool STORE_FAILED();
 // The path of the open case (empty when none is open).
 std::string CASE_PATH();
 
+// Renames a case and its results folder together, the case's links to its
+// results rewritten for the new name (the links name the folder).  Refused
+// while a run holds the case or when the new names are taken.  0 when done;
+// otherwise 1 with `error`, and the case as it was.
+int RENAME_CASE(const std::string& from, const std::string& to, std::string& error);
+
 // ---- Case authoring (what a host needs to write a new case) ----
 
 struct Condition {
