@@ -9,6 +9,7 @@
 #include "immersed/immerse.hpp"
 #include "immersed/viscbed.hpp"
 #include "common/distributed.hpp"
+#include "common/ghosts.hpp"
 #include "common/parallel.hpp"
 
 namespace rl {
@@ -79,28 +80,18 @@ void SMAGORINSKY() {
   const double delta = std::cbrt(dx * dy * dz);
   const double c = delta * smagorinsky;
 
-  const double c1 = std::abs(ibcp(LowX)), c2 = std::abs(ibcp(HighX)), c3 = std::abs(ibcp(LowY));
-  const double c4 = std::abs(ibcp(HighY)), c5 = std::abs(ibcp(LowZ)), c6 = std::abs(ibcp(HighZ));
-  const double t1 = ibcp(LowX), t2 = ibcp(HighX), t3 = ibcp(LowY), t4 = ibcp(HighY), t5 = ibcp(LowZ), t6 = ibcp(HighZ);
-
-  Array3<double>* const work[6] = {&s11, &s22, &s33, &s12, &s13, &s23};
+  double near[7];  // [face]: the weight of the near cell in a ghost
+  for (int f = LowX; f <= HighZ; ++f) near[f] = std::abs(ibcp(f));
 
   // In a run over several processes: this process's cells, and the ghost
-  // layers of the faces its block touches; a periodic face across a cut
-  // copies from the other end.
+  // layers of the faces its block touches.
   const Ownership& o = ownership();
   const bool far = far_on();
   if (far) far_start();
   const int ci0 = own_lo_i(1), ci1 = own_hi_i(imax), cj0 = own_lo_j(1), cj1 = own_hi_j(jmax);
-  const int gi0 = own_lo_i(0), gi1 = own_hi_i(imax + 1), gj0 = own_lo_j(0), gj1 = own_hi_j(jmax + 1);
-  const bool cutx = o.on && o.split_x, cuty = o.on && o.split_y;
-  // The far end of a row is not held across a cut: there the rule (whose
-  // far term has weight 0 except on a periodic face, which copies instead)
-  // takes the near cell in its place.
-  const int far1 = cutx ? 1 : imax, far2 = cutx ? imax : 1;
-  // Each x face by its rule here, or (periodic across a cut) by the copy.
-  const bool rule1 = (!o.on || o.west) && !(cutx && c1 == 0.0), rule2 = (!o.on || o.east) && !(cutx && c2 == 0.0);
-  const bool rule3 = (!o.on || o.south) && !(cuty && c3 == 0.0), rule4 = (!o.on || o.north) && !(cuty && c4 == 0.0);
+  const GhostFaces g = field_faces(imax, jmax, kmax);
+  const LineExtent lines = own_extent(0, imax + 1, 0, jmax + 1, 0, kmax + 1);
+  const Reach reach{0, imax + 1, 0, jmax + 1, 0, kmax + 1};
 
 #pragma omp parallel if (worth_sharing(cells_of(imax, jmax, kmax)))
   {
@@ -153,92 +144,26 @@ void SMAGORINSKY() {
 
     // Stage 3: ghost layers, x then y then z; each pass sees the ghosts of
     // the ones before, which fills edges and corners.
-#pragma omp for schedule(static)
-    for (int k = 0; k <= kmax + 1; ++k)
-      for (int j = gj0; j <= gj1; ++j) {
-        for (Array3<double>* a : work) {
-          Array3<double>& W = *a;
-          if (rule1) W(0, j, k) = ghost_w(c1, W(1, j, k), W(far1, j, k));
-          if (rule2) W(imax + 1, j, k) = ghost_w(c2, W(imax, j, k), W(far2, j, k));
-        }
-        if (rule1) nut(0, j, k) = ghost_nut(c1, t1, nut(1, j, k), nut(far1, j, k));
-        if (rule2) nut(imax + 1, j, k) = ghost_nut(c2, t2, nut(imax, j, k), nut(far2, j, k));
-      }
-    // A periodic face across a cut: copies from the block at the other end.
-    const Reach lines{0, imax + 1, 0, jmax + 1, 0, kmax + 1};
-    if (cutx) wrap_in_team({&s11, &s22, &s33, &s12, &s13, &s23, &nut}, 0, imax, c1 == 0.0, c2 == 0.0, lines);
-
-#pragma omp for schedule(static)
-    for (int k = 0; k <= kmax + 1; ++k) {
-      if (rule3 || rule4) {
-        for (Array3<double>* a : work) {
-          Array3<double>& W = *a;
-          double* lo = W.origin() + k * W.sk();  // row (0, k)
-          double* hi = lo + (jmax + 1) * W.sj();
-          const double* in1 = lo + W.sj();
-          const double* inn = lo + jmax * W.sj();
-          const double* far3 = cuty ? in1 : inn;
-          const double* far4 = cuty ? inn : in1;
-          if (rule3 && rule4) {
-            for (int i = gi0; i <= gi1; ++i) {
-              lo[i] = ghost_w(c3, in1[i], far3[i]);
-              hi[i] = ghost_w(c4, inn[i], far4[i]);
-            }
-          } else if (rule3) {
-            for (int i = gi0; i <= gi1; ++i) lo[i] = ghost_w(c3, in1[i], far3[i]);
-          } else {
-            for (int i = gi0; i <= gi1; ++i) hi[i] = ghost_w(c4, inn[i], far4[i]);
-          }
-        }
-        double* lo = nut.origin() + k * nut.sk();
-        double* hi = lo + (jmax + 1) * nut.sj();
-        const double* in1 = lo + nut.sj();
-        const double* inn = lo + jmax * nut.sj();
-        const double* far3 = cuty ? in1 : inn;
-        const double* far4 = cuty ? inn : in1;
-        if (rule3 && rule4) {
-          for (int i = gi0; i <= gi1; ++i) {
-            lo[i] = ghost_nut(c3, t3, in1[i], far3[i]);
-            hi[i] = ghost_nut(c4, t4, inn[i], far4[i]);
-          }
-        } else if (rule3) {
-          for (int i = gi0; i <= gi1; ++i) lo[i] = ghost_nut(c3, t3, in1[i], far3[i]);
-        } else {
-          for (int i = gi0; i <= gi1; ++i) hi[i] = ghost_nut(c4, t4, inn[i], far4[i]);
-        }
-      }
-    }
-    if (cuty) wrap_in_team({&s11, &s22, &s33, &s12, &s13, &s23, &nut}, 1, jmax, c3 == 0.0, c4 == 0.0, lines);
-
-#pragma omp for schedule(static)
-    for (int j = gj0; j <= gj1; ++j) {
-      for (Array3<double>* a : work) {
-        Array3<double>& W = *a;
-        double* lo = W.row(j, 0);
-        double* hi = W.row(j, kmax + 1);
-        const double* in1 = W.row(j, 1);
-        const double* inn = W.row(j, kmax);
-        for (int i = gi0; i <= gi1; ++i) {
-          lo[i] = ghost_w(c5, in1[i], inn[i]);
-          hi[i] = ghost_w(c6, inn[i], in1[i]);
-        }
-      }
-      double* lo = nut.row(j, 0);
-      double* hi = nut.row(j, kmax + 1);
-      const double* in1 = nut.row(j, 1);
-      const double* inn = nut.row(j, kmax);
-      for (int i = gi0; i <= gi1; ++i) {
-        lo[i] = ghost_nut(c5, t5, in1[i], inn[i]);
-        hi[i] = ghost_nut(c6, t6, inn[i], in1[i]);
-      }
+    for (int ax = 0; ax < 3; ++ax) {
+      const int lo = 2 * ax + 1, hi = lo + 1, n = g.n[ax], flo = g.far(lo), fhi = g.far(hi);
+      const bool rlo = g.rule(lo, ibcp(lo)), rhi = g.rule(hi, ibcp(hi));
+      const double clo = near[lo], chi = near[hi], tlo = ibcp(lo), thi = ibcp(hi);
+      face_lines({&s11, &s22, &s33, &s12, &s13, &s23}, ax, lines, [=](double* e, std::int64_t s) {
+        if (rlo) e[0] = ghost_w(clo, e[s], e[flo * s]);
+        if (rhi) e[(n + 1) * s] = ghost_w(chi, e[n * s], e[fhi * s]);
+      });
+      face_lines({&nut}, ax, lines, [=](double* e, std::int64_t s) {
+        if (rlo) e[0] = ghost_nut(clo, tlo, e[s], e[flo * s]);
+        if (rhi) e[(n + 1) * s] = ghost_nut(chi, thi, e[n * s], e[fhi * s]);
+      });
+      ghost_barrier();
+      if (g.cut[ax])
+        wrap_team({&s11, &s22, &s33, &s12, &s13, &s23, &nut}, g, ax, g.wraps(lo, ibcp(lo)), g.wraps(hi, ibcp(hi)),
+                  reach);
     }
 
     // The predictors read nut of the neighbours' cells and ghosts.
-    if (o.on) {
-#pragma omp master
-      HALO(nut, 1);
-#pragma omp barrier
-    }
+    halo_team({&nut}, 1);
   }
 }
 

@@ -1,9 +1,11 @@
 #include "flow/vorticity.hpp"
 
 #include <cmath>
+#include <cstdint>
 #include <cstdlib>
 
 #include "common/distributed.hpp"
+#include "common/ghosts.hpp"
 #include "common/parallel.hpp"
 #include "driver/fields.hpp"
 
@@ -15,15 +17,12 @@ namespace rl {
 // copy), then one column of the neighbours' values for the node values.
 void VORTICITY() {
   const int I = imax, J = jmax, K = kmax;
-  const double c1 = std::abs(ibcp(LowX)), c2 = std::abs(ibcp(HighX)), c3 = std::abs(ibcp(LowY)), c4 = std::abs(ibcp(HighY)),
-               c5 = std::abs(ibcp(LowZ)), c6 = std::abs(ibcp(HighZ));
-  const Ownership& o = ownership();
+  double c[7];  // [face]: the weight of the near cell
+  for (int f = LowX; f <= HighZ; ++f) c[f] = std::abs(ibcp(f));
   const int ci0 = own_lo_i(1), ci1 = own_hi_i(I), cj0 = own_lo_j(1), cj1 = own_hi_j(J);
-  const int gi0 = own_lo_i(0), gi1 = own_hi_i(I + 1), gj0 = own_lo_j(0), gj1 = own_hi_j(J + 1);
-  const bool cutx = o.on && o.split_x, cuty = o.on && o.split_y;
-  const bool rule1 = (!o.on || o.west) && !(cutx && c1 == 0.0), rule2 = (!o.on || o.east) && !(cutx && c2 == 0.0);
-  const bool rule3 = (!o.on || o.south) && !(cuty && c3 == 0.0), rule4 = (!o.on || o.north) && !(cuty && c4 == 0.0);
-  const int far1 = cutx ? 1 : I, far2 = cutx ? I : 1, far3 = cuty ? 1 : J, far4 = cuty ? J : 1;
+  const GhostFaces g = field_faces(I, J, K);
+  const LineExtent lines = own_extent(0, I + 1, 0, J + 1, 0, K + 1);
+  const Reach reach{0, I + 1, 0, J + 1, 0, K + 1};
 
 #pragma omp parallel default(shared) if (worth_sharing(cells_of(imax, jmax, kmax)))
   {
@@ -58,47 +57,18 @@ void VORTICITY() {
         }
 
     // Ghost layers: x, then y, then z; later passes read earlier ghosts.
-#pragma omp for schedule(static)
-    for (int k = 0; k <= K + 1; ++k)
-      for (int j = gj0; j <= gj1; ++j) {
-        if (rule1) {
-          vort(0, j, k) = c1 * vort(1, j, k) + (1.0 - c1) * vort(far1, j, k);
-          Q(0, j, k) = c1 * Q(1, j, k) + (1.0 - c1) * Q(far1, j, k);
-        }
-        if (rule2) {
-          vort(I + 1, j, k) = c2 * vort(I, j, k) + (1.0 - c2) * vort(far2, j, k);
-          Q(I + 1, j, k) = c2 * Q(I, j, k) + (1.0 - c2) * Q(far2, j, k);
-        }
-      }
-    const Reach lines{0, I + 1, 0, J + 1, 0, K + 1};
-    if (cutx) wrap_in_team({&vort, &Q}, 0, I, c1 == 0.0, c2 == 0.0, lines);
-#pragma omp for schedule(static)
-    for (int k = 0; k <= K + 1; ++k)
-      for (int i = gi0; i <= gi1; ++i) {
-        if (rule3) {
-          vort(i, 0, k) = c3 * vort(i, 1, k) + (1.0 - c3) * vort(i, far3, k);
-          Q(i, 0, k) = c3 * Q(i, 1, k) + (1.0 - c3) * Q(i, far3, k);
-        }
-        if (rule4) {
-          vort(i, J + 1, k) = c4 * vort(i, J, k) + (1.0 - c4) * vort(i, far4, k);
-          Q(i, J + 1, k) = c4 * Q(i, J, k) + (1.0 - c4) * Q(i, far4, k);
-        }
-      }
-    if (cuty) wrap_in_team({&vort, &Q}, 1, J, c3 == 0.0, c4 == 0.0, lines);
-#pragma omp for schedule(static)
-    for (int j = gj0; j <= gj1; ++j)
-      for (int i = gi0; i <= gi1; ++i) {
-        vort(i, j, 0) = c5 * vort(i, j, 1) + (1.0 - c5) * vort(i, j, K);
-        Q(i, j, 0) = c5 * Q(i, j, 1) + (1.0 - c5) * Q(i, j, K);
-        vort(i, j, K + 1) = c6 * vort(i, j, K) + (1.0 - c6) * vort(i, j, 1);
-        Q(i, j, K + 1) = c6 * Q(i, j, K) + (1.0 - c6) * Q(i, j, 1);
-      }
-
-    if (o.on) {
-#pragma omp master
-      HALOS({&vort, &Q}, 1);
-#pragma omp barrier
+    for (int ax = 0; ax < 3; ++ax) {
+      const int lo = 2 * ax + 1, hi = lo + 1, n = g.n[ax], flo = g.far(lo), fhi = g.far(hi);
+      const bool rlo = g.rule(lo, ibcp(lo)), rhi = g.rule(hi, ibcp(hi));
+      const double clo = c[lo], chi = c[hi];
+      face_lines({&vort, &Q}, ax, lines, [=](double* e, std::int64_t s) {
+        if (rlo) e[0] = clo * e[s] + (1.0 - clo) * e[flo * s];
+        if (rhi) e[(n + 1) * s] = chi * e[n * s] + (1.0 - chi) * e[fhi * s];
+      });
+      ghost_barrier();
+      if (g.cut[ax]) wrap_team({&vort, &Q}, g, ax, g.wraps(lo, ibcp(lo)), g.wraps(hi, ibcp(hi)), reach);
     }
+    halo_team({&vort, &Q}, 1);
   }
 }
 

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "common/distributed.hpp"
+#include "common/ghosts.hpp"
 #include "common/parallel.hpp"
 #include "driver/fields.hpp"
 #include "immersed/immerse.hpp"
@@ -37,18 +38,9 @@ HaloPlanes plain_planes(int n) { return {0, 1, n, n + 1, n, 1}; }
 // touches; a face whose far plane another process holds takes the near
 // term alone (its weight is 0 unless the face is periodic), and a periodic
 // face across a cut copies the far plane from the block at the other end.
-bool cut_on(int axis) {
-  const Ownership& o = ownership();
-  return o.on && (axis == 0 ? o.split_x : o.split_y);
-}
-bool low_here(int axis) {
-  const Ownership& o = ownership();
-  return !o.on || (axis == 0 ? o.west : o.south);
-}
-bool high_here(int axis) {
-  const Ownership& o = ownership();
-  return !o.on || (axis == 0 ? o.east : o.north);
-}
+bool cut_on(int axis) { return field_faces(imax, jmax, kmax).cut[axis]; }
+bool low_here(int axis) { return field_faces(imax, jmax, kmax).touch[2 * axis + 1]; }
+bool high_here(int axis) { return field_faces(imax, jmax, kmax).touch[2 * axis + 2]; }
 
 // The copies of a periodic face across a cut, by the main thread once all
 // threads are done with the pass (its other faces computed).

@@ -5,6 +5,7 @@
 #include <initializer_list>
 
 #include "common/distributed.hpp"
+#include "common/ghosts.hpp"
 #include "common/parallel.hpp"
 #include "driver/fields.hpp"
 
@@ -33,49 +34,16 @@ struct Split {
   }
 };
 
-// In a run over several processes the lines are those of the process's
-// block (with the box's ghost layers at the faces it touches).
+// The lines of a face pass (see face_lines): in a run over several
+// processes those of the process's block, with the box's ghost layers at
+// the faces it touches.
 template <class Op>
 void LINES(Array3<double>& f, int ax, Split& split, Op op) {
-  const int K = kmax;
-  const int i0 = own_lo_i(0), i1 = own_hi_i(imax + 1), j0 = own_lo_j(0), j1 = own_hi_j(jmax + 1);
   split.to(ax);
-  if (ax == 0) {
-#pragma omp for schedule(static) nowait
-    for (int k = 0; k <= K + 1; ++k)
-      for (int j = j0; j <= j1; ++j) op(f.row(j, k));
-  } else if (ax == 1) {
-#pragma omp for schedule(static) nowait
-    for (int k = 0; k <= K + 1; ++k) {
-      double* e = f.origin() + k * f.sk();  // element (0, 0, k)
-      for (int i = i0; i <= i1; ++i) op(e + i);
-    }
-  } else {
-#pragma omp for schedule(static) nowait
-    for (int j = j0; j <= j1; ++j) {
-      double* e = f.row(j, 0);
-      for (int i = i0; i <= i1; ++i) op(e + i);
-    }
-  }
+  face_lines({&f}, ax, own_extent(0, imax + 1, 0, jmax + 1, 0, kmax + 1), [&](double* e, std::int64_t) { op(e); });
 }
 
-// Whether this process's block touches a face of the box (always, on one
-// process), and whether a periodic face's partner lies with another process.
-bool touches(int face) {
-  const Ownership& o = ownership();
-  if (!o.on) return true;
-  switch (face) {
-    case LowX: return o.west;
-    case HighX: return o.east;
-    case LowY: return o.south;
-    case HighY: return o.north;
-    default: return true;
-  }
-}
-bool cut_axis(int ax) {
-  const Ownership& o = ownership();
-  return o.on && ((ax == 0 && o.split_x) || (ax == 1 && o.split_y));
-}
+GhostFaces faces() { return field_faces(imax, jmax, kmax); }
 
 // A periodic face of a cut axis: the ghost plane is a copy of the plane
 // at the other end of the box, made by the main thread once every thread
@@ -121,14 +89,15 @@ void FACE(Array3<double>& f, int own, int face, const Faces<int>& ibc, double bc
   // Over several processes: only the blocks at the face; a periodic face
   // across a cut copies from the other end (the rule then reduces to that
   // copy: ghost n+1 <- 1 at the high face, 0 <- n at the low one).
-  if (t == Periodic && cut_axis(ax)) {
+  const GhostFaces gf = faces();
+  if (gf.wraps(face, t)) {
     wrap(f, ax, high, n, ibc(2 * ax + 1) == Periodic && ibc(2 * ax + 2) == Periodic, split);
     return;
   }
-  if (!touches(face)) return;
+  if (!gf.touch[face]) return;
   // The far end of a line (weight 0 but on a periodic face) is not held
   // across a cut: the near cell stands in for it.
-  const bool cut = cut_axis(ax);
+  const bool cut = gf.cut[ax];
 
   if (normal && !high) {
     const double cb = m - 2 * h * d;
@@ -161,24 +130,15 @@ void FIELDFACES(Array3<double>& f, int own, const Faces<int>& ibc, const Faces<d
   const std::int64_t on = n * s, on1 = (n - 1) * s, onp = (n + 1) * s;
   Split split;
   for (int face : order) FACE(f, own, face, ibc, bc(face), split);
-  if (lo == Given && touches(2 * own + 1)) LINES(f, own, split, [=](double* e) { e[-s] = 2 * e[0] - e[s]; });
-  if (hi == Given && touches(2 * own + 2)) LINES(f, own, split, [=](double* e) { e[onp] = 2 * e[on] - e[on1]; });
+  const GhostFaces gf = faces();
+  if (lo == Given && gf.touch[2 * own + 1]) LINES(f, own, split, [=](double* e) { e[-s] = 2 * e[0] - e[s]; });
+  if (hi == Given && gf.touch[2 * own + 2]) LINES(f, own, split, [=](double* e) { e[onp] = 2 * e[on] - e[on1]; });
   if (lo == Periodic) {
-    if (cut_axis(own))
+    if (gf.cut[own])
       wrap_extra(f, own, n, split);
     else
       LINES(f, own, split, [=](double* e) { e[-s] = e[on1]; });
   }
-}
-
-// The halos of the velocities from the neighbouring blocks, once their
-// ghost layers are done (by the main thread; all wait for it).
-void velocity_halos(std::initializer_list<Array3<double>*> fields) {
-  if (!ownership().on) return;
-#pragma omp barrier
-#pragma omp master
-  HALOS(fields, 1);
-#pragma omp barrier
 }
 
 const int kOrderU[6] = {LowX, HighX, LowY, HighY, LowZ, HighZ};
@@ -190,7 +150,8 @@ void BOUNDARYFIELD(Array3<double>& f, int own, const Faces<int>& ibc, const Face
 #pragma omp parallel default(shared) if (worth_sharing(cells_of(imax, jmax, kmax)))
   {
     FIELDFACES(f, own, ibc, bc, order);
-    velocity_halos({&f});
+    // The halos from the neighbouring blocks, once the ghost layers are done.
+    halo_team({&f}, 1);
   }
 }
 
@@ -214,7 +175,7 @@ void BOUNDARYUVW() {
     FIELDFACES(u, 0, ibcu, bcu, kOrderU);
     FIELDFACES(v, 1, ibcv, bcv, kOrderV);
     FIELDFACES(w, 2, ibcw, bcw, kOrderW);
-    velocity_halos({&u, &v, &w});
+    halo_team({&u, &v, &w}, 1);
   }
 }
 

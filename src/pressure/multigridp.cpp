@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "common/distributed.hpp"
+#include "common/ghosts.hpp"
 #include "common/parallel.hpp"
 #include "driver/fields.hpp"
 #include "pressure/linesmoother.hpp"
@@ -83,75 +84,29 @@ inline bool share_cells(const Cells& c, int nz) {
 // periodic face) is not held: a periodic face's ghost is then copied from
 // the block at the other end, and the other faces take the near term alone.
 void face_ghosts(Array3<double>& f, int nx, int ny, int nz, const Cells& c) {
-  const GhostWeights w1 = ghost_weights(LowX), w2 = ghost_weights(HighX);
-  const GhostWeights w3 = ghost_weights(LowY), w4 = ghost_weights(HighY);
-  const GhostWeights w5 = ghost_weights(LowZ), w6 = ghost_weights(HighZ);
-  const Ownership& o = ownership();
-  const bool lox = c.west, hix = c.east, loy = c.south, hiy = c.north;
-  const bool cutx = c.part && o.split_x, cuty = c.part && o.split_y;
-
-  // Group 1: x faces.
-#pragma omp for schedule(static)
-  for (int k = 1; k <= nz; ++k) {
-    for (int j = c.j0; j <= c.j1; ++j) {
-      double* r = f.row(j, k);
-      if (!cutx) {  // then the block touches both faces
-        r[0] = w1.t * r[1] + w1.o * r[nx];
-        r[nx + 1] = w2.t * r[nx] + w2.o * r[1];
-      } else {
-        if (lox && w1.o == 0.0) r[0] = w1.t * r[1];
-        if (hix && w2.o == 0.0) r[nx + 1] = w2.t * r[nx];
-      }
-    }
-  }
-  if (cutx) wrap_in_team({&f}, 0, nx, w1.o != 0.0, w2.o != 0.0, interior(nx, ny, nz), c.level);
-
-  // Group 2: y faces.
-#pragma omp for schedule(static)
-  for (int k = 1; k <= nz; ++k) {
-    if (!cuty) {  // then the block touches both faces
-      double* g0 = f.row(0, k);
-      const double* a1 = f.row(1, k);
-      const double* an = f.row(ny, k);
-      double* gn = f.row(ny + 1, k);
-      for (int i = c.i0; i <= c.i1; ++i) {
-        g0[i] = w3.t * a1[i] + w3.o * an[i];
-        gn[i] = w4.t * an[i] + w4.o * a1[i];
-      }
+  const GhostFaces g = level_faces(nx, ny, nz, c.part, c.west, c.east, c.south, c.north, c.level);
+  const LineExtent lines{c.i0, c.i1, c.j0, c.j1, 1, nz};
+  for (int ax = 0; ax < 3; ++ax) {
+    const int lo = 2 * ax + 1, hi = lo + 1, n = g.n[ax];
+    const GhostWeights wl = ghost_weights(lo), wh = ghost_weights(hi);
+    const bool rlo = g.rule(lo, ibcp(lo)), rhi = g.rule(hi, ibcp(hi));
+    if (!g.cut[ax]) {
+      face_lines({&f}, ax, lines, [=](double* e, std::int64_t s) {
+        e[0] = wl.t * e[s] + wl.o * e[n * s];
+        e[(n + 1) * s] = wh.t * e[n * s] + wh.o * e[s];
+      });
     } else {
-      if (loy && w3.o == 0.0) {
-        double* g0 = f.row(0, k);
-        const double* a1 = f.row(1, k);
-        for (int i = c.i0; i <= c.i1; ++i) g0[i] = w3.t * a1[i];
-      }
-      if (hiy && w4.o == 0.0) {
-        const double* an = f.row(ny, k);
-        double* gn = f.row(ny + 1, k);
-        for (int i = c.i0; i <= c.i1; ++i) gn[i] = w4.t * an[i];
-      }
+      face_lines({&f}, ax, lines, [=](double* e, std::int64_t s) {
+        if (rlo) e[0] = wl.t * e[s];
+        if (rhi) e[(n + 1) * s] = wh.t * e[n * s];
+      });
     }
+    ghost_barrier();
+    if (g.cut[ax])
+      wrap_team({&f}, g, ax, g.wraps(lo, ibcp(lo)), g.wraps(hi, ibcp(hi)), interior(nx, ny, nz));
   }
-  if (cuty) wrap_in_team({&f}, 1, ny, w3.o != 0.0, w4.o != 0.0, interior(nx, ny, nz), c.level);
-
-  // Group 3: z faces.
-#pragma omp for schedule(static)
-  for (int j = c.j0; j <= c.j1; ++j) {
-    double* g0 = f.row(j, 0);
-    const double* a1 = f.row(j, 1);
-    const double* an = f.row(j, nz);
-    double* gn = f.row(j, nz + 1);
-    for (int i = c.i0; i <= c.i1; ++i) {
-      g0[i] = w5.t * a1[i] + w5.o * an[i];
-      gn[i] = w6.t * an[i] + w6.o * a1[i];
-    }
-  }
-
   // The halo of a cut level, by the main thread; all wait for it.
-  if (c.part) {
-#pragma omp master
-    HALO(f, 1, interior(nx, ny, nz), c.level);
-#pragma omp barrier
-  }
+  if (c.part) halo_team({&f}, 1, interior(nx, ny, nz), c.level);
 }
 
 }  // namespace
