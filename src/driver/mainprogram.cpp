@@ -110,6 +110,16 @@ void wall_pass() {
 
 void boundaries() { BOUNDARYUVW(); }
 
+// The exchanges of a run over several processes, each before the routine
+// it serves (nothing on one process):
+// the predicted velocities one column deep, for the side-wall law;
+void predicted_halos() { HALOS({&u, &v, &w}, 1); }
+// the velocities as far as the wall laws sample them, for IMMERSING;
+void wall_law_halos() { HALOS({&u, &v, &w}, kHalo); }
+// the pressure one column deep, for the node values of a result (the
+// correction updates a process's own pressure only).
+void pressure_halo() { HALO(p, 1); }
+
 // Over several processes the first one (rank 0) reads and writes the case;
 // the others read it, once the first has prepared it.
 bool first_process() { return dist_rank() == 0; }
@@ -294,6 +304,7 @@ void startup(MainState& m) {
   if (ibed == 2) rough = read_real("RoughItm") / 2.5;
 
   VORTICITY();
+  pressure_halo();
   NODEVALUES();
   WRITEFIRSTRESULT(m.casepath, m.fileid);
 
@@ -321,6 +332,7 @@ void startup(MainState& m) {
 // A result of the flow into the case.
 void write_result(const MainState& m) {
   VORTICITY();
+  pressure_halo();
   NODEVALUES();
   WRITERESULTS(m.casepath);
 }
@@ -416,7 +428,9 @@ int ADVANCE() {
   timed("XVELOCITY", XVELOCITY);
   timed("YVELOCITY", YVELOCITY);
   timed("ZVELOCITY", ZVELOCITY);
+  timed("halos", predicted_halos);
   timed("wall pass", wall_pass);
+  timed("halos", wall_law_halos);
   timed("IMMERSING", IMMERSING);
   if (solid_at_rest())
     timed("ZEROFLAGGED", [] { rest_solid(true); });
@@ -428,6 +442,7 @@ int ADVANCE() {
   timed("boundaries", boundaries);
   timed("DIVERGENCE", DIVERGENCE);
   timed("wall pass", wall_pass);
+  timed("halos", wall_law_halos);
   timed("IMMERSING", IMMERSING);
   if (solid_at_rest()) timed("ZEROFLAGGED", [] { rest_solid(false); });
   timed("boundaries", boundaries);

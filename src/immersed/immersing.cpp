@@ -72,10 +72,9 @@ void force_pass(int pass, const Array3<int>& flag, Array3<double>& f, int ktop, 
 // them: two threads took 0.9-1.0 of the time of one, now 0.7-0.8).
 void IMMERSING() {
   // Over several processes: the forcing points of this process's block; the
-  // wall laws sample the velocities up to 3 columns away, so the
-  // neighbours' current values come into the halos first, and the image
-  // points beyond them are sampled by their owners (rounds below).
-  HALOS({&u, &v, &w}, kHalo);
+  // wall laws sample the velocities up to 3 columns away (the step brings
+  // the neighbours' current values into the halos before the call), and
+  // the image points beyond them are sampled by their owners (rounds below).
   const bool far = far_on(), ledger = bed_ledger_on();
   if (far) far_start();
   const int i0 = own_lo_i(1), i1 = own_hi_i(imax), j0 = own_lo_j(1), j1 = own_hi_j(jmax);

@@ -17,9 +17,10 @@ void NODEVALUES() {
   // (the values do not depend on who computes them).  A process of a run
   // over several computes the nodes of its block (node i lies between cells
   // i and i + 1; the first block also has node 0), reading one column of its
-  // neighbours' cells; the writer gathers them a plane at a time.
+  // neighbours' cells (the caller brings the pressure's halo: the correction
+  // updates a process's own pressure only); the writer gathers them a plane
+  // at a time.
   const int i0 = own_lo_i(0), i1 = own_hi_i(imax), j0 = own_lo_j(0), j1 = own_hi_j(jmax);
-  HALO(p, 1);  // the correction updates a process's own pressure only
 #pragma omp parallel for schedule(static) if (worth_sharing(cells_of(imax, jmax, kmax)))
   for (int j = j0; j <= j1; ++j)
     for (int k = 0; k <= kmax; ++k) {

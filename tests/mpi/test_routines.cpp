@@ -211,6 +211,7 @@ TEST(DistributedStep, PredictorsWallsAndGhostLayersMatchTheWholeBox) {
         XVELOCITY();
         YVELOCITY();
         ZVELOCITY();
+        HALOS({&u, &v, &w}, 1);  // as the step does before the side-wall law
         WALLS();
         WALLN();
         BOUNDARYUVW();
@@ -257,6 +258,7 @@ TEST(DistributedStep, ForcingPointsAndEddyViscosityMatchTheWholeBox) {
         iibm = 0;
         smagorinsky = 0.1;
         FLAGDETER();
+        HALOS({&u, &v, &w}, kHalo);  // as the step does before the forcing
         IMMERSING();
         BOUNDARYUVW();
         SMAGORINSKY();
@@ -339,6 +341,7 @@ TEST(DistributedStep, ImagePointsBeyondTheBlockMatchTheWholeBox) {
         [law](const Faceset& st) {
           steep_dunes(st, law);
           FLAGDETER();
+          HALOS({&u, &v, &w}, kHalo);  // as the step does before the forcing
           IMMERSING();
           BOUNDARYUVW();
           SMAGORINSKY();
@@ -400,6 +403,7 @@ TEST(DistributedStep, StartValuesAndVorticityMatchTheWholeBox) {
               elev(i, j) = 0.03 + 0.01 * std::sin(0.5 * i + 0.3 * j);
             }
         fill_only(p, near_block(p, 0, 0, kmax + 1), 7);
+        HALO(p, 1);  // as a result does before the node values
         NODEVALUES();
         return std::vector<Snapshot>{snap(u),    snap(w),    snap(vort), snap(Q),       snap(uout),
                                      snap(vout), snap(wout), snap(pout), snap(vortout), snap(qout)};
