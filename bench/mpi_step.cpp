@@ -80,14 +80,14 @@ void build(int ni, int nj, int nk) {
   LEVELCOUNT();
   PlanSplit s;
   std::string why;
-  if (!PLANSPLIT(dist_size(), ni, nj, s, why)) {
+  if (!plan_split(dist_size(), ni, nj, s, why)) {
     if (dist_rank() == 0) std::fprintf(stderr, "%s\n", why.c_str());
     MPI_Abort(MPI_COMM_WORLD, 2);
   }
   if (dist_size() > 1)
-    OWNBLOCK(s, dist_rank(), ni, nj);
+    own_block(s, dist_rank(), ni, nj);
   else
-    OWNBOX();
+    own_box();
   ALLOCFIELDS();
   // Four dunes along the reach, at the nodes; the bed of the cells from them.
   ALLOCNODEARRAYS();
@@ -105,11 +105,11 @@ void build(int ni, int nj, int nk) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  DISTSTART(argc, argv);
+  dist_start(argc, argv);
   _mm_setcsr(_mm_getcsr() | 0x8040);
   if (argc < 5) {
     if (dist_rank() == 0) std::fprintf(stderr, "usage: riverles_mpi_bench NI NJ NK STEPS\n");
-    DISTEND();
+    dist_end();
     return 2;
   }
   const int ni = std::atoi(argv[1]), nj = std::atoi(argv[2]), nk = std::atoi(argv[3]), steps = std::atoi(argv[4]);
@@ -154,6 +154,6 @@ int main(int argc, char** argv) {
     std::printf("| of it: coarse gathers (%ld) | %.4f | %.2f |\n", t.gathers / steps, gather, gather / cells * 1e9);
     std::printf("| of it: reductions (%ld) | %.4f | %.2f |\n", t.reduces / steps, reduce, reduce / cells * 1e9);
   }
-  DISTEND();
+  dist_end();
   return 0;
 }

@@ -1,4 +1,5 @@
 #include "common/distributed.hpp"
+#include "common/haloledger.hpp"
 
 #ifdef RIVERLES_MPI
 #include <mpi.h>
@@ -90,7 +91,7 @@ int launched_size() {
   return 1;
 }
 
-void DISTSTART(int& argc, char**& argv) {
+void dist_start(int& argc, char**& argv) {
 #ifdef RIVERLES_MPI
   if (!launched_by_mpi() || started) return;
   int provided = 0;
@@ -104,7 +105,7 @@ void DISTSTART(int& argc, char**& argv) {
 #endif
 }
 
-void DISTEND() {
+void dist_end() {
 #ifdef RIVERLES_MPI
   if (!started) return;
   int done = 0;
@@ -120,7 +121,7 @@ void dist_barrier() {
 #endif
 }
 
-void DISTABORT(int status) {
+void dist_abort(int status) {
 #ifdef RIVERLES_MPI
   if (started) {
     std::fflush(stdout);
@@ -209,7 +210,7 @@ double dist_sum(double x) {
   return s;
 }
 
-bool PLANSPLIT(int nprocs, int imax, int jmax, PlanSplit& s, std::string& why) {
+bool plan_split(int nprocs, int imax, int jmax, PlanSplit& s, std::string& why) {
   const int bx = nprocs >= 1 ? best_px(nprocs, imax, jmax) : 0;
   if (bx == 0) {
     const int k = kMinBlockColumns;
@@ -303,7 +304,7 @@ const T* unpack(Array3<T>& f, const Box& b, const T* in) {
 }  // namespace
 
 template <typename T>
-void EXCHANGE(std::initializer_list<Array3<T>*> fields, const Block& blk, int w, const Reach& reach) {
+void exchange_block(std::initializer_list<Array3<T>*> fields, const Block& blk, int w, const Reach& reach) {
   if (w <= 0 || fields.size() == 0) return;
   // Each field's range within reach.
   struct Range {
@@ -394,11 +395,11 @@ void EXCHANGE(std::initializer_list<Array3<T>*> fields, const Block& blk, int w,
 }
 
 template <typename T>
-void EXCHANGE(Array3<T>& f, const Block& blk, int w, const Reach& reach) {
-  EXCHANGE({&f}, blk, w, reach);
+void exchange_block(Array3<T>& f, const Block& blk, int w, const Reach& reach) {
+  exchange_block({&f}, blk, w, reach);
 }
 
-void ALLGATHERBOX(Array3<double>& f, int i0, int i1, int j0, int j1, int k0, int k1) {
+void allgather_box(Array3<double>& f, int i0, int i1, int j0, int j1, int k0, int k1) {
 #ifdef RIVERLES_MPI
   const int n = dist_size();
   if (!started || n < 2) return;
@@ -504,17 +505,17 @@ int box_layout(const std::vector<Box>& boxes, int nf, std::vector<int>& counts, 
 
 }  // namespace
 
-void PACKBOX(std::initializer_list<const Array3<double>*> f, const Box& b, std::vector<double>& vals) {
+void pack_box(std::initializer_list<const Array3<double>*> f, const Box& b, std::vector<double>& vals) {
   vals.clear();
   for (const Array3<double>* a : f) pack(*a, b, vals);
 }
 
-void UNPACKBOX(std::initializer_list<Array3<double>*> f, const Box& b, const std::vector<double>& vals) {
+void unpack_box(std::initializer_list<Array3<double>*> f, const Box& b, const std::vector<double>& vals) {
   const double* in = vals.data();
   for (Array3<double>* a : f) in = unpack(*a, b, in);
 }
 
-void GATHERTOFIRST(const Box& mine, const std::vector<double>& vals, int nf, const Box& whole,
+void gather_to_first(const Box& mine, const std::vector<double>& vals, int nf, const Box& whole,
                    std::vector<double>& out) {
   const std::size_t total = static_cast<std::size_t>(nf) * static_cast<std::size_t>(whole.count());
 #ifdef RIVERLES_MPI
@@ -536,7 +537,7 @@ void GATHERTOFIRST(const Box& mine, const std::vector<double>& vals, int nf, con
   copy_part(mine.within(whole), nf, mine, vals.data(), whole, out.data());
 }
 
-Box SCATTERFROMFIRST(const Box& mine, int nf, const Box& whole, const std::vector<double>& in,
+Box scatter_from_first(const Box& mine, int nf, const Box& whole, const std::vector<double>& in,
                      std::vector<double>& vals) {
   const Box part = mine.within(whole);
   vals.assign(static_cast<std::size_t>(nf) * static_cast<std::size_t>(part.count()), 0.0);
@@ -600,7 +601,7 @@ void gather_parts(const std::vector<T>& mine, std::vector<T>& all, bool everyone
 
 }  // namespace
 
-void GATHERINTS(const std::vector<int>& mine, std::vector<int>& all) { gather_parts(mine, all, false); }
+void gather_ints(const std::vector<int>& mine, std::vector<int>& all) { gather_parts(mine, all, false); }
 
 void allgather_bytes(const std::vector<unsigned char>& mine, std::vector<unsigned char>& all) {
   gather_parts(mine, all, true);
@@ -709,7 +710,8 @@ LevelCut level_of(const PlanSplit& s, int rank, int ni, int nj) {
 
 }  // namespace
 
-void OWNBLOCK(const PlanSplit& s, int rank, int imax, int jmax) {
+void own_block(const PlanSplit& s, int rank, int imax, int jmax) {
+  halo_forget_all();
   Ownership& o = ownership();
   const Block blk = block_of(s, rank);
   o.on = true;
@@ -743,7 +745,10 @@ bool level_is_cut(int l) {
 
 const LevelCut& level_cut(int l) { return ownership().levels[static_cast<std::size_t>(-l)]; }
 
-void OWNBOX() { ownership() = Ownership(); }
+void own_box() {
+  halo_forget_all();
+  ownership() = Ownership();
+}
 
 DistTimes& dist_times() {
   static DistTimes t;
@@ -751,18 +756,19 @@ DistTimes& dist_times() {
 }
 
 template <typename T>
-void HALO(Array3<T>& f, int w, const Reach& reach, int level) {
-  HALOS<T>({&f}, w, reach, level);
+void fill_halo(Array3<T>& f, int w, const Reach& reach, int level) {
+  fill_halos<T>({&f}, w, reach, level);
 }
 
 template <typename T>
-void HALOS(std::initializer_list<Array3<T>*> fields, int w, const Reach& reach, int level) {
+void fill_halos(std::initializer_list<Array3<T>*> fields, int w, const Reach& reach, int level) {
   if (!level_is_cut(level)) return;
   Clock clock(dist_times().halo, dist_times().halos);
   const LevelCut& c = level_cut(level);
   // Only the cuts between blocks: the faces of the box, periodic or not,
   // have their ghost rules.
-  EXCHANGE(fields, c.blk, w, reach);
+  exchange_block(fields, c.blk, w, reach);
+  for (Array3<T>* f : fields) halo_filled(f, w);
 }
 
 namespace {
@@ -826,7 +832,7 @@ int along(const LevelCut& o, int axis, int a) {
 }  // namespace
 
 template <typename T>
-void WRAPFACES(std::initializer_list<Array3<T>*> fields, int axis, int n, const Reach& reach, int level) {
+void wrap_faces(std::initializer_list<Array3<T>*> fields, int axis, int n, const Reach& reach, int level) {
   if (!level_is_cut(level)) return;
   const LevelCut& o = level_cut(level);
   const int m = axis == 0 ? o.split.px : o.split.py;
@@ -859,12 +865,12 @@ void WRAPFACES(std::initializer_list<Array3<T>*> fields, int axis, int n, const 
 }
 
 template <typename T>
-void WRAPFACES(Array3<T>& f, int axis, int n, const Reach& reach, int level) {
-  WRAPFACES<T>({&f}, axis, n, reach, level);
+void wrap_faces(Array3<T>& f, int axis, int n, const Reach& reach, int level) {
+  wrap_faces<T>({&f}, axis, n, reach, level);
 }
 
 template <typename T>
-void WRAPCOPY(Array3<T>& f, int axis, int from, int to, const Reach& reach, int level) {
+void wrap_copy(Array3<T>& f, int axis, int from, int to, const Reach& reach, int level) {
   if (!level_is_cut(level)) return;
   const LevelCut& o = level_cut(level);
   const int m = axis == 0 ? o.split.px : o.split.py;
@@ -896,15 +902,15 @@ void WRAPCOPY(Array3<T>& f, int axis, int from, int to, const Reach& reach, int 
 #endif
 }
 
-void WRAPGHOSTS(std::initializer_list<Array3<double>*> fields, int axis, int n, bool low, bool high,
+void wrap_ghosts(std::initializer_list<Array3<double>*> fields, int axis, int n, bool low, bool high,
                 const Reach& reach, int level) {
   if (low && high) {
-    WRAPFACES(fields, axis, n, reach, level);
+    wrap_faces(fields, axis, n, reach, level);
     return;
   }
   for (Array3<double>* f : fields) {
-    if (low) WRAPCOPY(*f, axis, n, 0, reach, level);
-    if (high) WRAPCOPY(*f, axis, 1, n + 1, reach, level);
+    if (low) wrap_copy(*f, axis, n, 0, reach, level);
+    if (high) wrap_copy(*f, axis, 1, n + 1, reach, level);
   }
 }
 
@@ -912,22 +918,22 @@ void wrap_in_team(std::initializer_list<Array3<double>*> fields, int axis, int n
                   const Reach& reach, int level) {
 #pragma omp barrier
 #pragma omp master
-  WRAPGHOSTS(fields, axis, n, low, high, reach, level);
+  wrap_ghosts(fields, axis, n, low, high, reach, level);
 #pragma omp barrier
 }
 
-template void EXCHANGE(Array3<double>&, const Block&, int, const Reach&);
-template void EXCHANGE(Array3<int>&, const Block&, int, const Reach&);
-template void EXCHANGE(std::initializer_list<Array3<double>*>, const Block&, int, const Reach&);
-template void EXCHANGE(std::initializer_list<Array3<int>*>, const Block&, int, const Reach&);
-template void HALOS(std::initializer_list<Array3<double>*>, int, const Reach&, int);
-template void HALOS(std::initializer_list<Array3<int>*>, int, const Reach&, int);
-template void HALO(Array3<double>&, int, const Reach&, int);
-template void HALO(Array3<int>&, int, const Reach&, int);
-template void WRAPCOPY(Array3<double>&, int, int, int, const Reach&, int);
-template void WRAPCOPY(Array3<int>&, int, int, int, const Reach&, int);
-template void WRAPFACES(std::initializer_list<Array3<double>*>, int, int, const Reach&, int);
-template void WRAPFACES(Array3<double>&, int, int, const Reach&, int);
-template void WRAPFACES(Array3<int>&, int, int, const Reach&, int);
+template void exchange_block(Array3<double>&, const Block&, int, const Reach&);
+template void exchange_block(Array3<int>&, const Block&, int, const Reach&);
+template void exchange_block(std::initializer_list<Array3<double>*>, const Block&, int, const Reach&);
+template void exchange_block(std::initializer_list<Array3<int>*>, const Block&, int, const Reach&);
+template void fill_halos(std::initializer_list<Array3<double>*>, int, const Reach&, int);
+template void fill_halos(std::initializer_list<Array3<int>*>, int, const Reach&, int);
+template void fill_halo(Array3<double>&, int, const Reach&, int);
+template void fill_halo(Array3<int>&, int, const Reach&, int);
+template void wrap_copy(Array3<double>&, int, int, int, const Reach&, int);
+template void wrap_copy(Array3<int>&, int, int, int, const Reach&, int);
+template void wrap_faces(std::initializer_list<Array3<double>*>, int, int, const Reach&, int);
+template void wrap_faces(Array3<double>&, int, int, const Reach&, int);
+template void wrap_faces(Array3<int>&, int, int, const Reach&, int);
 
 }  // namespace rl

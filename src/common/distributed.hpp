@@ -6,7 +6,7 @@
 // Every process keeps the global index space: its arrays cover its own
 // columns plus `w` layers of each neighbour's (the halo); the box's own
 // ghost layers belong to the blocks at the box's faces; a periodic face's
-// ghosts are copied between the blocks at the box's two ends (WRAPCOPY).
+// ghosts are copied between the blocks at the box's two ends (wrap_copy).
 #pragma once
 
 #include <climits>
@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "common/array.hpp"
+#include "common/haloledger.hpp"
 
 namespace rl {
 
@@ -25,11 +26,11 @@ int launched_size();
 
 // MPI's start and end: without a launcher, or in a build without MPI, they
 // do nothing and the run is the one process of old.
-void DISTSTART(int& argc, char**& argv);
-void DISTEND();
+void dist_start(int& argc, char**& argv);
+void dist_end();
 // Ends every process of the run with the given status (a stop that not all
 // processes may have reached).
-[[noreturn]] void DISTABORT(int status);
+[[noreturn]] void dist_abort(int status);
 int dist_rank();
 int dist_size();
 // Waits until every process has come here (nothing with one process).
@@ -52,7 +53,7 @@ constexpr int kMinBlockColumns = 4;
 // cuts ((px - 1) * jmax + (py - 1) * imax), then the one with more blocks
 // along x.  False, with the reason and the largest count that would do, when
 // there is none.
-bool PLANSPLIT(int nprocs, int imax, int jmax, PlanSplit& s, std::string& why);
+bool plan_split(int nprocs, int imax, int jmax, PlanSplit& s, std::string& why);
 
 // One process's block: its coordinates and owned columns, and the ranks of
 // its four neighbours across the cuts (-1: a face of the box, periodic or
@@ -98,12 +99,12 @@ Ownership& ownership();
 // The fewest columns a block of a coarse level may keep across x and y.
 constexpr int kMinLevelColumns = 2;
 // Makes this rank's block of s its part of the box of imax x jmax columns.
-void OWNBLOCK(const PlanSplit& s, int rank, int imax, int jmax);
+void own_block(const PlanSplit& s, int rank, int imax, int jmax);
 // Whether level l (0 the finest) is cut among the processes, and its cut.
 bool level_is_cut(int l);
 const LevelCut& level_cut(int l);
 // Back to the whole box.
-void OWNBOX();
+void own_box();
 
 // A loop over lo..hi of the box along x (or y), cut to this process's part:
 // the box's own ends where the block touches them, the block's columns
@@ -152,14 +153,14 @@ struct Reach {
 };
 
 // Fills the halo of a field of this process's part from the neighbouring
-// blocks (EXCHANGE), w columns deep, within reach; nothing when ownership is
+// blocks (exchange_block), w columns deep, within reach; nothing when ownership is
 // off.  The box's own ghost layers, at a periodic face too, are left to the
-// ghost rules (WRAPCOPY).
+// ghost rules (wrap_copy).
 template <typename T>
-void HALO(Array3<T>& f, int w, const Reach& reach = Reach(), int level = 0);
+void fill_halo(Array3<T>& f, int w, const Reach& reach = Reach(), int level = 0);
 // The halos of several fields at once, in one message to each neighbour.
 template <typename T>
-void HALOS(std::initializer_list<Array3<T>*> fields, int w, const Reach& reach = Reach(), int level = 0);
+void fill_halos(std::initializer_list<Array3<T>*> fields, int w, const Reach& reach = Reach(), int level = 0);
 
 // The ghost rule of a periodic face cut among processes: the blocks at the
 // two ends of the box along axis (0 x, 1 y) copy the plane `from` of f (an
@@ -169,27 +170,27 @@ void HALOS(std::initializer_list<Array3<T>*> fields, int w, const Reach& reach =
 // rows at its faces) and f's k range, within reach.  Every process calls it
 // together; it does nothing when the axis is not cut.
 template <typename T>
-void WRAPCOPY(Array3<T>& f, int axis, int from, int to, const Reach& reach = Reach(), int level = 0);
+void wrap_copy(Array3<T>& f, int axis, int from, int to, const Reach& reach = Reach(), int level = 0);
 // Both ghost planes of a periodic axis of n cells at once, in one exchange
 // between the end blocks: plane n into plane 0 and plane 1 into plane n+1
-// (WRAPCOPY twice, in half the messages).
+// (wrap_copy twice, in half the messages).
 template <typename T>
-void WRAPFACES(Array3<T>& f, int axis, int n, const Reach& reach = Reach(), int level = 0);
+void wrap_faces(Array3<T>& f, int axis, int n, const Reach& reach = Reach(), int level = 0);
 template <typename T>
-void WRAPFACES(std::initializer_list<Array3<T>*> fields, int axis, int n, const Reach& reach = Reach(),
+void wrap_faces(std::initializer_list<Array3<T>*> fields, int axis, int n, const Reach& reach = Reach(),
                int level = 0);
-// The periodic ghost planes of each field: both (WRAPFACES, every field in
-// one message) or the low or the high one alone (WRAPCOPY), as the faces
+// The periodic ghost planes of each field: both (wrap_faces, every field in
+// one message) or the low or the high one alone (wrap_copy), as the faces
 // that are periodic.
-void WRAPGHOSTS(std::initializer_list<Array3<double>*> fields, int axis, int n, bool low, bool high,
+void wrap_ghosts(std::initializer_list<Array3<double>*> fields, int axis, int n, bool low, bool high,
                 const Reach& reach, int level = 0);
-// WRAPGHOSTS from inside a parallel region: every thread first finishes
+// wrap_ghosts from inside a parallel region: every thread first finishes
 // the passes before, the main thread copies, and none goes on before it is
 // done.
 void wrap_in_team(std::initializer_list<Array3<double>*> fields, int axis, int n, bool low, bool high,
                   const Reach& reach, int level = 0);
 
-// (HALO, WRAPCOPY, WRAPFACES and EXCHANGE take fields of doubles or of
+// (fill_halo, wrap_copy, wrap_faces and exchange_block take fields of doubles or of
 // integers, the flags.)
 //
 // Fills the halo of f, w layers deep on each side that has a neighbour: the
@@ -198,10 +199,10 @@ void wrap_in_team(std::initializer_list<Array3<double>*> fields, int axis, int n
 // neighbours through the x neighbours; all ranges within reach.  Every process of the run calls it together.
 // With one process and no periodic direction it does nothing.
 template <typename T>
-void EXCHANGE(Array3<T>& f, const Block& blk, int w, const Reach& reach = Reach());
+void exchange_block(Array3<T>& f, const Block& blk, int w, const Reach& reach = Reach());
 // The same for several fields at once, one message to each neighbour.
 template <typename T>
-void EXCHANGE(std::initializer_list<Array3<T>*> fields, const Block& blk, int w, const Reach& reach = Reach());
+void exchange_block(std::initializer_list<Array3<T>*> fields, const Block& blk, int w, const Reach& reach = Reach());
 
 // Seconds this process has spent in the message passing (halo exchanges,
 // copies across periodic faces, gathers and reductions), and their count,
@@ -228,7 +229,7 @@ double dist_sum(double x);
 // processes disjoint), gathered into f on every process, so that all hold
 // the union: the coarse problem of the pressure solve.  Every process calls
 // it together; with one process it does nothing.
-void ALLGATHERBOX(Array3<double>& f, int i0, int i1, int j0, int j1, int k0, int k1);
+void allgather_box(Array3<double>& f, int i0, int i1, int j0, int j1, int k0, int k1);
 
 
 // A box of the global index space, ends included; empty when an end lies
@@ -247,16 +248,16 @@ struct Box {
 // over k, j, i with i fastest: what the first process writes to a file in
 // slabs (a plane at a time, so that no process holds a whole 3-D field).
 //
-// GATHERTOFIRST: every process gives its values over its box `mine` (the
+// gather_to_first: every process gives its values over its box `mine` (the
 // boxes of the processes disjoint, together `whole`; an empty box gives
 // nothing); the first process gets them over `whole` in `out`.
-// SCATTERFROMFIRST: the first process has the values over `whole` in `in`;
+// scatter_from_first: the first process has the values over `whole` in `in`;
 // every process gets those over its box `mine` within `whole` (the boxes
 // may overlap: halos), and that part of its box is returned.
 // Every process calls them together; with one process they copy.
-void GATHERTOFIRST(const Box& mine, const std::vector<double>& vals, int nf, const Box& whole,
+void gather_to_first(const Box& mine, const std::vector<double>& vals, int nf, const Box& whole,
                    std::vector<double>& out);
-Box SCATTERFROMFIRST(const Box& mine, int nf, const Box& whole, const std::vector<double>& in,
+Box scatter_from_first(const Box& mine, int nf, const Box& whole, const std::vector<double>& in,
                      std::vector<double>& vals);
 // How many planes of `plane` values a slab of a file writer takes: as many
 // as fit in 8 MB, at least one (a small case is written in one slab).
@@ -274,14 +275,14 @@ inline const double* whole_planes(const Array3<double>& a, int ni, int nj) {
   return dist_size() == 1 && whole ? a.data() : nullptr;
 }
 // The fields' values over a box, packed as above, and back.
-void PACKBOX(std::initializer_list<const Array3<double>*> f, const Box& b, std::vector<double>& vals);
-void UNPACKBOX(std::initializer_list<Array3<double>*> f, const Box& b, const std::vector<double>& vals);
+void pack_box(std::initializer_list<const Array3<double>*> f, const Box& b, std::vector<double>& vals);
+void unpack_box(std::initializer_list<Array3<double>*> f, const Box& b, const std::vector<double>& vals);
 // Every process's n numbers, in the order of the ranks, on every process
 // (with one process, its own).
 void dist_allgather(const double* mine, int n, std::vector<double>& all);
 // Every process's integers, one after the other in rank order, on the
 // first process (with one process, its own).
-void GATHERINTS(const std::vector<int>& mine, std::vector<int>& all);
+void gather_ints(const std::vector<int>& mine, std::vector<int>& all);
 // The rank of the process that owns position (i, j) of the box (0..imax+1,
 // 0..jmax+1: a ghost layer belongs to the block at its face); 0 when the
 // run is not cut.

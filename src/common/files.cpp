@@ -31,7 +31,7 @@ void open_failed(const std::string& name) {
   std::fprintf(stderr, "riverles: cannot open file \"%s\": %s\n", name.c_str(), std::strerror(errno));
   std::fflush(stdout);
   // Over several processes the others are waiting for this one: all end.
-  if (dist_size() > 1) DISTABORT(2);
+  if (dist_size() > 1) dist_abort(2);
   std::exit(2);
 }
 

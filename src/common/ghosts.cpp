@@ -33,7 +33,7 @@ void halo_team(std::initializer_list<Array3<double>*> fields, int w, const Reach
   if (!ownership().on) return;
 #pragma omp barrier
 #pragma omp master
-  HALOS(fields, w, reach, level);
+  fill_halos(fields, w, reach, level);
 #pragma omp barrier
 }
 

@@ -8,7 +8,7 @@
 #include "driver/mainprogram.hpp"
 
 int main(int argc, char** argv) {
-  rl::DISTSTART(argc, argv);
+  rl::dist_start(argc, argv);
   if (rl::launched_by_mpi() && rl::launched_size() > 1 && rl::dist_size() == 1) {
     // A build without MPI started by a launcher: every process would run
     // the whole case on its own.
@@ -19,7 +19,7 @@ int main(int argc, char** argv) {
   const int status = rl::RIVERLES(argc, argv);
   // A stop on some processes only would leave the others waiting for them:
   // over several processes a stopped run ends them all.
-  if (status != 0 && rl::dist_size() > 1) rl::DISTABORT(status);
-  rl::DISTEND();
+  if (status != 0 && rl::dist_size() > 1) rl::dist_abort(status);
+  rl::dist_end();
   return status;
 }

@@ -113,12 +113,12 @@ void boundaries() { BOUNDARYUVW(); }
 // The exchanges of a run over several processes, each before the routine
 // it serves (nothing on one process):
 // the predicted velocities one column deep, for the side-wall law;
-void predicted_halos() { HALOS({&u, &v, &w}, 1); }
+void predicted_halos() { fill_halos({&u, &v, &w}, 1); }
 // the velocities as far as the wall laws sample them, for IMMERSING;
-void wall_law_halos() { HALOS({&u, &v, &w}, kHalo); }
+void wall_law_halos() { fill_halos({&u, &v, &w}, kHalo); }
 // the pressure one column deep, for the node values of a result (the
 // correction updates a process's own pressure only).
-void pressure_halo() { HALO(p, 1); }
+void pressure_halo() { fill_halo(p, 1); }
 
 // Over several processes the first one (rank 0) reads and writes the case;
 // the others read it, once the first has prepared it.
@@ -187,7 +187,7 @@ void startup(MainState& m) {
     if (m.fileid != 0) orva::CG_CLOSE_F(m.fileid, dummy);
     PlanSplit split;
     std::string why;
-    if (ier == 0 && !PLANSPLIT(dist_size(), ni - 1, nj - 1, split, why)) {
+    if (ier == 0 && !plan_split(dist_size(), ni - 1, nj - 1, split, why)) {
       if (first_process()) std::fprintf(stderr, "riverles: %s; the case is left as it was\n", why.c_str());
       throw RunStopped{1};
     }
@@ -228,11 +228,11 @@ void startup(MainState& m) {
   if (several()) {
     PlanSplit split;
     std::string why;
-    if (!PLANSPLIT(dist_size(), imax, jmax, split, why)) {
+    if (!plan_split(dist_size(), imax, jmax, split, why)) {
       if (first_process()) std::fprintf(stderr, "riverles: %s\n", why.c_str());
       throw RunStopped{1};
     }
-    OWNBLOCK(split, dist_rank(), imax, jmax);
+    own_block(split, dist_rank(), imax, jmax);
   }
 
   ALLOCNODEARRAYS();

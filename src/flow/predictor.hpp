@@ -43,6 +43,7 @@ constexpr Off operator-(Off a) { return {-a.i, -a.j, -a.k}; }
 
 template <int D>
 void PREDICT(Array3<double>& fnew, Array3<double>& rhsold, Array3<double>& rhsprev, double force, int ntop) {
+  halo_wrote(&fnew);
   using predictor::Off;
   using predictor::unit;
   constexpr int B = D == 0 ? 1 : 0;  // the other two directions, in x, y, z order

@@ -76,6 +76,10 @@ void visc_far(int i, int j, int k) {
 
 void SMAGORINSKY() {
   if (kmax < 1) return;
+  halo_read(&u, "u", 1, "SMAGORINSKY");
+  halo_read(&v, "v", 1, "SMAGORINSKY");
+  halo_read(&w, "w", 1, "SMAGORINSKY");
+  halo_wrote(&nut);
 
   const double delta = std::cbrt(dx * dy * dz);
   const double c = delta * smagorinsky;
@@ -108,7 +112,7 @@ void SMAGORINSKY() {
     // The wall law of stage 2 reads nut of the neighbours' cells.
     if (o.on) {
 #pragma omp master
-      HALO(nut, kHalo);
+      fill_halo(nut, kHalo);
 #pragma omp barrier
     }
 

@@ -193,7 +193,7 @@ void WRITETECPLOT(const std::string& outpath, const std::string& outfile, int n)
   for (int k = 0; k <= K; ++k) {
     const Box b{own_lo_i(0), own_hi_i(I), own_lo_j(0), own_hi_j(J), k, k};
     tecplot_plane(k, b.i0, b.i1, b.j0, b.j1, mine);
-    GATHERTOFIRST(b, mine, 5, Box{0, I, 0, J, k, k}, plane);
+    gather_to_first(b, mine, 5, Box{0, I, 0, J, k, k}, plane);
     if (!first) continue;
     const double z = static_cast<double>(k) * dz + zmin;
     std::size_t m = 0;

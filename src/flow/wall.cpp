@@ -65,12 +65,16 @@ void wall_rows(int r, int s, const Array3<double>& c) {
 // Low-y side wall: u and w of row 1 from row 2.  The w row is scaled from v
 // of row 2, not from w: the two side walls differ on purpose.
 void WALLS() {
+  halo_wrote(&u);
+  halo_wrote(&w);
   const Ownership& o = ownership();
   if (!o.on || o.south) wall_rows(2, 1, v);
 }
 
 // High-y side wall: u and w of row jmax from row jmax-1.
 void WALLN() {
+  halo_wrote(&u);
+  halo_wrote(&w);
   const Ownership& o = ownership();
   if (!o.on || o.north) wall_rows(jmax - 1, jmax, w);
 }

@@ -45,17 +45,17 @@ void bed_stress_of_step(Array2<double>& tx, Array2<double>& ty) {
   // The faces before the block's first column: the neighbour's, or across
   // the periodic face the last face of the box (face 0 is face imax, which
   // the forcing does not visit; likewise v in a periodic y).
-  HALOS({&takeu, &takev}, 1);
+  fill_halos({&takeu, &takev}, 1);
   const Ownership& o = ownership();
   const int i0 = own_lo_i(1), i1 = own_hi_i(imax), j0 = own_lo_j(1), j1 = own_hi_j(jmax);
   const bool yperiodic = ibcv(LowY) == Periodic;
   if (o.on && o.split_x)
-    WRAPCOPY(takeu, 0, imax, 0);
+    wrap_copy(takeu, 0, imax, 0);
   else
     for (int j = j0; j <= j1; ++j) takeu(0, j, 0) = takeu(imax, j, 0);
   if (yperiodic) {
     if (o.on && o.split_y)
-      WRAPCOPY(takev, 1, jmax, 0);
+      wrap_copy(takev, 1, jmax, 0);
     else
       for (int i = i0; i <= i1; ++i) takev(i, 0, 0) = takev(i, jmax, 0);
   }

@@ -48,14 +48,14 @@ void wrap_planes(Array3<int>& f, int axis, const HaloPlanes& q, int wa, int wb, 
 #pragma omp barrier
 #pragma omp master
   {
-    if (wa == 0) WRAPCOPY(f, axis, q.farhigh, q.low, reach);
-    if (wb == 0) WRAPCOPY(f, axis, q.farlow, q.high, reach);
+    if (wa == 0) wrap_copy(f, axis, q.farhigh, q.low, reach);
+    if (wb == 0) wrap_copy(f, axis, q.farlow, q.high, reach);
   }
 #pragma omp barrier
 }
 
 // x halo: for k in klo..khi (shared among threads) and j in jlo..jhi.
-void HALOX(Array3<int>& f, const HaloPlanes& q, int a, int b, int jlo, int jhi, int klo, int khi) {
+void halo_x(Array3<int>& f, const HaloPlanes& q, int a, int b, int jlo, int jhi, int klo, int khi) {
   const int wa = std::abs(a), wb = std::abs(b);
   const bool cut = cut_on(0), lo = low_here(0) && !(cut && wa == 0), hi = high_here(0) && !(cut && wb == 0);
   const int j0 = std::max(jlo, own_lo_j(jlo)), j1 = std::min(jhi, own_hi_j(jhi));
@@ -78,7 +78,7 @@ void HALOX(Array3<int>& f, const HaloPlanes& q, int a, int b, int jlo, int jhi, 
 }
 
 // y halo: for k in klo..khi (shared among threads), i in ilo..ihi along rows.
-void HALOY(Array3<int>& f, const HaloPlanes& q, int a, int b, int ilo_, int ihi_, int klo, int khi) {
+void halo_y(Array3<int>& f, const HaloPlanes& q, int a, int b, int ilo_, int ihi_, int klo, int khi) {
   const int wa = std::abs(a), wb = std::abs(b);
   const std::int64_t sj = f.sj();
   const bool cut = cut_on(1), lo = low_here(1) && !(cut && wa == 0), hi = high_here(1) && !(cut && wb == 0);
@@ -113,7 +113,7 @@ void HALOY(Array3<int>& f, const HaloPlanes& q, int a, int b, int ilo_, int ihi_
 }
 
 // z halo: for i in ilo..ihi (shared among threads) and j in jlo..jhi.
-void HALOZ(Array3<int>& f, const HaloPlanes& q, int a, int b, int ilo_, int ihi_, int jlo_, int jhi_) {
+void halo_z(Array3<int>& f, const HaloPlanes& q, int a, int b, int ilo_, int ihi_, int jlo_, int jhi_) {
   const int wa = std::abs(a), wb = std::abs(b);
   const std::int64_t sk = f.sk();
   const int ilo = std::max(ilo_, own_lo_i(ilo_)), ihi = std::min(ihi_, own_hi_i(ihi_));
@@ -133,7 +133,7 @@ void HALOZ(Array3<int>& f, const HaloPlanes& q, int a, int b, int ilo_, int ihi_
 // 1 turns into 0, so the order of visits does not matter and the pass can
 // work in place; a neighbour that has just changed from 1 to 0 reads the
 // same as before.
-void DETECT(Array3<int>& f, int ilo_, int ihi_, int jlo_, int jhi_, int klo, int khi) {
+void detect_flags(Array3<int>& f, int ilo_, int ihi_, int jlo_, int jhi_, int klo, int khi) {
   const std::int64_t sj = f.sj(), sk = f.sk();
   // Over several processes: this process's positions of the range.
   const int ilo = std::max(ilo_, own_lo_i(ilo_)), ihi = std::min(ihi_, own_hi_i(ihi_));
@@ -162,7 +162,7 @@ void CLASSMEAN(int* __restrict r, const double* __restrict b, const double* __re
 
 // Classification of one row against its own bed column (w and centre
 // positions): -1 strictly below, else 1.
-void CLASSCOL(int* __restrict r, const double* __restrict b, int ilo, int ihi, double z) {
+void class_column(int* __restrict r, const double* __restrict b, int ilo, int ihi, double z) {
   for (int i = ilo; i <= ihi; ++i) r[i] = (z < b[i]) ? -1 : 1;
 }
 
@@ -283,12 +283,12 @@ void CLASSIFY() {
       }
     }
     auto halou = [&] {
-      HALOX(flagu, staggered_planes(I), ibcu(LowX), ibcu(HighX), 1, J, 1, K);
-      HALOY(flagu, plain_planes(J), ibcu(LowY), ibcu(HighY), 0, I + 1, 0, K + 1);
-      HALOZ(flagu, plain_planes(K), ibcu(LowZ), ibcu(HighZ), 0, I + 1, 0, J + 1);
+      halo_x(flagu, staggered_planes(I), ibcu(LowX), ibcu(HighX), 1, J, 1, K);
+      halo_y(flagu, plain_planes(J), ibcu(LowY), ibcu(HighY), 0, I + 1, 0, K + 1);
+      halo_z(flagu, plain_planes(K), ibcu(LowZ), ibcu(HighZ), 0, I + 1, 0, J + 1);
     };
     halou();
-    DETECT(flagu, 0, I, 1, J, 1, K);
+    detect_flags(flagu, 0, I, 1, J, 1, K);
     halou();
 
     // ---- flagv ----
@@ -303,12 +303,12 @@ void CLASSIFY() {
       }
     }
     auto halov = [&] {
-      HALOY(flagv, staggered_planes(J), ibcv(LowY), ibcv(HighY), 1, I, 1, K);
-      HALOZ(flagv, plain_planes(K), ibcv(LowZ), ibcv(HighZ), 0, I + 1, 0, J + 1);
-      HALOX(flagv, plain_planes(I), ibcv(LowX), ibcv(HighX), 0, J + 1, 0, K + 1);
+      halo_y(flagv, staggered_planes(J), ibcv(LowY), ibcv(HighY), 1, I, 1, K);
+      halo_z(flagv, plain_planes(K), ibcv(LowZ), ibcv(HighZ), 0, I + 1, 0, J + 1);
+      halo_x(flagv, plain_planes(I), ibcv(LowX), ibcv(HighX), 0, J + 1, 0, K + 1);
     };
     halov();
-    DETECT(flagv, 1, I, 0, J, 1, K);
+    detect_flags(flagv, 1, I, 0, J, 1, K);
     halov();
 
     // ---- flagw ----
@@ -318,16 +318,16 @@ void CLASSIFY() {
     for (int k = 0; k <= K; ++k) {
       const double z = z0 + k * h;
       for (int j = ja; j <= jb; ++j) {
-        CLASSCOL(flagw.row(j, k), bed.at(0, j), ia, ib, z);
+        class_column(flagw.row(j, k), bed.at(0, j), ia, ib, z);
       }
     }
     auto halow = [&] {
-      HALOZ(flagw, staggered_planes(K), ibcw(LowZ), ibcw(HighZ), 1, I, 1, J);
-      HALOX(flagw, plain_planes(I), ibcw(LowX), ibcw(HighX), 0, J + 1, 0, K + 1);
-      HALOY(flagw, plain_planes(J), ibcw(LowY), ibcw(HighY), 0, I + 1, 0, K + 1);
+      halo_z(flagw, staggered_planes(K), ibcw(LowZ), ibcw(HighZ), 1, I, 1, J);
+      halo_x(flagw, plain_planes(I), ibcw(LowX), ibcw(HighX), 0, J + 1, 0, K + 1);
+      halo_y(flagw, plain_planes(J), ibcw(LowY), ibcw(HighY), 0, I + 1, 0, K + 1);
     };
     halow();
-    DETECT(flagw, 1, I, 1, J, 0, K);
+    detect_flags(flagw, 1, I, 1, J, 0, K);
     halow();
 
     // ---- flagc ----
@@ -337,23 +337,23 @@ void CLASSIFY() {
     for (int k = 0; k <= K + 1; ++k) {
       const double z = z0 + (k - 0.5) * h;
       for (int j = ja; j <= jb; ++j) {
-        CLASSCOL(flagc.row(j, k), bed.at(0, j), ia, ib, z);
+        class_column(flagc.row(j, k), bed.at(0, j), ia, ib, z);
       }
     }
     auto halop = [&] {
-      HALOX(flagc, plain_planes(I), ibcp(LowX), ibcp(HighX), 0, J + 1, 0, K + 1);
-      HALOY(flagc, plain_planes(J), ibcp(LowY), ibcp(HighY), 0, I + 1, 0, K + 1);
-      HALOZ(flagc, plain_planes(K), ibcp(LowZ), ibcp(HighZ), 0, I + 1, 0, J + 1);
+      halo_x(flagc, plain_planes(I), ibcp(LowX), ibcp(HighX), 0, J + 1, 0, K + 1);
+      halo_y(flagc, plain_planes(J), ibcp(LowY), ibcp(HighY), 0, I + 1, 0, K + 1);
+      halo_z(flagc, plain_planes(K), ibcp(LowZ), ibcp(HighZ), 0, I + 1, 0, J + 1);
     };
     halop();
-    DETECT(flagc, 1, I, 1, J, 1, K);
+    detect_flags(flagc, 1, I, 1, J, 1, K);
     halop();
 
     // The neighbours' detected positions.
     if (ownership().on) {
 #pragma omp barrier
 #pragma omp master
-      HALOS({&flagu, &flagv, &flagw, &flagc}, kHalo);
+      fill_halos({&flagu, &flagv, &flagw, &flagc}, kHalo);
 #pragma omp barrier
     }
   }

@@ -75,6 +75,12 @@ void IMMERSING() {
   // wall laws sample the velocities up to 3 columns away (the step brings
   // the neighbours' current values into the halos before the call), and
   // the image points beyond them are sampled by their owners (rounds below).
+  halo_read(&u, "u", kHalo, "IMMERSING");
+  halo_read(&v, "v", kHalo, "IMMERSING");
+  halo_read(&w, "w", kHalo, "IMMERSING");
+  halo_wrote(&u);
+  halo_wrote(&v);
+  halo_wrote(&w);
   const bool far = far_on(), ledger = bed_ledger_on();
   if (far) far_start();
   const int i0 = own_lo_i(1), i1 = own_hi_i(imax), j0 = own_lo_j(1), j1 = own_hi_j(jmax);

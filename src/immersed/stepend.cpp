@@ -46,6 +46,9 @@ void SAVEOLD() {
 // (flag 0) keep their values.  Serial; a process of a run over several
 // does its block with the halo it holds.
 void ZEROFLAGGED() {
+  for (const void* f : {static_cast<const void*>(&u), static_cast<const void*>(&v), static_cast<const void*>(&w),
+                        static_cast<const void*>(&nut)})
+    halo_wrote(f);
   const int K = kmax;
   const int i0 = held_lo_i(0, kHalo), i1 = held_hi_i(imax + 1, kHalo);
   const int j0 = held_lo_j(0, kHalo), j1 = held_hi_j(jmax + 1, kHalo);
@@ -82,6 +85,9 @@ void rest_solid_start(bool on) {
 bool solid_at_rest() { return at_rest; }
 
 void rest_solid(bool predicted) {
+  for (const void* f : {static_cast<const void*>(&u), static_cast<const void*>(&v), static_cast<const void*>(&w),
+                        static_cast<const void*>(&nut)})
+    halo_wrote(f);
   if (bed_ledger_on()) {
     // The velocity about to be cleared from this process's own u and v
     // positions in the solid: momentum the water lost into it.  After the

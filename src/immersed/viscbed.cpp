@@ -157,7 +157,7 @@ void save_wall_friction(const std::string& outpath, const std::string& outfile) 
   std::vector<double> vals, whole;
   for (int j = mine.j0; j <= mine.j1; ++j)
     for (int i = mine.i0; i <= mine.i1; ++i) vals.push_back(column_friction_velocity(i, j));
-  GATHERTOFIRST(mine, vals, 1, Box{1, imax, 1, jmax, 0, 0}, whole);
+  gather_to_first(mine, vals, 1, Box{1, imax, 1, jmax, 0, 0}, whole);
   if (dist_rank() != 0) return;
   const std::string name = wall_name(saved_file_name(outpath, outfile)), part = name + ".part";
   std::FILE* f = std::fopen(part.c_str(), "wb");

@@ -537,7 +537,7 @@ long report_march_fallbacks() {
   if (dist_size() > 1) {
     std::vector<int> mine, all;
     for (const auto& [kind, i, j, k] : fallen_back) mine.insert(mine.end(), {kind, i, j, k});
-    GATHERINTS(mine, all);
+    gather_ints(mine, all);
     if (dist_rank() != 0) return 0;
     std::set<std::tuple<char, int, int, int>> every;
     for (std::size_t m = 0; m + 3 < all.size(); m += 4)

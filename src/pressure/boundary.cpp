@@ -38,7 +38,7 @@ struct Split {
 // processes those of the process's block, with the box's ghost layers at
 // the faces it touches.
 template <class Op>
-void LINES(Array3<double>& f, int ax, Split& split, Op op) {
+void split_lines(Array3<double>& f, int ax, Split& split, Op op) {
   split.to(ax);
   face_lines({&f}, ax, own_extent(0, imax + 1, 0, jmax + 1, 0, kmax + 1), [&](double* e, std::int64_t) { op(e); });
 }
@@ -60,7 +60,7 @@ void wrap(Array3<double>& f, int ax, bool high, int n, bool both, Split& split) 
 void wrap_extra(Array3<double>& f, int ax, int n, Split& split) {
 #pragma omp barrier
 #pragma omp master
-  WRAPCOPY(f, ax, n - 1, -1, Reach{0, imax + 1, 0, jmax + 1, 0, kmax + 1});
+  wrap_copy(f, ax, n - 1, -1, Reach{0, imax + 1, 0, jmax + 1, 0, kmax + 1});
 #pragma omp barrier
   split.last = -1;
 }
@@ -73,7 +73,7 @@ std::int64_t axis_stride(const Array3<double>& f, int ax) { return ax == 0 ? 1 :
 // given gradient (t = 1).  On a normal face (the component crosses it) the
 // given value sits on the face itself; on a tangential face the ghost is
 // mirrored so that the mean of ghost and first cell is the value.
-void FACE(Array3<double>& f, int own, int face, const Faces<int>& ibc, double bc, Split& split) {
+void one_face(Array3<double>& f, int own, int face, const Faces<int>& ibc, double bc, Split& split) {
   const int t = ibc(face);
   const int ax = (face - 1) / 2;
   const bool high = face % 2 == 0;
@@ -102,19 +102,19 @@ void FACE(Array3<double>& f, int own, int face, const Faces<int>& ibc, double bc
   if (normal && !high) {
     const double cb = m - 2 * h * d;
     const std::int64_t o = -h * s, on = cut ? s : n * s;
-    LINES(f, ax, split, [=](double* e) { e[o] = cn * e[on] + cb * bc + ch * e[s]; });
+    split_lines(f, ax, split, [=](double* e) { e[o] = cn * e[on] + cb * bc + ch * e[s]; });
   } else if (normal) {
     const double cb = 1 - g + 2 * h * d;
     const std::int64_t o = (n + g) * s, on1 = (n - 1) * s, o1 = cut ? on1 : s;
-    LINES(f, ax, split, [=](double* e) { e[o] = cn * e[o1] + cb * bc + ch * e[on1]; });
+    split_lines(f, ax, split, [=](double* e) { e[o] = cn * e[o1] + cb * bc + ch * e[on1]; });
   } else if (!high) {
     const double cb = 2 * m - h * d;
     const std::int64_t on = cut ? s : n * s;
-    LINES(f, ax, split, [=](double* e) { e[0] = ct * e[s] + cn * e[on] + cb * bc; });
+    split_lines(f, ax, split, [=](double* e) { e[0] = ct * e[s] + cn * e[on] + cb * bc; });
   } else {
     const double cb = 2 * m + h * d;
     const std::int64_t o = (n + 1) * s, on = n * s, o1 = cut ? on : s;
-    LINES(f, ax, split, [=](double* e) { e[o] = ct * e[on] + cn * e[o1] + cb * bc; });
+    split_lines(f, ax, split, [=](double* e) { e[o] = ct * e[on] + cn * e[o1] + cb * bc; });
   }
 }
 
@@ -123,21 +123,21 @@ void FACE(Array3<double>& f, int own, int face, const Faces<int>& ibc, double bc
 // beyond it linearly, and a periodic low face fills layer -1 from n-1.
 // Must be called inside a parallel region; the last loop ends without a
 // barrier.
-void FIELDFACES(Array3<double>& f, int own, const Faces<int>& ibc, const Faces<double>& bc, const int (&order)[6]) {
+void component_faces(Array3<double>& f, int own, const Faces<int>& ibc, const Faces<double>& bc, const int (&order)[6]) {
   const int lo = ibc(2 * own + 1), hi = ibc(2 * own + 2);
   const int n = own == 0 ? imax : (own == 1 ? jmax : kmax);
   const std::int64_t s = axis_stride(f, own);
   const std::int64_t on = n * s, on1 = (n - 1) * s, onp = (n + 1) * s;
   Split split;
-  for (int face : order) FACE(f, own, face, ibc, bc(face), split);
+  for (int face : order) one_face(f, own, face, ibc, bc(face), split);
   const GhostFaces gf = faces();
-  if (lo == Given && gf.touch[2 * own + 1]) LINES(f, own, split, [=](double* e) { e[-s] = 2 * e[0] - e[s]; });
-  if (hi == Given && gf.touch[2 * own + 2]) LINES(f, own, split, [=](double* e) { e[onp] = 2 * e[on] - e[on1]; });
+  if (lo == Given && gf.touch[2 * own + 1]) split_lines(f, own, split, [=](double* e) { e[-s] = 2 * e[0] - e[s]; });
+  if (hi == Given && gf.touch[2 * own + 2]) split_lines(f, own, split, [=](double* e) { e[onp] = 2 * e[on] - e[on1]; });
   if (lo == Periodic) {
     if (gf.cut[own])
       wrap_extra(f, own, n, split);
     else
-      LINES(f, own, split, [=](double* e) { e[-s] = e[on1]; });
+      split_lines(f, own, split, [=](double* e) { e[-s] = e[on1]; });
   }
 }
 
@@ -145,11 +145,11 @@ const int kOrderU[6] = {LowX, HighX, LowY, HighY, LowZ, HighZ};
 const int kOrderV[6] = {LowY, HighY, LowZ, HighZ, LowX, HighX};
 const int kOrderW[6] = {LowZ, HighZ, LowX, HighX, LowY, HighY};
 
-void BOUNDARYFIELD(Array3<double>& f, int own, const Faces<int>& ibc, const Faces<double>& bc,
+void boundary_field(Array3<double>& f, int own, const Faces<int>& ibc, const Faces<double>& bc,
                    const int (&order)[6]) {
 #pragma omp parallel default(shared) if (worth_sharing(cells_of(imax, jmax, kmax)))
   {
-    FIELDFACES(f, own, ibc, bc, order);
+    component_faces(f, own, ibc, bc, order);
     // The halos from the neighbouring blocks, once the ghost layers are done.
     halo_team({&f}, 1);
   }
@@ -158,13 +158,13 @@ void BOUNDARYFIELD(Array3<double>& f, int own, const Faces<int>& ibc, const Face
 }  // namespace
 
 // Outer layers of u: faces low x, high x, low y, high y, low z, high z.
-void BOUNDARYU() { BOUNDARYFIELD(u, 0, ibcu, bcu, kOrderU); }
+void BOUNDARYU() { boundary_field(u, 0, ibcu, bcu, kOrderU); }
 
 // Outer layers of v: faces low y, high y, low z, high z, low x, high x.
-void BOUNDARYV() { BOUNDARYFIELD(v, 1, ibcv, bcv, kOrderV); }
+void BOUNDARYV() { boundary_field(v, 1, ibcv, bcv, kOrderV); }
 
 // Outer layers of w: faces low z, high z, low x, high x, low y, high y.
-void BOUNDARYW() { BOUNDARYFIELD(w, 2, ibcw, bcw, kOrderW); }
+void BOUNDARYW() { boundary_field(w, 2, ibcw, bcw, kOrderW); }
 
 // BOUNDARYU, BOUNDARYV and BOUNDARYW in one parallel region: each reads and
 // writes only its own component, so a thread goes on to the next component
@@ -172,9 +172,9 @@ void BOUNDARYW() { BOUNDARYFIELD(w, 2, ibcw, bcw, kOrderW); }
 void BOUNDARYUVW() {
 #pragma omp parallel default(shared) if (worth_sharing(cells_of(imax, jmax, kmax)))
   {
-    FIELDFACES(u, 0, ibcu, bcu, kOrderU);
-    FIELDFACES(v, 1, ibcv, bcv, kOrderV);
-    FIELDFACES(w, 2, ibcw, bcw, kOrderW);
+    component_faces(u, 0, ibcu, bcu, kOrderU);
+    component_faces(v, 1, ibcv, bcv, kOrderV);
+    component_faces(w, 2, ibcw, bcw, kOrderW);
     halo_team({&u, &v, &w}, 1);
   }
 }

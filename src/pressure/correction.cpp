@@ -21,6 +21,9 @@ namespace rl {
 // box's ghost layers and faces it touches), reading phi's halo.
 // reads: pmg(0).phi, dt, dens, dx, dy, dz; writes: p, u, v, w.
 void CORRECTION() {
+  for (const void* f : {static_cast<const void*>(&p), static_cast<const void*>(&u), static_cast<const void*>(&v),
+                        static_cast<const void*>(&w)})
+    halo_wrote(f);
   const Stencil<const double> phi(pmg(0).phi);
   const Stencil<double> P(p), U(u), V(v), W(w);
   const int I = imax, J = jmax, K = kmax;

@@ -73,7 +73,7 @@ void report_block(const double* d, int ib, int nb, int j0, int j1, int K) {
 // others wait for it in the reductions that follow.
 void report_processes() {
   std::vector<int> all;
-  GATHERINTS(above_cells, all);
+  gather_ints(above_cells, all);
   above_cells.clear();
   std::vector<std::array<int, 3>> cells;
   for (std::size_t m = 0; m + 2 < all.size(); m += 3) cells.push_back({all[m], all[m + 1], all[m + 2]});

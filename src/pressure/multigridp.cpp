@@ -377,7 +377,7 @@ void RESTRICTIONP(int l) {
   // then every process gathers the others' shares, so that all hold the same
   // coarse problem.
   const bool gather = fc.part && !level_cut_here(l - 1);
-  if (gather) HALO(f.res, 1, interior(f.nx, f.ny, f.nz), l);
+  if (gather) fill_halo(f.res, 1, interior(f.nx, f.ny, f.nz), l);
   const Cells cc = gather ? coarse_share(fc, c, l - 1) : level_cells(l - 1, c);
   const int i0 = cc.i0, i1 = cc.i1;
 #pragma omp parallel for schedule(static) if (worth_sharing(8 * cells_of(i1 - i0 + 1, cc.j1 - cc.j0 + 1, nz)))
@@ -397,7 +397,7 @@ void RESTRICTIONP(int l) {
     }
   }
   if (gather) {
-    ALLGATHERBOX(c.src, cc.i0, cc.i1, cc.j0, cc.j1, 1, nz);
+    allgather_box(c.src, cc.i0, cc.i1, cc.j0, cc.j1, 1, nz);
     for (int k = 1; k <= nz; ++k)
       for (int j = 1; j <= c.ny; ++j) {
         double* p = c.phi.row(j, k);

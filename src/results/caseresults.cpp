@@ -21,6 +21,7 @@ void NODEVALUES() {
   // updates a process's own pressure only); the writer gathers them a plane
   // at a time.
   const int i0 = own_lo_i(0), i1 = own_hi_i(imax), j0 = own_lo_j(0), j1 = own_hi_j(jmax);
+  halo_read(&p, "p", 1, "NODEVALUES");
 #pragma omp parallel for schedule(static) if (worth_sharing(cells_of(imax, jmax, kmax)))
   for (int j = j0; j <= j1; ++j)
     for (int k = 0; k <= kmax; ++k) {
@@ -73,8 +74,8 @@ void write_six_arrays() {
     for (int k0 = 0; k0 <= kmax; k0 += n) {
       const int k1 = std::min(kmax, k0 + n - 1);
       const Box b{s.a->lo(0), s.a->hi(0), s.a->lo(1), s.a->hi(1), k0, k1};
-      PACKBOX({s.a}, b, mine);
-      GATHERTOFIRST(b, mine, 1, Box{0, imax, 0, jmax, k0, k1}, slab);
+      pack_box({s.a}, b, mine);
+      gather_to_first(b, mine, 1, Box{0, imax, 0, jmax, k0, k1}, slab);
       if (!first()) continue;
       orva::CG_ORVA_WRITE_SOL_REAL_PLANES_F(s.name, k0, k1, slab.data(), ier);
       if (ier != 0) stop_write_error();

@@ -481,7 +481,7 @@ void MONITOR(int npoisson) {
     // writes the values of every probe's owner.
     const std::size_t n = mon.probes.size();
     std::vector<double> mine(4 * n, 0.0), every;
-    HALO(p, 1);  // the correction updates a process's own pressure only
+    fill_halo(p, 1);  // the correction updates a process's own pressure only
     // The four samples of a probe: the field and where it is sampled.
     auto samples = [](const Probe& q) {
       return std::array<std::pair<const Array3<double>*, const ProbeSample*>, 4>{

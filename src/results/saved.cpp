@@ -279,8 +279,8 @@ void WRITESAVED(int nstep, double time, const std::string& outpath, const std::s
     const MGLEVEL& g = pmg(l);
     for (int k = 0; k <= g.nz + 1; ++k) {
       const Box b = owned_phi_plane(l, k);
-      PACKBOX({&g.phi}, b, mine);
-      GATHERTOFIRST(b, mine, 1, Box{0, g.nx + 1, 0, g.ny + 1, k, k}, plane);
+      pack_box({&g.phi}, b, mine);
+      gather_to_first(b, mine, 1, Box{0, g.nx + 1, 0, g.ny + 1, k, k}, plane);
       if (!first) continue;
       for (double x : plane) {
         out->real(x);
@@ -294,8 +294,8 @@ void WRITESAVED(int nstep, double time, const std::string& outpath, const std::s
   const std::size_t n = static_cast<std::size_t>(I + 2) * static_cast<std::size_t>(J + 2);
   for (int k = 0; k <= K + 1; ++k) {
     const Box b{own_lo_i(0), own_hi_i(I + 1), own_lo_j(0), own_hi_j(J + 1), k, k};
-    PACKBOX({&uo, &vo, &wo, &rhsuo, &rhsvo, &rhswo, &nut}, b, mine);
-    GATHERTOFIRST(b, mine, 7, Box{0, I + 1, 0, J + 1, k, k}, plane);
+    pack_box({&uo, &vo, &wo, &rhsuo, &rhsvo, &rhswo, &nut}, b, mine);
+    gather_to_first(b, mine, 7, Box{0, I + 1, 0, J + 1, k, k}, plane);
     if (!first) continue;
     for (std::size_t m = 0; m < n; ++m) {
       for (std::size_t q = 0; q < 7; ++q) out->real(plane[q * n + m]);
@@ -363,8 +363,8 @@ void READSAVED(const std::string& startfile) {
         plane.resize(static_cast<std::size_t>(whole.count()));
         for (double& x : plane) real(x);
       }
-      const Box part = SCATTERFROMFIRST(held_plane(g.phi, k), 1, whole, plane, mine);
-      UNPACKBOX({&g.phi}, part, mine);
+      const Box part = scatter_from_first(held_plane(g.phi, k), 1, whole, plane, mine);
+      unpack_box({&g.phi}, part, mine);
     }
   }
 
@@ -376,8 +376,8 @@ void READSAVED(const std::string& startfile) {
       for (std::size_t m = 0; m < n; ++m)
         for (std::size_t q = 0; q < 7; ++q) real(plane[q * n + m]);
     }
-    const Box part = SCATTERFROMFIRST(held_plane(nut, k), 7, Box{0, I + 1, 0, J + 1, k, k}, plane, mine);
-    UNPACKBOX({&uo, &vo, &wo, &rhsuo, &rhsvo, &rhswo, &nut}, part, mine);
+    const Box part = scatter_from_first(held_plane(nut, k), 7, Box{0, I + 1, 0, J + 1, k, k}, plane, mine);
+    unpack_box({&uo, &vo, &wo, &rhsuo, &rhsvo, &rhswo, &nut}, part, mine);
   }
 
   // The step's velocities start as the saved ones, over the whole arrays:

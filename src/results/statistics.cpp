@@ -150,7 +150,7 @@ void gather_columns(const Array2<double>& c, std::vector<double>& whole) {
   mine.reserve(static_cast<std::size_t>(b.count()));
   for (int j = b.j0; j <= b.j1; ++j)
     for (int i = b.i0; i <= b.i1; ++i) mine.push_back(c(i, j));
-  GATHERTOFIRST(b, mine, 1, Box{0, imax + 1, 0, jmax + 1, 0, 0}, whole);
+  gather_to_first(b, mine, 1, Box{0, imax + 1, 0, jmax + 1, 0, 0}, whole);
 }
 
 // A column value at plan node (i, j): the mean of the columns around it
@@ -246,9 +246,9 @@ bool load(const std::string& name, const std::string& startfile) {
   for (Array3<double>* a : arrays3())
     for (int k = 0; k <= kmax + 1 && ok; ++k) {
       if (first) ok = std::fread(plane.data(), sizeof(double), plane.size(), f) == plane.size();
-      const Box part = SCATTERFROMFIRST(Box{a->lo(0), a->hi(0), a->lo(1), a->hi(1), k, k}, 1,
+      const Box part = scatter_from_first(Box{a->lo(0), a->hi(0), a->lo(1), a->hi(1), k, k}, 1,
                                         Box{0, imax + 1, 0, jmax + 1, k, k}, plane, mine);
-      UNPACKBOX({a}, part, mine);
+      unpack_box({a}, part, mine);
       dist_bcast(&ok, 1);
     }
   for (Array2<double>* a : arrays2()) {
@@ -482,12 +482,12 @@ void write_statistics(const std::string& outpath, const std::string& outfile, st
   }
   // A node reads the accumulators one position up: over several processes,
   // the neighbours' first positions.
-  for (Array3<double>* a : arrays3()) HALO(*a, 1);
+  for (Array3<double>* a : arrays3()) fill_halo(*a, 1);
   for (const Output& o : outputs())
     for (int k = 0; k <= kmax; ++k) {
       const Box b = owned_nodes(k);
       nodes_of(o, b, mine);
-      GATHERTOFIRST(b, mine, 1, Box{0, imax, 0, jmax, k, k}, buf);
+      gather_to_first(b, mine, 1, Box{0, imax, 0, jmax, k, k}, buf);
       const cgsize_t lo[3] = {1, 1, k + 1}, hi[3] = {ni, nj, k + 1};
       ok = ok && cg_field_partial_write(fn, B, Z, sol, CGNS_ENUMV(RealDouble), o.name, lo, hi, buf.data(), &fld) ==
                      CG_OK;
@@ -576,8 +576,8 @@ void SAVESTATS(const std::string& outpath, const std::string& outfile) {
   for (Array3<double>* a : arrays3())
     for (int k = 0; k <= kmax + 1; ++k) {
       const Box b = owned_plane(k);
-      PACKBOX({a}, b, mine);
-      GATHERTOFIRST(b, mine, 1, Box{0, imax + 1, 0, jmax + 1, k, k}, plane);
+      pack_box({a}, b, mine);
+      gather_to_first(b, mine, 1, Box{0, imax + 1, 0, jmax + 1, k, k}, plane);
       ok = ok && std::fwrite(plane.data(), sizeof(double), plane.size(), f) == plane.size();
     }
   for (Array2<double>* a : arrays2()) {

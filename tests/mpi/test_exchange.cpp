@@ -30,29 +30,29 @@ TEST(Reduce, EveryProcessGetsTheSameAnswer) {
 TEST(PlanSplit, SharesCutsAndRefusals) {
   rl::PlanSplit s;
   std::string why;
-  ASSERT_TRUE(rl::PLANSPLIT(4, 64, 32, s, why));
+  ASSERT_TRUE(rl::plan_split(4, 64, 32, s, why));
   EXPECT_EQ(s.px, 4);  // 4 x 1 and 2 x 2 both cut 96 columns: more along x
   EXPECT_EQ(s.py, 1);
-  ASSERT_TRUE(rl::PLANSPLIT(6, 64, 64, s, why));
+  ASSERT_TRUE(rl::plan_split(6, 64, 64, s, why));
   EXPECT_EQ(s.px * s.py, 6);
   EXPECT_EQ(s.px, 3);  // 3 x 2 cuts 2*64 + 64, 6 x 1 cuts 5*64
-  ASSERT_TRUE(rl::PLANSPLIT(3, 13, 9, s, why));
+  ASSERT_TRUE(rl::plan_split(3, 13, 9, s, why));
   EXPECT_EQ(s.px, 3);
   EXPECT_EQ(s.ilo, (std::vector<int>{1, 6, 10}));
   EXPECT_EQ(s.ihi, (std::vector<int>{5, 9, 13}));
   EXPECT_EQ(s.jlo, (std::vector<int>{1}));
   EXPECT_EQ(s.jhi, (std::vector<int>{9}));
-  ASSERT_TRUE(rl::PLANSPLIT(1, 3, 2, s, why));  // one process: any plan
-  EXPECT_FALSE(rl::PLANSPLIT(7, 16, 16, s, why));  // 7 x 1: blocks of 2 columns
+  ASSERT_TRUE(rl::plan_split(1, 3, 2, s, why));  // one process: any plan
+  EXPECT_FALSE(rl::plan_split(7, 16, 16, s, why));  // 7 x 1: blocks of 2 columns
   EXPECT_NE(why.find("7 processes cannot share a plan of 16 x 16"), std::string::npos) << why;
   EXPECT_NE(why.find("the most that can is 16"), std::string::npos) << why;
-  EXPECT_FALSE(rl::PLANSPLIT(0, 16, 16, s, why));
+  EXPECT_FALSE(rl::plan_split(0, 16, 16, s, why));
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  rl::DISTSTART(argc, argv);
+  rl::dist_start(argc, argv);
   ::testing::InitGoogleTest(&argc, argv);
   if (rl::dist_rank() != 0) {
     // One report, from the first process; the others only fail the run.
@@ -61,6 +61,6 @@ int main(int argc, char** argv) {
   }
   int failed = RUN_ALL_TESTS() != 0 ? 1 : 0, any = 0;
   MPI_Allreduce(&failed, &any, 1, MPI_INT, MPI_MAX, MPI_COMM_WORLD);
-  rl::DISTEND();
+  rl::dist_end();
   return any;
 }
