@@ -13,7 +13,7 @@ void say(const std::string& line) {
   // Over several processes the console is the first process's; a line that
   // another process alone would say (a stop inside its block) goes to
   // standard error, marked with the process.
-  if (dist_rank() != 0) {
+  if (!first_process()) {
     std::fprintf(stderr, "riverles (process %d): %s\n", dist_rank(), line.c_str());
     return;
   }
@@ -22,8 +22,16 @@ void say(const std::string& line) {
   std::fflush(stdout);
 }
 
+void ERRORSTOP(int code) {
+  if (code == 1) say("ERROR : Failed to read the parameters ...");
+  if (code == 2) say("ERROR : Failed to allocate the arrays ...");
+  if (code == 3) say("ERROR : Failed to read the saved results ...");
+  wait_operator();
+  throw RunStopped{1};
+}
+
 void wait_operator() {
-  if (dist_rank() != 0) return;  // only the first process has the operator's input
+  if (!first_process()) return;  // only the first process has the operator's input
   std::string line;
   std::getline(std::cin, line);
 }
@@ -39,7 +47,7 @@ void skip_pauses(bool on) {
 }
 
 void divergence_pause() {
-  if (dist_rank() != 0) return;
+  if (!first_process()) return;
   if (!pause_told) {
     pause_told = true;
     std::fprintf(stderr,

@@ -33,6 +33,10 @@ void say(const std::string& line);
 // Waits for the operator: reads one line of standard input or its end.
 void wait_operator();
 
+// Prints the message of a code (1 parameters, 2 allocation, 3 saved results;
+// any other code prints nothing), waits for the operator and stops the run.
+[[noreturn]] void ERRORSTOP(int code);
+
 // The divergence pause: a cell's line has been printed; waits for the
 // operator unless the case skips the pauses (SkipPausesItm 1).  The first
 // pause of a run says on standard error what it is and how to go on.

@@ -32,6 +32,9 @@ void dist_end();
 // processes may have reached).
 [[noreturn]] void dist_abort(int status);
 int dist_rank();
+// Whether this is the first process (rank 0), the one that reads and writes
+// the case, keeps the console and writes every file of the run.
+inline bool first_process() { return dist_rank() == 0; }
 int dist_size();
 // Waits until every process has come here (nothing with one process).
 void dist_barrier();

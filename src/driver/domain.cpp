@@ -62,7 +62,7 @@ void READGRID() {
   // The first process writes the case (over several processes, the others
   // only read it), a slab of planes at a time; a process alone, straight
   // from its node arrays.
-  if (dist_rank() != 0) return;
+  if (!first_process()) return;
   orva::CG_ORVA_BEGIN_GRIDCOORD3D_F(imax + 1, jmax + 1, kmax + 1, ier);
   const int planes = slab_planes(static_cast<long long>(n));
   std::vector<double> x, y, z;

@@ -2,8 +2,8 @@
 
 #include <utility>
 
+#include "common/console.hpp"
 #include "common/distributed.hpp"
-#include "results/saved.hpp"
 
 namespace rl {
 

@@ -120,9 +120,6 @@ void wall_law_halos() { fill_halos({&u, &v, &w}, kHalo); }
 // correction updates a process's own pressure only).
 void pressure_halo() { fill_halo(p, 1); }
 
-// Over several processes the first one (rank 0) reads and writes the case;
-// the others read it, once the first has prepared it.
-bool first_process() { return dist_rank() == 0; }
 bool several() { return dist_size() > 1; }
 
 // Why the case would not open, on standard error: the path as given and
@@ -462,7 +459,7 @@ bool output_due(double time, double timeold, double interval) {
 }
 
 void print_status(int npoisson) {
-  if (dist_rank() != 0) return;  // the console is the first process's
+  if (!first_process()) return;  // the console is the first process's
   say("Step Number        = " + std::to_string(nstep));
   say("Time Step          = " + free_real(dt));
   say("Time               = " + free_real(simtime));
@@ -488,7 +485,7 @@ int RIVERLES(int argc, char** argv) {
     const StopSignals signals;
     // One run at a time on a case; what a killed run left is cleared.
     std::string refusal;
-    if (dist_rank() == 0 && orva::CLAIM_CASE(m.casepath, refusal) != 0) {
+    if (first_process() && orva::CLAIM_CASE(m.casepath, refusal) != 0) {
       std::fprintf(stderr, "riverles: %s\n", refusal.c_str());
       throw RunStopped{1};
     }

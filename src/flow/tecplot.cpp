@@ -172,7 +172,7 @@ void WRITETECPLOT(const std::string& outpath, const std::string& outfile, int n)
   // Over several processes each computes the nodes of its block (node i
   // lies between cells i and i + 1, reading one column of the neighbour's),
   // and the first process writes the file a plane k at a time.
-  const bool first = dist_rank() == 0;
+  const bool first = first_process();
   std::FILE* f = nullptr;
   std::optional<BlockOut> out;
   if (first) {

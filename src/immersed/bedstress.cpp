@@ -1,8 +1,8 @@
 #include "immersed/bedstress.hpp"
 
+#include "common/console.hpp"
 #include "common/distributed.hpp"
 #include "driver/fields.hpp"
-#include "results/saved.hpp"
 
 namespace rl {
 

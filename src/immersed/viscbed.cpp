@@ -158,7 +158,7 @@ void save_wall_friction(const std::string& outpath, const std::string& outfile) 
   for (int j = mine.j0; j <= mine.j1; ++j)
     for (int i = mine.i0; i <= mine.i1; ++i) vals.push_back(column_friction_velocity(i, j));
   gather_to_first(mine, vals, 1, Box{1, imax, 1, jmax, 0, 0}, whole);
-  if (dist_rank() != 0) return;
+  if (!first_process()) return;
   const std::string name = wall_name(saved_file_name(outpath, outfile)), part = name + ".part";
   std::FILE* f = std::fopen(part.c_str(), "wb");
   const int dims[2] = {imax, jmax};
@@ -173,7 +173,7 @@ void resume_wall_friction(const std::string& startfile) {
   const std::string name = wall_name(strip_blanks(startfile));
   std::vector<double> cols(static_cast<std::size_t>(imax) * static_cast<std::size_t>(jmax));
   int ok = 0;
-  if (dist_rank() == 0) {
+  if (first_process()) {
     std::FILE* f = std::fopen(name.c_str(), "rb");
     char magic[8];
     int dims[2];

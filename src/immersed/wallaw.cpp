@@ -538,7 +538,7 @@ long report_march_fallbacks() {
     std::vector<int> mine, all;
     for (const auto& [kind, i, j, k] : fallen_back) mine.insert(mine.end(), {kind, i, j, k});
     gather_ints(mine, all);
-    if (dist_rank() != 0) return 0;
+    if (!first_process()) return 0;
     std::set<std::tuple<char, int, int, int>> every;
     for (std::size_t m = 0; m + 3 < all.size(); m += 4)
       every.insert({static_cast<char>(all[m]), all[m + 1], all[m + 2], all[m + 3]});

@@ -54,7 +54,6 @@ namespace {
 // Over several processes every one calls the writers; the first writes
 // the case, each array a slab of planes k at a time from the processes'
 // nodes, so that no process holds a whole 3-D array.
-bool first() { return dist_rank() == 0; }
 
 void write_six_arrays() {
   int ier = 0;
@@ -76,7 +75,7 @@ void write_six_arrays() {
       const Box b{s.a->lo(0), s.a->hi(0), s.a->lo(1), s.a->hi(1), k0, k1};
       pack_box({s.a}, b, mine);
       gather_to_first(b, mine, 1, Box{0, imax, 0, jmax, k0, k1}, slab);
-      if (!first()) continue;
+      if (!first_process()) continue;
       orva::CG_ORVA_WRITE_SOL_REAL_PLANES_F(s.name, k0, k1, slab.data(), ier);
       if (ier != 0) stop_write_error();
     }
@@ -87,17 +86,17 @@ void write_six_arrays() {
 
 void WRITEFIRSTRESULT(const std::string& casepath, int fileid) {
   int ier = 0;
-  if (first()) {
+  if (first_process()) {
     orva::CG_ORVA_WRITE_SOL_TIME_F(simtime, ier);
     if (ier != 0) stop_write_error();
   }
   write_six_arrays();
-  if (first()) orva::CG_ORVA_FLUSH_F(casepath, fileid, ier);
+  if (first_process()) orva::CG_ORVA_FLUSH_F(casepath, fileid, ier);
 }
 
 void WRITERESULTS(const std::string& casepath) {
   int ier = 0;
-  if (first()) {
+  if (first_process()) {
     orva::ORVA_WRITE_SOL_START_F(casepath, ier);
     if (ier != 0) stop_write_error();
     say("Writing Orva output ...");
@@ -105,7 +104,7 @@ void WRITERESULTS(const std::string& casepath) {
     if (ier != 0) stop_write_error();
   }
   write_six_arrays();
-  if (!first()) return;
+  if (!first_process()) return;
   orva::ORVA_WRITE_SOL_END_F(casepath, ier);
   if (ier != 0) stop_write_error();
 }

@@ -87,14 +87,13 @@ Monitors mon;
 
 // Over several processes every one takes the same decisions (the scan is
 // combined over all), and the first one reports them and writes the files.
-bool first() { return dist_rank() == 0; }
 
 // A stop of our own: the reason on standard error, the operator's wait,
 // exit status 1.
 [[noreturn]] void stop_with(const std::string& why) {
   // A stop that one process alone sees (a probe file missing on its node)
   // reaches the console too, marked with the process.
-  if (first())
+  if (first_process())
     std::fprintf(stderr, "riverles: %s\n", why.c_str());
   else
     std::fprintf(stderr, "riverles (process %d): %s\n", dist_rank(), why.c_str());
@@ -322,17 +321,17 @@ void health(const Scan& s) {
       stop_with(what + "; the run stops (StopNonFiniteItm 1). Look at the monitor log: a growing CFL number or "
                        "velocity before this step points at too large a time step or too coarse a grid.");
     }
-    if (first()) std::fprintf(stderr, "riverles: warning: %s\n", what.c_str());
+    if (first_process()) std::fprintf(stderr, "riverles: warning: %s\n", what.c_str());
   }
   if (s.cfl > 1.0 && !mon.warned_cfl) {
     mon.warned_cfl = true;
-    if (first())
+    if (first_process())
       std::fprintf(stderr, "riverles: warning: CFL number %.3g above 1 at step %d, largest at %s\n", s.cfl, nstep,
                    where(s.cfl_at).c_str());
   }
   if (mon.bulk > 0.0 && s.vel > mon.velocity_limit * mon.bulk && !mon.warned_velocity) {
     mon.warned_velocity = true;
-    if (first())
+    if (first_process())
       std::fprintf(stderr,
                    "riverles: warning: |%c| = %.4g is more than %g times the bulk velocity %.4g at step %d, at %s\n",
                    s.velc, s.vel, mon.velocity_limit, mon.bulk, nstep, where(s.vel_at).c_str());
@@ -410,11 +409,11 @@ void MONITORSTART(const std::string& outpath, const std::string& outfile, bool c
   mon.log = optional_integer("MonitorItm", 0) == 1;
   mon.velocity_limit = optional_real("VelocityLimitItm", 10.0);
   mon.stop_nonfinite = optional_integer("StopNonFiniteItm", 0) == 1;
-  mon.progress = optional_integer("ProgressItm", 0) == 1 && ::isatty(STDERR_FILENO) && first();
+  mon.progress = optional_integer("ProgressItm", 0) == 1 && ::isatty(STDERR_FILENO) && first_process();
   const std::string probefile = optional_string("ProbeFileItm", "");
   const std::string dir = strip_blanks(outpath), stem = strip_blanks(outfile);
   const std::string base = (dir.empty() ? std::string(".") : dir) + "/" + stem;
-  if ((mon.log || !probefile.empty()) && first()) make_output_folder(outpath);
+  if ((mon.log || !probefile.empty()) && first_process()) make_output_folder(outpath);
   mon.stop_failed = optional_integer("StopFailedItm", 0) == 1;
   if (mon.log || mon.stop_failed) {
     const double area = INFLOW(nullptr);
@@ -436,7 +435,7 @@ void MONITORSTART(const std::string& outpath, const std::string& outfile, bool c
     }
   }
   if (mon.log) {
-    if (first())
+    if (first_process())
       mon.logfile = open_csv(base + "_monitor.csv", continuing,
                              "step,time,dt,discharge,discharge_target,force_x,slope,max_u,max_v,max_w,max_cfl,"
                              "max_divergence,poisson_cycles,wall_seconds");
@@ -448,7 +447,7 @@ void MONITORSTART(const std::string& outpath, const std::string& outfile, bool c
       const std::string t = std::to_string(n);
       header += ",u" + t + ",v" + t + ",w" + t + ",p" + t;
     }
-    if (first()) mon.probefile = open_csv(base + "_probes.csv", continuing, header.c_str());
+    if (first_process()) mon.probefile = open_csv(base + "_probes.csv", continuing, header.c_str());
   }
   mon.last_wall = mon.start_wall = omp_get_wtime();
   mon.start_time = simtime;

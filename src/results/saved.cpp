@@ -21,14 +21,6 @@
 
 namespace rl {
 
-void ERRORSTOP(int code) {
-  if (code == 1) say("ERROR : Failed to read the parameters ...");
-  if (code == 2) say("ERROR : Failed to allocate the arrays ...");
-  if (code == 3) say("ERROR : Failed to read the saved results ...");
-  wait_operator();
-  throw RunStopped{1};
-}
-
 namespace {
 
 
@@ -244,7 +236,7 @@ Box owned_phi_plane(int l, int k) {
     const LevelCut& c = level_cut(l);
     b = {c.west ? 0 : c.blk.ilo, c.east ? g.nx + 1 : c.blk.ihi, c.south ? 0 : c.blk.jlo,
          c.north ? g.ny + 1 : c.blk.jhi, k, k};
-  } else if (dist_rank() != 0) {
+  } else if (!first_process()) {
     b = Box();
   }
   return b;
@@ -260,7 +252,7 @@ Box held_plane(const A& a, int k) {
 }  // namespace
 
 void WRITESAVED(int nstep, double time, const std::string& outpath, const std::string& outfile) {
-  const bool first = dist_rank() == 0;
+  const bool first = first_process();
   std::optional<TextOut> out;
   if (first) out.emplace(saved_file_name(outpath, outfile));
   const int I = imax, J = jmax, K = kmax;
@@ -337,7 +329,7 @@ void WRITESAVED(int nstep, double time, const std::string& outpath, const std::s
 void READSAVED(const std::string& startfile) {
   // The name is taken as it stands; only the blank padding of a 200-character
   // name is not part of it.
-  const bool first = dist_rank() == 0;
+  const bool first = first_process();
   std::optional<TokenIn> in;
   if (first) in.emplace(startfile.substr(0, startfile.find_last_not_of(' ') + 1));
   const int I = imax, J = jmax, K = kmax;

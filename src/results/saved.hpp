@@ -18,10 +18,6 @@
 
 namespace rl {
 
-// Prints the message of a code (1 parameters, 2 allocation, 3 saved results;
-// any other code prints nothing), waits for the operator and stops the run.
-[[noreturn]] void ERRORSTOP(int code);
-
 // Writes the state to <outpath>/<outfile>.dat (both stripped of blanks).
 // reads: pmg.phi, uo, vo, wo, rhsuo, rhsvo, rhswo, nut, bed, the slot list; writes: the file
 void WRITESAVED(int nstep, double time, const std::string& outpath, const std::string& outfile);

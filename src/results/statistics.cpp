@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <vector>
 
+#include "common/console.hpp"
 #include "common/distributed.hpp"
 #include "common/files.hpp"
 #include "driver/conditions.hpp"
@@ -207,7 +208,7 @@ constexpr char kNoMomentumMagic[8] = {'R', 'L', 'S', 'T', 'A', 'T', 'S', '2'};
 // when there are none or they do not fit this grid.  The first process
 // reads the file, a plane at a time, and hands every process its part.
 bool load(const std::string& name, const std::string& startfile) {
-  const bool first = dist_rank() == 0;
+  const bool first = first_process();
   std::FILE* f = first ? std::fopen(name.c_str(), "rb") : nullptr;
   int there = f != nullptr;
   dist_bcast(&there, 1);
@@ -411,7 +412,7 @@ double statistics_bed_mean(const std::string& name) {
   for (const auto& [n, a] : bed_outputs())
     if (name == n) {
       gather_columns(*a, whole);
-      double m = dist_rank() == 0 ? plan_mean(whole) : 0.0;
+      double m = first_process() ? plan_mean(whole) : 0.0;
       if (ownership().on) m = dist_sum(m);
       return m;
     }
@@ -442,7 +443,7 @@ void write_statistics(const std::string& outpath, const std::string& outfile, st
   if (!S.on || S.count == 0) return;
   // The first process writes the file; every process gives its nodes of
   // each output a plane k at a time.
-  const bool first = dist_rank() == 0;
+  const bool first = first_process();
   char number[32];
   std::snprintf(number, sizeof number, "_stats_%06d", n);
   const std::string name = strip_blanks(outpath) + "/" + strip_blanks(outfile) + number + ".cgns";
@@ -561,7 +562,7 @@ void SAVESTATS(const std::string& outpath, const std::string& outfile) {
   if (!S.on) return;
   // The same file whatever the number of processes: the first writes it,
   // every array a plane k at a time from the processes' parts.
-  const bool first = dist_rank() == 0;
+  const bool first = first_process();
   const std::string name = restart_name_of(strip_blanks(outpath) + "/" + strip_blanks(outfile) + ".dat");
   const std::string part = name + ".part";
   std::FILE* f = first ? std::fopen(part.c_str(), "wb") : nullptr;
