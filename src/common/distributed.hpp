@@ -277,6 +277,54 @@ inline const double* whole_planes(const Array3<double>& a, int ni, int nj) {
   const bool whole = a.lo(0) == 0 && a.hi(0) == ni && a.lo(1) == 0 && a.hi(1) == nj && a.lo(2) == 0;
   return dist_size() == 1 && whole ? a.data() : nullptr;
 }
+// The plane stream of the files a run writes and reads: over several
+// processes each plane (or slab of planes) of a file passes through the
+// first process, which alone opens the file, so that no process holds a
+// whole 3-D field.  Every process calls these together.
+//
+// write_planes: for each slab k..ke of `per` planes in k0..k1, each process
+// packs its values over its part of the slab (pack(box, vals), box = own
+// with the slab's planes), nf quantities a position; the first process
+// receives them over the whole slab (whole with the slab's planes) and
+// hands them to put(k, ke, values).
+template <class Pack, class Put>
+void write_planes(const Box& own, const Box& whole, int k0, int k1, int per, int nf, Pack pack, Put put) {
+  std::vector<double> mine, all;
+  for (int k = k0; k <= k1; k += per) {
+    const int ke = k1 - k + 1 < per ? k1 : k + per - 1;
+    Box b = own, w = whole;
+    b.k0 = w.k0 = k;
+    b.k1 = w.k1 = ke;
+    pack(b, mine);
+    gather_to_first(b, mine, nf, w, all);
+    if (first_process()) put(k, ke, all);
+  }
+}
+// read_planes: for each plane k of k0..k1, the first process fills the
+// whole plane (get(k, values), nf quantities a position over whole; false
+// when the file fails, which every process then learns), and every process
+// receives its part of the plane within `held` (halos included) and hands
+// it to take(part, values).  False once a plane failed.
+void dist_bcast(int* x, int n);
+template <class Get, class Take>
+bool read_planes(const Box& held, const Box& whole, int k0, int k1, int nf, Get get, Take take) {
+  std::vector<double> plane, mine;
+  for (int k = k0; k <= k1; ++k) {
+    Box h = held, w = whole;
+    h.k0 = w.k0 = h.k1 = w.k1 = k;
+    int ok = 1;
+    if (first_process()) {
+      plane.resize(static_cast<std::size_t>(w.count()) * static_cast<std::size_t>(nf));
+      ok = get(k, plane) ? 1 : 0;
+    }
+    dist_bcast(&ok, 1);
+    if (!ok) return false;
+    const Box part = scatter_from_first(h, nf, w, plane, mine);
+    take(part, mine);
+  }
+  return true;
+}
+
 // The fields' values over a box, packed as above, and back.
 void pack_box(std::initializer_list<const Array3<double>*> f, const Box& b, std::vector<double>& vals);
 void unpack_box(std::initializer_list<Array3<double>*> f, const Box& b, const std::vector<double>& vals);

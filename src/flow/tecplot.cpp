@@ -189,12 +189,9 @@ void WRITETECPLOT(const std::string& outpath, const std::string& outfile, int n)
 
   const int I = imax, J = jmax, K = kmax;
   const std::size_t nodes = static_cast<std::size_t>(I + 1) * static_cast<std::size_t>(J + 1);
-  std::vector<double> mine, plane;
-  for (int k = 0; k <= K; ++k) {
-    const Box b{own_lo_i(0), own_hi_i(I), own_lo_j(0), own_hi_j(J), k, k};
-    tecplot_plane(k, b.i0, b.i1, b.j0, b.j1, mine);
-    gather_to_first(b, mine, 5, Box{0, I, 0, J, k, k}, plane);
-    if (!first) continue;
+  auto pack = [](const Box& b, std::vector<double>& mine) { tecplot_plane(b.k0, b.i0, b.i1, b.j0, b.j1, mine); };
+  write_planes(Box{own_lo_i(0), own_hi_i(I), own_lo_j(0), own_hi_j(J)}, Box{0, I, 0, J}, 0, K, 1, 5, pack,
+               [&](int k, int, const std::vector<double>& plane) {
     const double z = static_cast<double>(k) * dz + zmin;
     std::size_t m = 0;
     for (int j = 0; j <= J; ++j) {
@@ -210,7 +207,7 @@ void WRITETECPLOT(const std::string& outpath, const std::string& outfile, int n)
         out->advance(c);
       }
     }
-  }
+  });
   if (!first) return;
   out.reset();
   std::fclose(f);

@@ -62,7 +62,6 @@ void write_six_arrays() {
     const Array3<double>* a;
   } sol[] = {{"VelocityX", &uout}, {"VelocityY", &vout},     {"VelocityZ", &wout},
              {"Pressure", &pout},  {"Vorticity", &vortout}, {"Coherent", &qout}};
-  std::vector<double> mine, slab;
   const int n = slab_planes(static_cast<long long>(imax + 1) * (jmax + 1));
   for (const auto& s : sol) {
     if (const double* all = whole_planes(*s.a, imax, jmax)) {
@@ -70,15 +69,13 @@ void write_six_arrays() {
       if (ier != 0) stop_write_error();
       continue;
     }
-    for (int k0 = 0; k0 <= kmax; k0 += n) {
-      const int k1 = std::min(kmax, k0 + n - 1);
-      const Box b{s.a->lo(0), s.a->hi(0), s.a->lo(1), s.a->hi(1), k0, k1};
-      pack_box({s.a}, b, mine);
-      gather_to_first(b, mine, 1, Box{0, imax, 0, jmax, k0, k1}, slab);
-      if (!first_process()) continue;
-      orva::CG_ORVA_WRITE_SOL_REAL_PLANES_F(s.name, k0, k1, slab.data(), ier);
-      if (ier != 0) stop_write_error();
-    }
+    write_planes(
+        Box{s.a->lo(0), s.a->hi(0), s.a->lo(1), s.a->hi(1)}, Box{0, imax, 0, jmax}, 0, kmax, n, 1,
+        [&](const Box& b, std::vector<double>& mine) { pack_box({s.a}, b, mine); },
+        [&](int k0, int k1, const std::vector<double>& slab) {
+          orva::CG_ORVA_WRITE_SOL_REAL_PLANES_F(s.name, k0, k1, slab.data(), ier);
+          if (ier != 0) stop_write_error();
+        });
   }
 }
 

@@ -256,7 +256,6 @@ void WRITESAVED(int nstep, double time, const std::string& outpath, const std::s
   std::optional<TextOut> out;
   if (first) out.emplace(saved_file_name(outpath, outfile));
   const int I = imax, J = jmax, K = kmax;
-  std::vector<double> mine, plane;
 
   // 1: step counter and time.
   if (first) {
@@ -269,31 +268,29 @@ void WRITESAVED(int nstep, double time, const std::string& outpath, const std::s
   // over 0..n+1).
   for (int l = lmin; l <= 0; ++l) {
     const MGLEVEL& g = pmg(l);
-    for (int k = 0; k <= g.nz + 1; ++k) {
-      const Box b = owned_phi_plane(l, k);
-      pack_box({&g.phi}, b, mine);
-      gather_to_first(b, mine, 1, Box{0, g.nx + 1, 0, g.ny + 1, k, k}, plane);
-      if (!first) continue;
-      for (double x : plane) {
-        out->real(x);
-        out->end_line();
-      }
-    }
+    write_planes(
+        owned_phi_plane(l, 0), Box{0, g.nx + 1, 0, g.ny + 1}, 0, g.nz + 1, 1, 1,
+        [&](const Box& b, std::vector<double>& mine) { pack_box({&g.phi}, b, mine); },
+        [&](int, int, const std::vector<double>& plane) {
+          for (double x : plane) {
+            out->real(x);
+            out->end_line();
+          }
+        });
   }
 
   // 3: the old velocities, old right-hand sides and eddy viscosity, the
   // seven values of a cell on a line.
   const std::size_t n = static_cast<std::size_t>(I + 2) * static_cast<std::size_t>(J + 2);
-  for (int k = 0; k <= K + 1; ++k) {
-    const Box b{own_lo_i(0), own_hi_i(I + 1), own_lo_j(0), own_hi_j(J + 1), k, k};
-    pack_box({&uo, &vo, &wo, &rhsuo, &rhsvo, &rhswo, &nut}, b, mine);
-    gather_to_first(b, mine, 7, Box{0, I + 1, 0, J + 1, k, k}, plane);
-    if (!first) continue;
-    for (std::size_t m = 0; m < n; ++m) {
-      for (std::size_t q = 0; q < 7; ++q) out->real(plane[q * n + m]);
-      out->end_line();
-    }
-  }
+  write_planes(
+      Box{own_lo_i(0), own_hi_i(I + 1), own_lo_j(0), own_hi_j(J + 1)}, Box{0, I + 1, 0, J + 1}, 0, K + 1, 1, 7,
+      [](const Box& b, std::vector<double>& mine) { pack_box({&uo, &vo, &wo, &rhsuo, &rhsvo, &rhswo, &nut}, b, mine); },
+      [&](int, int, const std::vector<double>& plane) {
+        for (std::size_t m = 0; m < n; ++m) {
+          for (std::size_t q = 0; q < 7; ++q) out->real(plane[q * n + m]);
+          out->end_line();
+        }
+      });
   if (!first) return;
 
   // 4: the bed, one value a line.
@@ -336,7 +333,6 @@ void READSAVED(const std::string& startfile) {
   auto real = [&](double& x) {
     if (!in->real(x)) ERRORSTOP(3);
   };
-  std::vector<double> plane, mine;
 
   // 1
   if (first) {
@@ -349,28 +345,27 @@ void READSAVED(const std::string& startfile) {
   // 2
   for (int l = lmin; l <= 0; ++l) {
     MGLEVEL& g = pmg(l);
-    for (int k = 0; k <= g.nz + 1; ++k) {
-      const Box whole{0, g.nx + 1, 0, g.ny + 1, k, k};
-      if (first) {
-        plane.resize(static_cast<std::size_t>(whole.count()));
-        for (double& x : plane) real(x);
-      }
-      const Box part = scatter_from_first(held_plane(g.phi, k), 1, whole, plane, mine);
-      unpack_box({&g.phi}, part, mine);
-    }
+    read_planes(
+        held_plane(g.phi, 0), Box{0, g.nx + 1, 0, g.ny + 1}, 0, g.nz + 1, 1,
+        [&](int, std::vector<double>& plane) {
+          for (double& x : plane) real(x);
+          return true;
+        },
+        [&](const Box& part, const std::vector<double>& mine) { unpack_box({&g.phi}, part, mine); });
   }
 
   // 3
   const std::size_t n = static_cast<std::size_t>(I + 2) * static_cast<std::size_t>(J + 2);
-  for (int k = 0; k <= K + 1; ++k) {
-    if (first) {
-      plane.resize(7 * n);
-      for (std::size_t m = 0; m < n; ++m)
-        for (std::size_t q = 0; q < 7; ++q) real(plane[q * n + m]);
-    }
-    const Box part = scatter_from_first(held_plane(nut, k), 7, Box{0, I + 1, 0, J + 1, k, k}, plane, mine);
-    unpack_box({&uo, &vo, &wo, &rhsuo, &rhsvo, &rhswo, &nut}, part, mine);
-  }
+  read_planes(
+      held_plane(nut, 0), Box{0, I + 1, 0, J + 1}, 0, K + 1, 7,
+      [&](int, std::vector<double>& plane) {
+        for (std::size_t m = 0; m < n; ++m)
+          for (std::size_t q = 0; q < 7; ++q) real(plane[q * n + m]);
+        return true;
+      },
+      [](const Box& part, const std::vector<double>& mine) {
+        unpack_box({&uo, &vo, &wo, &rhsuo, &rhsvo, &rhswo, &nut}, part, mine);
+      });
 
   // The step's velocities start as the saved ones, over the whole arrays:
   // layer -1, which the file doesn't hold, is whatever uo, vo, wo hold there.

@@ -242,16 +242,11 @@ bool load(const std::string& name, const std::string& startfile) {
     return false;
   }
   dist_bcast(&ok, 1);
-  const Box whole{0, imax + 1, 0, jmax + 1, 0, 0};
-  std::vector<double> plane(static_cast<std::size_t>(whole.count())), mine;
   for (Array3<double>* a : arrays3())
-    for (int k = 0; k <= kmax + 1 && ok; ++k) {
-      if (first) ok = std::fread(plane.data(), sizeof(double), plane.size(), f) == plane.size();
-      const Box part = scatter_from_first(Box{a->lo(0), a->hi(0), a->lo(1), a->hi(1), k, k}, 1,
-                                        Box{0, imax + 1, 0, jmax + 1, k, k}, plane, mine);
-      unpack_box({a}, part, mine);
-      dist_bcast(&ok, 1);
-    }
+    ok = ok && read_planes(
+                   Box{a->lo(0), a->hi(0), a->lo(1), a->hi(1)}, Box{0, imax + 1, 0, jmax + 1}, 0, kmax + 1, 1,
+                   [&](int, std::vector<double>& p) { return std::fread(p.data(), sizeof(double), p.size(), f) == p.size(); },
+                   [&](const Box& part, const std::vector<double>& mine) { unpack_box({a}, part, mine); });
   for (Array2<double>* a : arrays2()) {
     if (first && ok)
       ok = std::fread(a->data(), sizeof(double), static_cast<std::size_t>(a->size()), f) ==
@@ -485,14 +480,14 @@ void write_statistics(const std::string& outpath, const std::string& outfile, st
   // the neighbours' first positions.
   for (Array3<double>* a : arrays3()) fill_halo(*a, 1);
   for (const Output& o : outputs())
-    for (int k = 0; k <= kmax; ++k) {
-      const Box b = owned_nodes(k);
-      nodes_of(o, b, mine);
-      gather_to_first(b, mine, 1, Box{0, imax, 0, jmax, k, k}, buf);
-      const cgsize_t lo[3] = {1, 1, k + 1}, hi[3] = {ni, nj, k + 1};
-      ok = ok && cg_field_partial_write(fn, B, Z, sol, CGNS_ENUMV(RealDouble), o.name, lo, hi, buf.data(), &fld) ==
-                     CG_OK;
-    }
+    write_planes(
+        owned_nodes(0), Box{0, imax, 0, jmax}, 0, kmax, 1, 1,
+        [&](const Box& b, std::vector<double>& mine) { nodes_of(o, b, mine); },
+        [&](int k, int, const std::vector<double>& buf) {
+          const cgsize_t lo[3] = {1, 1, k + 1}, hi[3] = {ni, nj, k + 1};
+          ok = ok && cg_field_partial_write(fn, B, Z, sol, CGNS_ENUMV(RealDouble), o.name, lo, hi, buf.data(),
+                                            &fld) == CG_OK;
+        });
   if (ok) {
     char text[240];
     std::snprintf(text, sizeof text,
@@ -573,14 +568,14 @@ void SAVESTATS(const std::string& outpath, const std::string& outfile) {
          std::fwrite(&S.count, sizeof S.count, 1, f) == 1 && std::fwrite(&S.first, sizeof S.first, 1, f) == 1 &&
          std::fwrite(&S.weight, sizeof S.weight, 1, f) == 1 && std::fwrite(&S.force, sizeof S.force, 1, f) == 1;
   }
-  std::vector<double> mine, plane;
+  std::vector<double> plane;
   for (Array3<double>* a : arrays3())
-    for (int k = 0; k <= kmax + 1; ++k) {
-      const Box b = owned_plane(k);
-      pack_box({a}, b, mine);
-      gather_to_first(b, mine, 1, Box{0, imax + 1, 0, jmax + 1, k, k}, plane);
-      ok = ok && std::fwrite(plane.data(), sizeof(double), plane.size(), f) == plane.size();
-    }
+    write_planes(
+        owned_plane(0), Box{0, imax + 1, 0, jmax + 1}, 0, kmax + 1, 1, 1,
+        [&](const Box& b, std::vector<double>& mine) { pack_box({a}, b, mine); },
+        [&](int, int, const std::vector<double>& p) {
+          ok = ok && std::fwrite(p.data(), sizeof(double), p.size(), f) == p.size();
+        });
   for (Array2<double>* a : arrays2()) {
     gather_columns(*a, plane);
     ok = ok && std::fwrite(plane.data(), sizeof(double), plane.size(), f) == plane.size();
