@@ -29,13 +29,17 @@ LineExtent own_extent(int lo_i, int hi_i, int lo_j, int hi_j, int lo_k, int hi_k
   return LineExtent{own_lo_i(lo_i), own_hi_i(hi_i), own_lo_j(lo_j), own_hi_j(hi_j), lo_k, hi_k};
 }
 
-void halo_team(std::initializer_list<Array3<double>*> fields, int w, const Reach& reach, int level) {
+template <typename T>
+void halo_team(std::initializer_list<Array3<T>*> fields, int w, const Reach& reach, int level) {
   if (!ownership().on) return;
 #pragma omp barrier
 #pragma omp master
   fill_halos(fields, w, reach, level);
 #pragma omp barrier
 }
+
+template void halo_team(std::initializer_list<Array3<double>*>, int, const Reach&, int);
+template void halo_team(std::initializer_list<Array3<int>*>, int, const Reach&, int);
 
 void wrap_team(std::initializer_list<Array3<double>*> fields, const GhostFaces& g, int axis, bool low, bool high,
                const Reach& reach) {

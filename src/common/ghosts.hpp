@@ -105,7 +105,8 @@ inline void ghost_barrier() {
 // Inside a parallel region: the halo of fields, w columns deep within
 // reach, filled by the main thread once every thread is done, all waiting
 // for it.  Nothing when the run is on one process.
-void halo_team(std::initializer_list<Array3<double>*> fields, int w, const Reach& reach = Reach(), int level = 0);
+template <typename T>
+void halo_team(std::initializer_list<Array3<T>*> fields, int w, const Reach& reach = Reach(), int level = 0);
 
 // Inside a parallel region: the periodic faces of axis across a cut (low,
 // high or both) copied from the block at the other end of the box.

@@ -89,7 +89,6 @@ void SMAGORINSKY() {
 
   // In a run over several processes: this process's cells, and the ghost
   // layers of the faces its block touches.
-  const Ownership& o = ownership();
   const bool far = far_on();
   if (far) far_start();
   const int ci0 = own_lo_i(1), ci1 = own_hi_i(imax), cj0 = own_lo_j(1), cj1 = own_hi_j(jmax);
@@ -110,11 +109,7 @@ void SMAGORINSKY() {
       for (int j = cj0; j <= cj1; ++j) strain_row(views, j, k, ci0, ci1, dx, dy, dz, c);
 
     // The wall law of stage 2 reads nut of the neighbours' cells.
-    if (o.on) {
-#pragma omp master
-      fill_halo(nut, kHalo);
-#pragma omp barrier
-    }
+    halo_team({&nut}, kHalo);
 
     // Stage 2: forcing cells at the bed take their value from the flow
     // farther out.

@@ -350,12 +350,7 @@ void CLASSIFY() {
     halop();
 
     // The neighbours' detected positions.
-    if (ownership().on) {
-#pragma omp barrier
-#pragma omp master
-      fill_halos({&flagu, &flagv, &flagw, &flagc}, kHalo);
-#pragma omp barrier
-    }
+    halo_team({&flagu, &flagv, &flagw, &flagc}, kHalo);
   }
 }
 
