@@ -212,7 +212,9 @@ TEST(Monitors, ARestartFromAnOlderStateCutsTheLogs) {
     ASSERT_EQ(rows.size(), static_cast<std::size_t>(5 + steps + 1)) << log;
     for (std::size_t n = 1; n < rows.size(); ++n) {
       EXPECT_EQ(rows[n][0], std::to_string(n)) << log;
-      if (n > 1) EXPECT_GT(std::stod(rows[n][1]), std::stod(rows[n - 1][1])) << log;
+      if (n > 1) {
+        EXPECT_GT(std::stod(rows[n][1]), std::stod(rows[n - 1][1])) << log;
+      }
     }
   }
 }

@@ -139,6 +139,11 @@ class Array {
   std::int64_t sj() const { return sj_; }
   std::int64_t sk() const { return sk_; }
   const char* name() const { return name_; }
+  // Where a field's values sit on the staggered grid: -1 at cell centres
+  // (or not a field of the grid), 0, 1 or 2 on the high x, y or z face of
+  // each cell.  The ghost layer takes a face field's own direction from it.
+  int face_axis() const { return face_axis_; }
+  void set_face_axis(int axis) { face_axis_ = axis; }
 
   void fill(T value) {
     for (std::int64_t n = 0; n < n_; ++n) data_[n] = value;
@@ -148,6 +153,7 @@ class Array {
   void swap(Array& o) noexcept {
     std::swap(data_, o.data_);
     std::swap(name_, o.name_);
+    std::swap(face_axis_, o.face_axis_);
     std::swap(n_, o.n_);
     std::swap(sj_, o.sj_);
     std::swap(sk_, o.sk_);
@@ -169,6 +175,7 @@ class Array {
 
   T* data_ = nullptr;
   const char* name_ = "(unallocated)";
+  int face_axis_ = -1;
   std::int64_t n_ = 0;
   std::int64_t sj_ = 0, sk_ = 0, off_ = 0;
   int lo_[R] = {};

@@ -80,6 +80,8 @@ template <typename T>
 void held(Array3<T>& arr, const char* name, int ilo, int jlo, int klo) {
   need(arr, name, held_lo_i(ilo, kHalo), held_hi_i(imax + 1, kHalo), held_lo_j(jlo, kHalo),
        held_hi_j(jmax + 1, kHalo), klo, kmax + 1);
+  // A field with a layer -1 in one direction sits on that direction's faces.
+  arr.set_face_axis(ilo == -1 ? 0 : jlo == -1 ? 1 : klo == -1 ? 2 : -1);
 }
 
 }  // namespace

@@ -123,7 +123,9 @@ void one_face(Array3<double>& f, int own, int face, const Faces<int>& ibc, doubl
 // beyond it linearly, and a periodic low face fills layer -1 from n-1.
 // Must be called inside a parallel region; the last loop ends without a
 // barrier.
-void component_faces(Array3<double>& f, int own, const Faces<int>& ibc, const Faces<double>& bc, const int (&order)[6]) {
+// The component's own (normal) direction is the axis of the faces it sits on.
+void component_faces(Array3<double>& f, const Faces<int>& ibc, const Faces<double>& bc, const int (&order)[6]) {
+  const int own = f.face_axis();
   const int lo = ibc(2 * own + 1), hi = ibc(2 * own + 2);
   const int n = own == 0 ? imax : (own == 1 ? jmax : kmax);
   const std::int64_t s = axis_stride(f, own);
@@ -145,11 +147,10 @@ const int kOrderU[6] = {LowX, HighX, LowY, HighY, LowZ, HighZ};
 const int kOrderV[6] = {LowY, HighY, LowZ, HighZ, LowX, HighX};
 const int kOrderW[6] = {LowZ, HighZ, LowX, HighX, LowY, HighY};
 
-void boundary_field(Array3<double>& f, int own, const Faces<int>& ibc, const Faces<double>& bc,
-                   const int (&order)[6]) {
+void boundary_field(Array3<double>& f, const Faces<int>& ibc, const Faces<double>& bc, const int (&order)[6]) {
 #pragma omp parallel default(shared) if (worth_sharing(cells_of(imax, jmax, kmax)))
   {
-    component_faces(f, own, ibc, bc, order);
+    component_faces(f, ibc, bc, order);
     // The halos from the neighbouring blocks, once the ghost layers are done.
     halo_team({&f}, 1);
   }
@@ -158,13 +159,13 @@ void boundary_field(Array3<double>& f, int own, const Faces<int>& ibc, const Fac
 }  // namespace
 
 // Outer layers of u: faces low x, high x, low y, high y, low z, high z.
-void BOUNDARYU() { boundary_field(u, 0, ibcu, bcu, kOrderU); }
+void BOUNDARYU() { boundary_field(u, ibcu, bcu, kOrderU); }
 
 // Outer layers of v: faces low y, high y, low z, high z, low x, high x.
-void BOUNDARYV() { boundary_field(v, 1, ibcv, bcv, kOrderV); }
+void BOUNDARYV() { boundary_field(v, ibcv, bcv, kOrderV); }
 
 // Outer layers of w: faces low z, high z, low x, high x, low y, high y.
-void BOUNDARYW() { boundary_field(w, 2, ibcw, bcw, kOrderW); }
+void BOUNDARYW() { boundary_field(w, ibcw, bcw, kOrderW); }
 
 // BOUNDARYU, BOUNDARYV and BOUNDARYW in one parallel region: each reads and
 // writes only its own component, so a thread goes on to the next component
@@ -172,9 +173,9 @@ void BOUNDARYW() { boundary_field(w, 2, ibcw, bcw, kOrderW); }
 void BOUNDARYUVW() {
 #pragma omp parallel default(shared) if (worth_sharing(cells_of(imax, jmax, kmax)))
   {
-    component_faces(u, 0, ibcu, bcu, kOrderU);
-    component_faces(v, 1, ibcv, bcv, kOrderV);
-    component_faces(w, 2, ibcw, bcw, kOrderW);
+    component_faces(u, ibcu, bcu, kOrderU);
+    component_faces(v, ibcv, bcv, kOrderV);
+    component_faces(w, ibcw, bcw, kOrderW);
     halo_team({&u, &v, &w}, 1);
   }
 }
