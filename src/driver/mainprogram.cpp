@@ -116,8 +116,8 @@ void boundaries() { BOUNDARYUVW(); }
 void predicted_halos() { fill_halos({&u, &v, &w}, 1); }
 // the velocities as far as the wall laws sample them, for IMMERSING;
 void wall_law_halos() { fill_halos({&u, &v, &w}, kHalo); }
-// the pressure one column deep, for the node values of a result (the
-// correction updates a process's own pressure only).
+// the pressure one column deep, for the node values of a result and the
+// probes (the correction updates a process's own pressure only).
 void pressure_halo() { fill_halo(p, 1); }
 
 bool several() { return dist_size() > 1; }
@@ -361,6 +361,7 @@ bool time_step(MainState& m) {
   m.npoisson = ADVANCE();
 
   print_status(m.npoisson);
+  if (probes_sampled()) pressure_halo();
   MONITOR(m.npoisson);
   STATISTICS();
 

@@ -1,6 +1,7 @@
 #include "pressure/boundary.hpp"
 
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <initializer_list>
 
@@ -126,6 +127,12 @@ void one_face(Array3<double>& f, int own, int face, const Faces<int>& ibc, doubl
 // The component's own (normal) direction is the axis of the faces it sits on.
 void component_faces(Array3<double>& f, const Faces<int>& ibc, const Faces<double>& bc, const int (&order)[6]) {
   const int own = f.face_axis();
+  if (own < 0 || own > 2) {
+    // A field not made by the field store (whose faces it sits on is not
+    // known): a fault of the program, never of a case.
+    std::fprintf(stderr, "riverles: internal error: %s has no face axis for its boundaries\n", f.name());
+    std::abort();
+  }
   const int lo = ibc(2 * own + 1), hi = ibc(2 * own + 2);
   const int n = own == 0 ? imax : (own == 1 ? jmax : kmax);
   const std::int64_t s = axis_stride(f, own);

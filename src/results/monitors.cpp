@@ -480,7 +480,7 @@ void MONITOR(int npoisson) {
     // writes the values of every probe's owner.
     const std::size_t n = mon.probes.size();
     std::vector<double> mine(4 * n, 0.0), every;
-    fill_halo(p, 1);  // the correction updates a process's own pressure only
+    halo_read(&p, "p", 1, "MONITOR");  // the step brings it (probes_sampled)
     // The four samples of a probe: the field and where it is sampled.
     auto samples = [](const Probe& q) {
       return std::array<std::pair<const Array3<double>*, const ProbeSample*>, 4>{
@@ -506,6 +506,8 @@ void MONITOR(int npoisson) {
   }
   if (mon.progress) progress();
 }
+
+bool probes_sampled() { return !mon.probes.empty(); }
 
 void MONITOREND() {
   if (mon.logfile) std::fclose(mon.logfile);

@@ -30,6 +30,9 @@ void MONITORSTART(const std::string& outpath, const std::string& outfile, bool c
 // After every step: the log line, the probes, the health checks, the progress.
 // reads: u, v, w, p, dt, simtime, nstep, discharge, forcex, divmax
 void MONITOR(int npoisson);
+// Whether MONITOR samples probes (it then reads the pressure one column
+// into the neighbours' blocks: the step brings that halo first).
+bool probes_sampled();
 
 // Closes the files and ends the progress line.
 void MONITOREND();
