@@ -950,8 +950,8 @@ std::uint64_t fnv(std::uint64_t h, const void* data, std::size_t n) {
   return h;
 }
 
-// Folds a node's name, label, type, shape and data, then its children's in
-// their stored order, into `h`.  The copy of the result times is left out:
+// Folds a node's name, label, type, shape and data, then its children's by
+// name, into `h`.  The copy of the result times is left out:
 // it changes with every result and is not input.
 int digest_node(double id, std::uint64_t& h) {
   char name[CGIO_MAX_NAME_LENGTH + 1] = {}, label[CGIO_MAX_LABEL_LENGTH + 1] = {};
@@ -985,8 +985,17 @@ int digest_node(double id, std::uint64_t& h) {
   std::vector<double> kids(static_cast<std::size_t>(n));
   int got = 0;
   if (cgio_children_ids(st.cgio, id, 1, n, &got, kids.data()) != CGIO_ERR_NONE) return 1;
-  for (int c = 0; c < got; ++c)
-    if (digest_node(kids[static_cast<std::size_t>(c)], h)) return 1;
+  // By name: a compacted copy of the case may store its children in
+  // another order.
+  std::vector<std::pair<std::string, double>> named;
+  for (int c = 0; c < got; ++c) {
+    char kid[CGIO_MAX_NAME_LENGTH + 1] = {};
+    if (cgio_get_name(st.cgio, kids[static_cast<std::size_t>(c)], kid) != CGIO_ERR_NONE) return 1;
+    named.emplace_back(kid, kids[static_cast<std::size_t>(c)]);
+  }
+  std::sort(named.begin(), named.end());
+  for (const auto& k : named)
+    if (digest_node(k.second, h)) return 1;
   return 0;
 }
 
