@@ -483,7 +483,6 @@ TEST(Faults, CaseAndResultsChangedDuringARunAreSaid) {
      // result was lost without a word, and a case made anew lost its results
      // zone, which the run's next result could not declare.
     const std::string dir = rltest::temp_dir("case-rewritten");
-    s.write(dir + "/case.cgn");
     s.write(dir + "/edit.cgn");
     CaseSpec longer = s;
     longer.set("endtimeItm", 3.0);

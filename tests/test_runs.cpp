@@ -66,14 +66,11 @@ TEST(Runs, ConditionalKeyReads) {
     EXPECT_EQ(count_lines_starting(run.r.out, "Step Number"), 0) << key;
     // Standard error names the key.
     EXPECT_NE(run.r.err.find(std::string("the case has no key ") + key), std::string::npos) << run.r.err;
-  }
-  {
     // Absent output names stop the run before the first result even with
     // saved states and Tecplot off.
-    CaseSpec s;
-    s.omit = {"outfileItm"};
-    auto run = run_case(s, "keys-outfile");
-    EXPECT_EQ(stored_results(run.file), 0);
+    if (std::string(key) == "outfileItm") {
+      EXPECT_EQ(stored_results(run.file), 0);
+    }
   }
   {
     // Solver keys come after the first result: a failure leaves one result.

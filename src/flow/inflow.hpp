@@ -53,7 +53,6 @@ class SyntheticInflow {
   double friction_velocity() const { return ustar_; }
   double bulk_velocity() const { return ubulk_; }
   double eddy_size() const { return sigma_; }
-  int eddy_count() const { return static_cast<int>(ex_.size()); }
 
   // The generator's state (eddies and random numbers), so that a restart
   // goes on with the same planes, bit for bit.

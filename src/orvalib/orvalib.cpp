@@ -109,6 +109,9 @@ struct State {
   bool in_result = false;    // between result start and end (the lock file exists)
   FileMark edit_base;        // the case as it was when copied for the change under way
   FileMark own;              // the case as the run last left it (opened, or renamed into place)
+  // A change by another program said once per case (between results; while
+  // a result was stored, said by the background job).
+  bool told_changed = false, told_edited = false;
   std::string lockpath;
 };
 
@@ -415,9 +418,8 @@ int begin_edit() {
   if (!Durability::get().wait_case()) return 1;
   if (st.mode == CG_MODE_READ || ensure_open()) return 1;
   st.edit_base = mark_of(st.path);
-  static bool told = false;
-  if (st.own.there && st.edit_base.there && !(st.edit_base == st.own) && !told) {
-    told = true;
+  if (st.own.there && st.edit_base.there && !(st.edit_base == st.own) && !st.told_changed) {
+    st.told_changed = true;
     std::fprintf(stderr, "riverles: the case %s was changed by another program during the run; the run keeps "
                          "that version (its conditions take effect at the next run) and declares its results in "
                          "it (said once)\n", st.path.c_str());
@@ -483,11 +485,12 @@ int commit() {
           std::fprintf(stderr, "riverles: the case %s was moved or deleted during the run\n", path.c_str());
           return false;
         }
-        static bool told = false;
         if (now.there && !(now == base)) {
           const std::string kept = path + ".edited";
-          if (std::rename(path.c_str(), kept.c_str()) == 0 && !told) {
-            told = true;
+          // st.told_edited: the main thread waits for this job before it
+          // lets the case go.
+          if (std::rename(path.c_str(), kept.c_str()) == 0 && !st.told_edited) {
+            st.told_edited = true;
             std::fprintf(stderr, "riverles: the case %s was changed by another program while the run stored a "
                                  "result; that version is kept as %s and the run's version, which declares its "
                                  "results, replaces it (said once)\n", path.c_str(), kept.c_str());

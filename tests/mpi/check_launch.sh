@@ -98,14 +98,6 @@ for run in tight:1 tight:2 tight:4 dunes:1 dunes:2 steep:1 steep:2 steep:4 optA:
   echo "$desc on $np processes: the run of one process to 1e-6 ($(grep -c '^Step Number' "$work/$desc-$np/out.txt") steps, $(ls "$work/$desc-$np"/case.cgn.results/FlowSolution*.cgns | wc -l) results)"
 done
 
-# A case run again on two processes: its earlier results are cleared and
-# the case compacted by the first process while the others open it; the
-# input they compare is the same all the same.
-(cd "$work/tight-2" && OMP_NUM_THREADS=1 timeout 300 "$mpiexec" -n 2 --oversubscribe "$riverles" case.cgn \
-  < /dev/null > again.txt 2> again.err) || fail "tight run again on 2 processes: $(tail -3 "$work/tight-2/again.err")"
-cmp -s "$work/tight-2/out.txt" "$work/tight-2/again.txt" || fail "tight run again on 2 processes: another console"
-echo "a case with results run again on two processes: the same console"
-
 # Two output files of runs on different process counts: the same records,
 # each quantity within 1e-6 of its largest value.  Saved states and Tecplot
 # files by runs of lines of one width (each column a quantity); CSV files by
