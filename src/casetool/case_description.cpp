@@ -438,6 +438,9 @@ Description parse_description(const std::string& path) {
     } else if (w == "detrend") {
       need_count(t, 1, 1, "detrend", path, ln);
       d.detrendline = ln;
+    } else if (w == "open") {
+      need_count(t, 1, 1, "open", path, ln);
+      d.openline = ln;
     } else if (w == "seam") {
       need_count(t, 2, 2, "seam LENGTH", path, ln);
       d.seam = need_real(t[1], "LENGTH", path, ln);
@@ -543,7 +546,7 @@ void name_outputs_after(Description& d, const std::string& casefile) {
     if (c.key == "outfileItm") c.svalue = stem;
 }
 
-std::vector<std::string> shape_bed(const Description& d, const std::string& desc, const std::vector<double>& x,
+std::vector<std::string> shape_bed(Description& d, const std::string& desc, const std::vector<double>& x,
                                    std::vector<double>& z) {
   std::vector<std::string> out;
   if (z.empty() || d.ni < 2) return out;
@@ -575,6 +578,29 @@ std::vector<std::string> shape_bed(const Description& d, const std::string& desc
     << 0.0 - slope * d.lx << " over the reach's " << d.lx << "); its step at the periodic seam (the last node column "
     << "against the first) is " << step << " at y=" << std::setprecision(12) << d.y0 + jat * d.ly / (d.nj - 1);
   out.push_back(m.str());
+  if (d.openline > 0) {
+    for (std::size_t m2 = 0; m2 < z.size(); ++m2) z[m2] -= slope * (x[m2] - xm);
+    // The slope along the reach, positive where the bed falls downstream.
+    const double fall = slope == 0.0 ? 0.0 : -slope;
+    for (const char* key : {"OpenReachItm", "SlopeItm"}) {
+      orva::Condition c;
+      c.key = key;
+      c.kind = key[0] == 'O' ? Kind::Integer : Kind::Real;
+      c.ivalue = 1;
+      c.rvalue = fall;
+      d.conditions.push_back(c);
+    }
+    std::ostringstream r;
+    r << std::setprecision(4) << desc << ":" << d.openline << ": open: an inflow at x=" << d.x0
+      << " carrying dischargeItm and an outflow at x=" << d.x0 + d.lx << "; removed the mean slope " << slope
+      << " (the lid now parallel to the mean bed); gravity along the tilted reach drives the flow (SlopeItm "
+      << fall << ")";
+    out.push_back(r.str());
+    if (d.seamline > 0 || d.detrendline > 0)
+      out.push_back(desc + ":" + std::to_string(d.seamline > 0 ? d.seamline : d.detrendline) +
+                    ": warning: an open reach has no seam: `seam` and `detrend` are not needed and left out");
+    return out;
+  }
   if (d.detrendline > 0) {
     for (std::size_t m2 = 0; m2 < z.size(); ++m2) z[m2] -= slope * (x[m2] - xm);
     std::ostringstream r;

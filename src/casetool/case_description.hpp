@@ -43,6 +43,7 @@ struct Description {
   int detrendline = 0;                 // line of `detrend` (0: none)
   double seam = 0.0;                   // length of the blend across the periodic seam (0: none)
   int seamline = 0;
+  int openline = 0;                    // line of `open` (0: a periodic box)
   std::vector<orva::Condition> conditions;  // all keys not omitted, in catalogue order
 };
 
@@ -63,8 +64,11 @@ void name_outputs_after(Description& d, const std::string& casefile);
 // (the last node column against the first); with `detrend` removes the
 // slope (the least-squares plane's x part, the mean level kept), with
 // `seam LENGTH` blends the two ends to their mean over LENGTH each.
+// `open` opens the reach (an inflow at the first node column, an outflow at
+// the last): the mean slope is removed as by `detrend`, and the case gets
+// OpenReachItm 1 and SlopeItm, the slope whose gravity then drives the flow.
 // Returns notes and warnings for standard error.
-std::vector<std::string> shape_bed(const Description& d, const std::string& descpath, const std::vector<double>& x,
+std::vector<std::string> shape_bed(Description& d, const std::string& descpath, const std::vector<double>& x,
                                    std::vector<double>& z);
 
 // Checks the bed against the box and the data for the mistakes users make

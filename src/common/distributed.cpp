@@ -210,6 +210,17 @@ double dist_sum(double x) {
   return s;
 }
 
+void dist_merge(std::vector<double>& x) {
+#ifdef RIVERLES_MPI
+  if (started && !x.empty()) {
+    Clock clock(dist_times().reduce, dist_times().reduces);
+    MPI_Allreduce(MPI_IN_PLACE, x.data(), static_cast<int>(x.size()), MPI_DOUBLE, MPI_SUM, MPI_COMM_WORLD);
+  }
+#else
+  (void)x;
+#endif
+}
+
 bool plan_split(int nprocs, int imax, int jmax, PlanSplit& s, std::string& why) {
   const int bx = nprocs >= 1 ? best_px(nprocs, imax, jmax) : 0;
   if (bx == 0) {

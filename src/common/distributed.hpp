@@ -227,6 +227,9 @@ DistTimes& dist_times();
 double dist_min(double x);
 double dist_max(double x);
 double dist_sum(double x);
+// The elements of x that each process holds (one process each, 0 on the
+// others) on every process: an element-wise sum, exact in any order.
+void dist_merge(std::vector<double>& x);
 
 // Each process's box i0..i1, j0..j1, k0..k1 of f (the boxes of the
 // processes disjoint), gathered into f on every process, so that all hold

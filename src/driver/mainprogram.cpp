@@ -25,6 +25,7 @@
 #include "driver/fields.hpp"
 #include "driver/initfields.hpp"
 #include "flow/forces.hpp"
+#include "flow/openreach.hpp"
 #include "flow/smagorinsky.hpp"
 #include "flow/tecplot.hpp"
 #include "flow/timestep.hpp"
@@ -247,6 +248,7 @@ void startup(MainState& m) {
   const int ybound = read_integer("yBoundItm");
   const int zbound = read_integer("zBoundItm");
   set_boundary_types(xbound, ybound, zbound);
+  open_reach_types();
 
   LEVELCOUNT();
   ALLOCFIELDS();
@@ -299,6 +301,7 @@ void startup(MainState& m) {
   ibed = read_integer("BedItm");
   if (ibed == 1) rough = read_real("SedimentItm");
   if (ibed == 2) rough = read_real("RoughItm") / 2.5;
+  open_reach_start(m.hotstart == 1 ? m.startfile : std::string());
 
   VORTICITY();
   pressure_halo();
@@ -339,6 +342,7 @@ void write_saved_state(const MainState& m) {
   WRITESAVED(nstep, simtime, m.outpath, m.outfile);
   SAVESTATS(m.outpath, m.outfile);
   save_wall_friction(m.outpath, m.outfile);
+  save_inflow_state(m.outpath, m.outfile);
 }
 
 // The outputs of a run that was cancelled, where the step did not write
@@ -426,6 +430,7 @@ int ADVANCE() {
   timed("XVELOCITY", XVELOCITY);
   timed("YVELOCITY", YVELOCITY);
   timed("ZVELOCITY", ZVELOCITY);
+  if (open_reach()) timed("open faces", open_faces_predict);
   timed("halos", predicted_halos);
   timed("wall pass", wall_pass);
   timed("halos", wall_law_halos);
@@ -434,8 +439,10 @@ int ADVANCE() {
     timed("ZEROFLAGGED", [] { rest_solid(true); });
   else if (DTCLEAN > dt)
     timed("ZEROFLAGGED", ZEROFLAGGED);
+  if (open_reach()) timed("open faces", balance_outflow);
   timed("boundaries", boundaries);
   const int npoisson = timed("POISSONP", POISSONP);
+  if (open_reach()) timed("open faces", level_pressure);
   timed("CORRECTION", CORRECTION);
   timed("boundaries", boundaries);
   timed("DIVERGENCE", DIVERGENCE);

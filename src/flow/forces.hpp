@@ -14,5 +14,8 @@ void FORCES();
 // gives the wet area of the plane.
 // reads: flagu, bed, dy, dz, zmin
 double INFLOW(const Array3<double>* vel);
+// The same through the plane of x faces i (the bed at the face the mean of
+// columns i and i + 1).
+double section_discharge(const Array3<double>* vel, int i);
 
 }  // namespace rl

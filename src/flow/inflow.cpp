@@ -141,19 +141,27 @@ void SyntheticInflow::plane(std::vector<double>& u, std::vector<double>& v, std:
   u.assign(n, 0.0);
   v.assign(n, 0.0);
   w.assign(n, 0.0);
+  for (int k = 1; k <= nk; ++k)
+    for (int j = 1; j <= nj; ++j) {
+      if (wet_height(j, k) <= 0.0) continue;
+      const std::size_t c = static_cast<std::size_t>(k - 1) * static_cast<std::size_t>(nj) + (j - 1);
+      u[c] = mean_[c] + a11_[c] * s1[c];
+      v[c] = a22_[c] * s2[c];
+      w[c] = a31_[c] * s1[c] + a33_[c] * s3[c];
+    }
+  carry_discharge(u);
+}
+
+void SyntheticInflow::carry_discharge(std::vector<double>& u) const {
+  const int nj = s_.nj, nk = s_.nk;
   double flux = 0.0, area = 0.0;
   for (int k = 1; k <= nk; ++k)
     for (int j = 1; j <= nj; ++j) {
       const double h = wet_height(j, k);
       if (h <= 0.0) continue;
-      const std::size_t c = static_cast<std::size_t>(k - 1) * static_cast<std::size_t>(nj) + (j - 1);
-      u[c] = mean_[c] + a11_[c] * s1[c];
-      v[c] = a22_[c] * s2[c];
-      w[c] = a31_[c] * s1[c] + a33_[c] * s3[c];
-      flux += u[c] * s_.dy * h;
+      flux += u[static_cast<std::size_t>(k - 1) * static_cast<std::size_t>(nj) + (j - 1)] * s_.dy * h;
       area += s_.dy * h;
     }
-  // The discharge exactly: a uniform shift over the wet cells.
   if (area <= 0.0) return;
   const double shift = (q_ - flux) / area;
   for (int k = 1; k <= nk; ++k)

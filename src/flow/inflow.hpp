@@ -47,6 +47,14 @@ class SyntheticInflow {
   // flow is along x); 0 where a cell is not wet.
   void plane(std::vector<double>& u, std::vector<double>& v, std::vector<double>& w) const;
 
+  // A plane u over the section's cells (nj x nk, j fastest) shifted
+  // uniformly over its wet cells so that it carries the discharge exactly.
+  void carry_discharge(std::vector<double>& u) const;
+  // The mean profile's velocity at cell (j, k) (0 where it is not wet).
+  double mean(int j, int k) const {
+    return mean_[static_cast<std::size_t>(k - 1) * static_cast<std::size_t>(s_.nj) + (j - 1)];
+  }
+
   // The wet height of cell (j, k) (as the discharge controller counts it)
   // and the friction velocity and bulk velocity of the mean profile.
   double wet_height(int j, int k) const;

@@ -3,6 +3,7 @@
 #include "common/console.hpp"
 #include "common/distributed.hpp"
 #include "driver/fields.hpp"
+#include "flow/openreach.hpp"
 
 namespace rl {
 
@@ -49,10 +50,16 @@ void bed_stress_of_step(Array2<double>& tx, Array2<double>& ty) {
   const Ownership& o = ownership();
   const int i0 = own_lo_i(1), i1 = own_hi_i(imax), j0 = own_lo_j(1), j1 = own_hi_j(jmax);
   const bool yperiodic = ibcv(LowY) == Periodic;
-  if (o.on && o.split_x)
+  if (open_reach()) {
+    // The inlet's face is never forced: the first column's own face stands
+    // in for it.
+    if (o.west)
+      for (int j = j0; j <= j1; ++j) takeu(0, j, 0) = takeu(1, j, 0);
+  } else if (o.on && o.split_x) {
     wrap_copy(takeu, 0, imax, 0);
-  else
+  } else {
     for (int j = j0; j <= j1; ++j) takeu(0, j, 0) = takeu(imax, j, 0);
+  }
   if (yperiodic) {
     if (o.on && o.split_y)
       wrap_copy(takev, 1, jmax, 0);

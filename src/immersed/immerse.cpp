@@ -12,6 +12,7 @@
 #include "common/console.hpp"
 #include "common/distributed.hpp"
 #include "driver/fields.hpp"
+#include "flow/openreach.hpp"
 #include "immersed/farsample.hpp"
 #include "immersed/viscbed.hpp"
 #include "immersed/wallaw.hpp"
@@ -213,7 +214,9 @@ void impose(const FootPoint& f, double& ux, double& uy, double& uz, TriGeometry*
 FootPoint foot_u(int i, int j, int k) {
   Search s(xmin + i * dx, ymin + (j - 0.5) * dy, zmin + (k - 0.5) * dz);
   const double xL = s.px - dx / 2.0, xR = s.px + dx / 2.0;
-  const int iw = (imax + i + 2) % imax;  // second column to the right, wrapped
+  // Second column to the right, wrapped in the periodic box; an open reach
+  // has no columns beyond its outlet's ghost.
+  const int iw = open_reach() ? std::min(i + 2, imax + 1) : (imax + i + 2) % imax;
   const double yN = s.py + dy, yS = s.py - dy;
   s.patch(xL, xR, s.py, yN, bed(i, j), bed(i + 1, j), bed(i, j + 1), bed(i + 1, j + 1));
   s.patch(xL, xR, s.py, yS, bed(i, j), bed(i + 1, j), bed(i, j - 1), bed(i + 1, j - 1));

@@ -9,6 +9,7 @@
 #include "common/ghosts.hpp"
 #include "common/parallel.hpp"
 #include "driver/fields.hpp"
+#include "flow/openreach.hpp"
 
 namespace rl {
 
@@ -125,7 +126,8 @@ void one_face(Array3<double>& f, int own, int face, const Faces<int>& ibc, doubl
 // Must be called inside a parallel region; the last loop ends without a
 // barrier.
 // The component's own (normal) direction is the axis of the faces it sits on.
-void component_faces(Array3<double>& f, const Faces<int>& ibc, const Faces<double>& bc, const int (&order)[6]) {
+void component_faces(Array3<double>& f, const Faces<int>& ibc, const Faces<double>& bc, const int (&order)[6],
+                     bool skip_x = false) {
   const int own = f.face_axis();
   if (own < 0 || own > 2) {
     // A field not made by the field store (whose faces it sits on is not
@@ -138,7 +140,8 @@ void component_faces(Array3<double>& f, const Faces<int>& ibc, const Faces<doubl
   const std::int64_t s = axis_stride(f, own);
   const std::int64_t on = n * s, on1 = (n - 1) * s, onp = (n + 1) * s;
   Split split;
-  for (int face : order) one_face(f, own, face, ibc, bc(face), split);
+  for (int face : order)
+    if (!skip_x || face > HighX) one_face(f, own, face, ibc, bc(face), split);
   const GhostFaces gf = faces();
   if (lo == Given && gf.touch[2 * own + 1]) split_lines(f, own, split, [=](double* e) { e[-s] = 2 * e[0] - e[s]; });
   if (hi == Given && gf.touch[2 * own + 2]) split_lines(f, own, split, [=](double* e) { e[onp] = 2 * e[on] - e[on1]; });
@@ -183,6 +186,18 @@ void BOUNDARYUVW() {
     component_faces(u, ibcu, bcu, kOrderU);
     component_faces(v, ibcv, bcv, kOrderV);
     component_faces(w, ibcw, bcw, kOrderW);
+    // An open reach's faces over the zero gradient the x types gave them,
+    // then the y and z faces once more, so that the ghost layer's edges
+    // along the open faces follow the open faces' values.
+    if (open_reach()) {
+#pragma omp barrier
+#pragma omp master
+      open_faces_apply();
+#pragma omp barrier
+      component_faces(u, ibcu, bcu, kOrderU, true);
+      component_faces(v, ibcv, bcv, kOrderV, true);
+      component_faces(w, ibcw, bcw, kOrderW, true);
+    }
     halo_team({&u, &v, &w}, 1);
   }
 }

@@ -24,6 +24,7 @@
 #include "driver/conditions.hpp"
 #include "driver/fields.hpp"
 #include "flow/forces.hpp"
+#include "flow/openreach.hpp"
 #include "common/parallel.hpp"
 
 namespace rl {
@@ -437,8 +438,10 @@ void MONITORSTART(const std::string& outpath, const std::string& outfile, bool c
   if (mon.log) {
     if (first_process())
       mon.logfile = open_csv(base + "_monitor.csv", continuing,
-                             "step,time,dt,discharge,discharge_target,force_x,slope,max_u,max_v,max_w,max_cfl,"
-                             "max_divergence,poisson_cycles,wall_seconds");
+                             open_reach() ? "step,time,dt,discharge,discharge_target,force_x,slope,max_u,max_v,max_w,"
+                                            "max_cfl,max_divergence,poisson_cycles,wall_seconds,discharge_outlet"
+                                          : "step,time,dt,discharge,discharge_target,force_x,slope,max_u,max_v,max_w,"
+                                            "max_cfl,max_divergence,poisson_cycles,wall_seconds");
   }
   if (!probefile.empty()) {
     mon.probes = read_probes(probefile);
@@ -462,13 +465,17 @@ void MONITOR(int npoisson) {
     const Scan s = scan();
     // Over several processes every one takes part.
     const double q = mon.log || mon.stop_failed ? INFLOW(&u) : 0.0;
+    // An open reach's outlet, measured as the inlet is.
+    const double qout = mon.log && open_reach() ? outlet_discharge() : 0.0;
     if (mon.logfile) {
       // The slope whose gravity would drive the flow as the controller does:
       // what an engineer sets against a surveyed water-surface slope.
       const double slope = forcex / gravity;
-      std::fprintf(mon.logfile, "%d,%.10g,%.10g,%.10g,%.10g,%.10g,%.10g,%.10g,%.10g,%.10g,%.10g,%.10g,%d,%.6f\n",
+      std::fprintf(mon.logfile, "%d,%.10g,%.10g,%.10g,%.10g,%.10g,%.10g,%.10g,%.10g,%.10g,%.10g,%.10g,%d,%.6f",
                    nstep, simtime, dt, q, discharge, forcex, slope, s.umax, s.vmax, s.wmax, s.cfl, divmax, npoisson,
                    wall);
+      if (open_reach()) std::fprintf(mon.logfile, ",%.10g", qout);
+      std::fputc('\n', mon.logfile);
       log_written(mon.logfile, "monitor log", mon.warned_log);
     }
     health(s);

@@ -83,16 +83,28 @@ printf '%s\n' 'nodes 33 17' 'extent 1.0 0.5' 'bed dunes 0.05 0.125 0.3 0.02' 'zm
 cp "$src/examples/pool-riffle.asc" "$work/"
 { grep -v '^endtimeItm\|^OTimeItm\|^MonitorItm\|^StatisticsItm\|^StopNonFiniteItm' "$src/examples/pool-riffle.txt"
   printf 'timetypeItm 1\ntimestepItm 0.05\nendtimeItm 0.5\nOTimeItm 0.15\nMonitorItm 0\nStopNonFiniteItm 0\nStatisticsItm 0\nepsItm 1e-10\nkpoismaxItm 200\n'; } > "$work/pool.txt"
-# Runs the case of description DESC.txt in folder NAME on NP processes.
-launch() {  # DESC NAME NP
+# An open reach over dunes between side walls, ten steps: the inflow
+# generator on the blocks at the inlet, the outflow on those at the outlet,
+# 2 x 2 blocks on 4 processes (the inlet's rows cut); and on 2 threads.
+printf '%s\n' 'nodes 25 33' 'extent 0.96 0.64' 'bed dunes 0.01 0.32 0.0 0.01' 'zminItm -0.01' 'zmaxItm 0.11' \
+  'kmaxItm 4' 'dischargeItm 0.012' 'timetypeItm 1' 'timestepItm 0.02' 'endtimeItm 0.2' 'OTimeItm 0.06' 'open' \
+  'epsItm 1e-10' 'kpoismaxItm 200' 'MonitorItm 0' 'StatisticsItm 0' 'StopNonFiniteItm 0' > "$work/open.txt"
+# Runs the case of description DESC.txt in folder NAME on NP processes
+# (of THREADS threads, 1 unless given).
+launch() {  # DESC NAME NP [THREADS]
   mkdir -p "$work/$2"
   "$casetool" "$work/$1.txt" "$work/$2/case.cgn" > /dev/null || fail "riverles-case $1"
-  (cd "$work/$2" && OMP_NUM_THREADS=1 "$mpiexec" -n "$3" --oversubscribe "$riverles" case.cgn < /dev/null > out.txt 2> err.txt) ||
+  (cd "$work/$2" && OMP_NUM_THREADS=${4:-1} "$mpiexec" -n "$3" --oversubscribe "$riverles" case.cgn < /dev/null > out.txt 2> err.txt) ||
     fail "$1 on $3 processes: $(tail -3 "$work/$2/err.txt")"
 }
-for run in tight:1 tight:2 tight:4 dunes:1 dunes:2 steep:1 steep:2 steep:4 optA:1 optA:4 optB:1 optB:3 optC:1 optC:2 pool:1 pool:4; do
+launch open open-t2 1 2
+for run in open:1 open:2 open:4 tight:1 tight:2 tight:4 dunes:1 dunes:2 steep:1 steep:2 steep:4 optA:1 optA:4 optB:1 optB:3 optC:1 optC:2 pool:1 pool:4; do
   desc=${run%%:*} np=${run##*:}
   launch "$desc" "$desc-$np" "$np"
+  if [ "$run" = open:1 ]; then
+    why=$(same_run "$work/open-1" "$work/open-t2") || fail "the open reach on 2 threads against one: $why"
+    echo "open reach on 2 threads: the run of one thread to 1e-6"
+  fi
   [ "$np" = 1 ] && continue
   why=$(same_run "$work/$desc-1" "$work/$desc-$np") || fail "$desc on $np processes against one: $why"
   echo "$desc on $np processes: the run of one process to 1e-6 ($(grep -c '^Step Number' "$work/$desc-$np/out.txt") steps, $(ls "$work/$desc-$np"/case.cgn.results/FlowSolution*.cgns | wc -l) results)"
