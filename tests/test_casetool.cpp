@@ -308,6 +308,25 @@ TEST_F(CaseTool, SlopeAndSeamAreReportedAndRemoved) {
   }
   EXPECT_NEAR(mean / (ni * nj), -0.001 + 0.00015, 1e-15);  // the mean level kept
 
+  // An open reach takes out the slope it is given (a fall of 0.003 of the
+  // 0.005) and says so in its keys; no seam is spoken of.
+  ASSERT_EQ(run(write_file("o.txt", box + "bed slope 0.0 -0.005\nopen 0.003\n")), 0) << message;
+  EXPECT_NE(message.find("o.txt:5: open: an inflow at x=0 carrying dischargeItm and an outflow at x=1; removed the "
+                         "given slope -0.003"),
+            std::string::npos)
+      << message;
+  EXPECT_EQ(message.find("seam"), std::string::npos) << message;
+  open_case();
+  e = elevation(ni, nj);
+  int opened = 0;
+  double slope = 0.0;
+  orva::CG_ORVA_READ_INTEGER_F("OpenReachItm", opened, ier);
+  orva::CG_ORVA_READ_REAL_F("SlopeItm", slope, ier);
+  orva::CG_CLOSE_F(1, ier);
+  EXPECT_EQ(opened, 1);
+  EXPECT_EQ(slope, 0.003);
+  EXPECT_NEAR(e[ni - 1] - e[0], -0.002, 1e-15);
+
   // Dunes of 0.3 on a 1 m reach: a step of 0.0173 at the seam; blended over
   // 0.2 the ends meet, the middle keeps the sine.
   ASSERT_EQ(run(write_file("u.txt", box + "bed dunes 0.02 0.3 0 0\nseam 0.2\n")), 0) << message;

@@ -44,6 +44,7 @@ struct Description {
   double seam = 0.0;                   // length of the blend across the periodic seam (0: none)
   int seamline = 0;
   int openline = 0;                    // line of `open` (0: a periodic box)
+  double openslope = 0.0;              // the slope `open` was given (NaN: fit it)
   std::vector<orva::Condition> conditions;  // all keys not omitted, in catalogue order
 };
 
@@ -65,8 +66,10 @@ void name_outputs_after(Description& d, const std::string& casefile);
 // slope (the least-squares plane's x part, the mean level kept), with
 // `seam LENGTH` blends the two ends to their mean over LENGTH each.
 // `open` opens the reach (an inflow at the first node column, an outflow at
-// the last): the mean slope is removed as by `detrend`, and the case gets
-// OpenReachItm 1 and SlopeItm, the slope whose gravity then drives the flow.
+// the last): the slope it is given (positive where the bed falls along x),
+// or else the fitted mean slope, is removed as by `detrend`, and the case
+// gets OpenReachItm 1 and SlopeItm, the slope whose gravity then drives the
+// flow.
 // Returns notes and warnings for standard error.
 std::vector<std::string> shape_bed(Description& d, const std::string& descpath, const std::vector<double>& x,
                                    std::vector<double>& z);
