@@ -27,6 +27,9 @@ inline double bump(double r) {
 double SyntheticInflow::draw() { return static_cast<double>(rng_() >> 11) * 0x1.0p-53; }
 
 double SyntheticInflow::wet_height(int j, int k) const {
+  if (!s_.counted.empty() &&
+      !s_.counted[static_cast<std::size_t>(k - 1) * static_cast<std::size_t>(s_.nj) + (j - 1)])
+    return 0.0;
   const double h = std::min(s_.zmin - s_.bed[static_cast<std::size_t>(j - 1)] + k * s_.dz, s_.dz);
   return h > 0.0 ? h : 0.0;
 }

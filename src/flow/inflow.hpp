@@ -30,6 +30,9 @@ struct InletSection {
   int nj = 0, nk = 0;
   double dy = 0.0, dz = 0.0, zmin = 0.0;
   std::vector<double> bed;  // [j - 1]
+  // Whether the discharge counts cell (j, k) at all, [(k - 1) nj + j - 1]
+  // (the controller leaves out faces flagged solid); empty: every cell.
+  std::vector<char> counted;
 };
 
 class SyntheticInflow {

@@ -94,6 +94,17 @@ void open_reach_start(const std::string& startfile) {
   s.dz = dz;
   s.zmin = zmin;
   for (int j = 1; j <= jmax; ++j) s.bed.push_back(0.5 * (bed(0, j) + bed(1, j)));
+  {
+    // The inlet's faces that the discharge counts (not flagged solid), from
+    // the blocks that hold them.
+    std::vector<double> c(static_cast<std::size_t>(jmax) * static_cast<std::size_t>(kmax), 0.0);
+    if (at_inlet())
+      for (int k = 1; k <= kmax; ++k)
+        for (int j = own_lo_j(1); j <= own_hi_j(jmax); ++j)
+          c[static_cast<std::size_t>(k - 1) * static_cast<std::size_t>(jmax) + (j - 1)] = flagu(0, j, k) != -1;
+    if (ownership().on) dist_merge(c);
+    s.counted.assign(c.begin(), c.end());
+  }
   if (ibed != 0) {
     // The equivalent sand roughness of the wall law's grain size.
     r.gen.start(s, discharge, 2.5 * rough / 1000.0);
@@ -121,6 +132,18 @@ void open_reach_start(const std::string& startfile) {
     const double c = 1.0 / std::sqrt(1.0 + r.slope * r.slope);
     rhsuo.fill(gravity * r.slope * c);
     rhswo.fill(-gravity * c);
+  }
+  {
+    // Where the pressure solve's levels stopped short of the design's
+    // coarsening at an odd count (see LEVELCOUNT), its cycles converge
+    // slowly: say so, with counts that halve.
+    const int a = imax >> -lmin, b = jmax >> -lmin, c = kmax >> -lmin;
+    if (first_process() && b >= 2 && c >= 2 && a > 1)
+      std::fprintf(stderr,
+                   "riverles: warning: the open reach's pressure solve coarsens only to %d x %d x %d cells (an odd "
+                   "count does not halve): expect many cycles a step; cell counts along x and y that halve down to "
+                   "a few cells (multiples of %d) converge in a few\n",
+                   a, b, c, 1 << std::max(1, kmax > 1 ? static_cast<int>(std::log2(kmax)) - 1 : 1));
   }
   if (r.recycle != 0) {
     // The recycling plane: RecycleDistanceItm behind the inlet, by default
