@@ -148,11 +148,12 @@ void open_reach_start(const std::string& startfile) {
   if (r.recycle != 0) {
     // The recycling plane: RecycleDistanceItm behind the inlet, by default
     // 8 mean depths of the inlet's section, kept within the reach's first
-    // half and at least 2 columns in.
+    // half and (where the reach has 4 columns or more) at least 2 columns in.
     const double inlet_area = INFLOW(nullptr), width = jmax * dy;
     const double depth = width > 0.0 ? inlet_area / width : 0.0;
     const double dist = optional_real("RecycleDistanceItm", 8.0 * depth);
-    r.recycle = std::clamp(static_cast<int>(std::lround(dist / dx)), 2, std::max(2, imax / 2));
+    const int half = std::max(1, imax / 2);  // a box of 1 to 3 columns recycles its first face
+    r.recycle = std::clamp(static_cast<int>(std::lround(dist / dx)), std::min(2, half), half);
     if (first_process())
       std::fprintf(stderr,
                    "riverles: open reach: inflow %.6g m3/s recycled from the section %.4g m downstream (faces i = "
