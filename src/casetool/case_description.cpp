@@ -349,6 +349,11 @@ const std::vector<KeyDefault>& key_defaults() {
       {"SkipPausesItm", Kind::Integer, "0"},
       {"SolidRestItm", Kind::Integer, "1"},
       {"WallViscosityItm", Kind::Integer, "2"},
+      // An open reach's inflow (read only with OpenReachItm, which `open`
+      // writes with SlopeItm): recycled turbulence, from 8 mean depths
+      // behind the inlet unless the description says where.
+      {"InflowTurbulenceItm", Kind::Integer, "2"},
+      {"RecycleDistanceItm", Kind::Real, "0.0"},
   };
   return keys;
 }
@@ -465,6 +470,9 @@ Description parse_description(const std::string& path) {
       d.keyline[w] = ln;
     }
   }
+  // The recycling distance is written only where the description gives it
+  // (the solver's default follows the inlet's depth).
+  if (!d.keyline.count("RecycleDistanceItm")) omitted[static_cast<std::size_t>(find_key("RecycleDistanceItm"))] = true;
   for (std::size_t q = 0; q < conds.size(); ++q)
     if (!omitted[q]) d.conditions.push_back(conds[q]);
   return d;
