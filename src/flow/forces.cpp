@@ -1,11 +1,11 @@
 #include "flow/forces.hpp"
 
-#include "driver/fields.hpp"
+#include <cmath>
+
 #include "common/distributed.hpp"
 #include "common/parallel.hpp"
+#include "driver/fields.hpp"
 #include "flow/openreach.hpp"
-
-#include <cmath>
 
 namespace rl {
 

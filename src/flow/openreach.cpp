@@ -8,8 +8,8 @@
 #include <vector>
 
 #include "common/distributed.hpp"
-#include "common/parallel.hpp"
 #include "common/files.hpp"
+#include "common/parallel.hpp"
 #include "driver/conditions.hpp"
 #include "driver/fields.hpp"
 #include "flow/forces.hpp"
@@ -46,7 +46,7 @@ bool at_inlet() { return ownership().west; }
 bool at_outlet() { return ownership().east; }
 
 std::string inflow_name(const std::string& dat) {
-  return (dat.size() > 4 && dat.ends_with(".dat") ? dat.substr(0, dat.size() - 4) : dat) + ".inflow";
+  return beside_saved(dat, ".inflow");
 }
 
 }  // namespace

@@ -142,7 +142,7 @@ std::vector<double> resumed;
 constexpr char kWallMagic[8] = {'R', 'L', 'W', 'A', 'L', 'L', 'U', '1'};
 
 std::string wall_name(const std::string& dat) {
-  return (dat.size() > 4 && dat.ends_with(".dat") ? dat.substr(0, dat.size() - 4) : dat) + ".wallus";
+  return beside_saved(dat, ".wallus");
 }
 }  // namespace
 

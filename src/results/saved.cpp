@@ -214,6 +214,10 @@ void fit_slots(int n) {
 
 }  // namespace
 
+std::string beside_saved(const std::string& dat, const char* ext) {
+  return (dat.size() > 4 && dat.ends_with(".dat") ? dat.substr(0, dat.size() - 4) : dat) + ext;
+}
+
 std::string saved_file_name(const std::string& outpath, const std::string& outfile) {
   return strip_blanks(outpath) + "/" + strip_blanks(outfile) + ".dat";
 }

@@ -32,4 +32,8 @@ void READSAVED(const std::string& startfile);
 // removed, "/", outfile likewise, ".dat".
 std::string saved_file_name(const std::string& outpath, const std::string& outfile);
 
+// The name of a file kept beside a saved state dat: its ".dat" replaced by
+// ext (ext appended where the name has no ".dat").
+std::string beside_saved(const std::string& dat, const char* ext);
+
 }  // namespace rl

@@ -190,8 +190,7 @@ double balance_stress() {
 }
 
 std::string restart_name_of(const std::string& startfile) {
-  const std::string s = strip_blanks(startfile);
-  return (s.size() > 4 && s.ends_with(".dat") ? s.substr(0, s.size() - 4) : s) + ".stats";
+  return beside_saved(strip_blanks(startfile), ".stats");
 }
 
 // The accumulators of time-weighted averages with the bed's momentum
